@@ -1,0 +1,24 @@
+#pragma once
+
+#include "common/IMD5FileHash.h"
+#include "common/NotCopyable.h"
+
+namespace vela::common {
+
+// MD5 of a host file through the system's crypto provider: CryptoAPI on Windows, OpenSSL's
+// libcrypto on Linux. Blocks on file reads. Not thread-safe; one object per file.
+class MD5FileHash : public IMD5FileHash, private NotCopyable {
+public:
+    MD5FileHash(); // throws MD5Exception
+    ~MD5FileHash() override;
+    bool GetHash(const std::wstring& path, std::vector<uint8_t>& digest) override;
+
+private:
+    // Windows: HCRYPTPROV and HCRYPTHASH. Linux: the EVP_MD_CTX (in m_hash); m_provider is
+    // unused but keeps the "no provider" state meaningful on both.
+    uintptr_t m_provider = 0;
+    uintptr_t m_hash = 0;
+    bool m_finalised = false;
+};
+
+} // namespace vela::common

@@ -1,0 +1,111 @@
+#pragma once
+
+#include "common/IUsbPrintDevice.h"
+#include "kom/QRVException.h"
+#include "kom/discovery/ConnectedPrinter.h"
+#include "kom/filesystem/PathInfo.h"
+#include "kom/protocol/PrinterStatus.h"
+#include "kom/protocol/PrinterVersion.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace vela::kom {
+
+// The protocol with one printer, over three policies:
+//   Transport    : derives from vela::common::IUsbPrintDevice; Transport(const std::wstring& path)
+//                  opens the channel, the destructor closes it.
+//   Synchronizer : Synchronizer(const ConnectedPrinter&) takes the machine-wide access lock and
+//                  holds it until destruction.
+//   Converter    : static ToUtf8(const std::wstring&) / FromUtf8(const std::string&).
+//
+// Every operation is one transaction: take the lock, open a fresh transport, write the request,
+// read and check the reply (or poll for completion), close, release. Nothing stays open between
+// operations, so the object itself holds no channel. Operations block the calling thread for the
+// exchange (each transfer is limited to 3000 ms by the transport, the lock to 10000 ms) plus the
+// fixed pauses named below. They throw the vela::kom exception kinds (ReplyException for bad
+// replies, the completion-code kinds, path kinds) and the vela::common transport kinds.
+// Calls may come from any thread; the access lock serialises them, also across processes.
+//
+// Log and exception texts name their origin "PrinterDevice::<operation>()".
+template <class Transport, class Synchronizer, class Converter>
+class PrinterDeviceBase {
+public:
+    using ProgressCallback = std::function<void(uint64_t done, uint64_t total)>;
+
+    explicit PrinterDeviceBase(const ConnectedPrinter& printer); // no I/O
+    virtual ~PrinterDeviceBase();
+
+    // ---- the virtual operations, in slot order -------------------------------------------
+    virtual std::wstring GetPrinterType(); // not implemented by the printer: "Not implemented yet!"
+    virtual PrinterStatus GetStatus();
+    virtual std::wstring GetSkuNumber(); // NoCassettePresentException without a cassette
+    // Print control orders: each holds the lock and the channel for a 5000 ms pause afterwards.
+    virtual void ResumePrinting();
+    virtual void ClearError();
+    virtual void ClearCutterJamError();
+    virtual void FeedForward();
+    virtual void CutLabel();
+    virtual PrinterVersion GetPrinterVersion();
+    virtual DeviceManagerStatus GetUpdateStatusReport();
+    // Device control orders: no reply is awaited.
+    virtual void Reboot();
+    virtual void StartUpdate();
+    virtual void GetDiskSpace(uint64_t& first, uint64_t& second);
+    virtual std::wstring GetFolderDetail(uint8_t selector);
+    virtual std::wstring GetJobFileLibraryPath();  // folder detail 1
+    virtual std::wstring GetTemplateLibraryPath(); // folder detail 2
+    virtual std::wstring GetImageLibraryPath();    // folder detail 3
+    virtual std::wstring GetUpdateLibraryPath();   // folder detail 4
+    // File transfer. The host file written by GetFile is complete or untouched.
+    virtual int32_t GetFile(const std::wstring& printerPath, const std::wstring& hostFileName);
+    virtual int32_t PutFile(const std::wstring& printerPath, const std::wstring& hostFileName);
+    virtual int32_t RenameFile(const std::wstring& oldPath, const std::wstring& newPath);
+    virtual int32_t DeleteFile(const std::wstring& path);
+    // Starts with a fixed 1000 ms pause under the lock.
+    virtual std::vector<std::unique_ptr<PathInfo>> GetFolderContent(const std::wstring& path);
+    virtual std::wstring GetPrinterModel(); // not implemented by the printer: "Not implemented yet!"
+    // The per-device monitor's two start modes; only QRVDevice has a monitor (here: -1).
+    virtual int32_t StartMonitor(std::function<void(int32_t)> callback);
+    virtual int32_t StartMonitorExclusive(std::function<void(int32_t)> callback);
+    virtual std::vector<uint8_t> GetStatusInternal();
+    virtual bool IsCassettePresent();
+    virtual EepromData GetCassetteEepromData();
+    virtual void PrintControlCommand(uint8_t code);
+    virtual void DeviceControlCommand(uint8_t code);
+    virtual uint32_t GetReplyDataLength(vela::common::IUsbPrintDevice& transport);
+    virtual std::unique_ptr<Transport> OpenDevice();
+    virtual int32_t WaitForCompletion(vela::common::IUsbPrintDevice& transport);
+    virtual std::vector<uint8_t> LoadFile(const std::wstring& hostFileName);
+    virtual void SaveFile(const std::wstring& hostFileName, std::vector<uint8_t> reply);
+
+    // ---- framing primitives ----------------------------------------------------------------
+    void WriteData(vela::common::IUsbPrintDevice& transport, const std::vector<uint8_t>& bytes);
+    void ReadData(vela::common::IUsbPrintDevice& transport, std::vector<uint8_t>& buffer, uint32_t count);
+    void PergeQueue(vela::common::IUsbPrintDevice& transport);
+
+    // ---- path rules -------------------------------------------------------------------------
+    void CheckPath(const std::wstring& path) const;
+    bool IsValidFileName(const std::wstring& name) const;
+
+    // Optional progress of puts (bytes handed to the channel) and gets (bytes received).
+    // Called on the calling thread during the transfer; without one, nothing changes.
+    void SetProgressCallback(ProgressCallback callback) { m_progress = std::move(callback); }
+
+    const ConnectedPrinter& Printer() const { return m_printer; }
+
+    const wchar_t PATH_DELIMITER = L'/';
+
+protected:
+    ConnectedPrinter m_printer;
+    std::vector<std::wstring> m_invalidPathChars;
+    ProgressCallback m_progress;
+};
+
+} // namespace vela::kom
+
+#include "kom/protocol/PrinterDeviceProtocol.ipp"
+#include "kom/filesystem/PrinterDeviceFileSystem.ipp"

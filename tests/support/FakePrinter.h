@@ -1,0 +1,110 @@
+#pragma once
+
+#include "common/Exception.h"
+#include "common/UsbPrintDeviceBase.h"
+#include "kom/discovery/ConnectedPrinter.h"
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace vela::test {
+
+// A scripted printer for protocol unit tests. Construct one in a test: every FakeTransport
+// opened while it lives talks to it. Raw reads are served from a queue of steps; an empty
+// queue behaves like a silent printer (the transport's read time-out exception).
+class FakePrinter {
+public:
+    FakePrinter();
+    ~FakePrinter();
+    FakePrinter(const FakePrinter&) = delete;
+    FakePrinter& operator=(const FakePrinter&) = delete;
+
+    static FakePrinter& Current(); // the live one; aborts the test when there is none
+
+    // Bytes that later raw reads deliver (at most the raw read's capacity at a time).
+    void QueueBytes(const std::vector<uint8_t>& bytes);
+    // A whole reply message: header (start 0xC3, big-endian total length, group, unit) + payload.
+    void QueueReply(const std::vector<uint8_t>& payload, uint8_t group = 0x60, uint8_t unit = 0x04);
+    // Exactly one raw read returns this chunk (a short read).
+    void QueueRawRead(const std::vector<uint8_t>& chunk);
+    // The next raw read fails with UsbPrintDeviceReadException (time-out message).
+    void QueueReadFailure();
+    // Completion-poll replies (payload 5 bytes: 0x00 0x80 progress 0x00 result).
+    void QueueCompletion(uint8_t progress, uint8_t result = 0);
+    // The next raw write transfers only `count` bytes of its chunk.
+    void ShortenNextWrite(uint32_t count);
+    // Every raw write fails with UsbPrintDeviceWriteException.
+    void FailWrites(bool fail = true) { m_failWrites = fail; }
+    // Opening the transport fails with UsbPrintDeviceConnectionException.
+    void FailOpen(bool fail = true) { m_failOpen = fail; }
+    // Called after each raw write with the bytes written (may queue replies).
+    void OnWrite(std::function<void(const std::vector<uint8_t>&)> hook) { m_onWrite = std::move(hook); }
+
+    // Observations.
+    const std::vector<std::vector<uint8_t>>& RawWrites() const { return m_rawWrites; }
+    // All bytes written, concatenated (pad bytes included).
+    std::vector<uint8_t> AllWritten() const;
+    size_t PendingBytes() const;
+    int Opens() const { return m_opens; }
+    int Closes() const { return m_closes; }
+    int RawReads() const { return m_rawReads; }
+    std::wstring LastPath() const { return m_lastPath; }
+
+    // Used by FakeTransport.
+    uint32_t RawWrite(const uint8_t* data, uint32_t length);
+    uint32_t RawRead(uint8_t* buffer, uint32_t capacity);
+    void Opened(const std::wstring& path);
+    void Closed() { ++m_closes; }
+
+private:
+    struct Step {
+        enum class Kind { bytes, chunk, failure } kind;
+        std::vector<uint8_t> bytes;
+    };
+    std::deque<Step> m_steps;
+    std::vector<std::vector<uint8_t>> m_rawWrites;
+    std::function<void(const std::vector<uint8_t>&)> m_onWrite;
+    int64_t m_shortWrite = -1;
+    bool m_failWrites = false;
+    bool m_failOpen = false;
+    int m_opens = 0, m_closes = 0, m_rawReads = 0;
+    std::wstring m_lastPath;
+};
+
+// The transport policy for protocol tests: the real vector-level base (padding, buffering) over
+// the scripted printer's raw layer.
+class FakeTransport : public vela::common::UsbPrintDeviceBase {
+public:
+    explicit FakeTransport(const std::wstring& devicePath);
+    ~FakeTransport() override;
+    uint32_t WriteBytes(const uint8_t* data, uint32_t length) override;
+    uint32_t ReadBytes(uint8_t* buffer, uint32_t capacity) override;
+    void SetWriteCallback(WriteCallback callback) override { m_callback = std::move(callback); }
+    void ClearWriteCallback() override { m_callback = nullptr; }
+
+private:
+    WriteCallback m_callback;
+};
+
+// The synchronizer policy for protocol tests: takes no lock, counts how often it was held.
+class NoOpSynchronizer {
+public:
+    explicit NoOpSynchronizer(const vela::kom::ConnectedPrinter&) { ++Held(); ++Taken(); }
+    ~NoOpSynchronizer() { --Held(); }
+    NoOpSynchronizer(const NoOpSynchronizer&) = delete;
+    NoOpSynchronizer& operator=(const NoOpSynchronizer&) = delete;
+    static int& Held();  // currently held (0 after every operation)
+    static int& Taken(); // times taken since the last Reset
+    static void Reset() { Held() = 0, Taken() = 0; }
+};
+
+// Builds a reply message with the test's own framing code (independent of the library's).
+std::vector<uint8_t> Frame(const std::vector<uint8_t>& payload, uint8_t group = 0x60, uint8_t unit = 0x04);
+// Parses "C3 00 00 00 09 60 04 01 80" into bytes.
+std::vector<uint8_t> Hex(const std::string& text);
+std::string ToHex(const std::vector<uint8_t>& bytes);
+
+} // namespace vela::test

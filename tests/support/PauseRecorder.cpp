@@ -1,0 +1,46 @@
+#include "support/PauseRecorder.h"
+
+namespace vela::test {
+
+PauseRecorder::PauseRecorder(vela::common::WaitResult result) : m_result(result) {
+    m_previous = vela::common::SetPauseHandler([this](uint32_t ms) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        size_t index = m_pauses.size();
+        m_pauses.push_back(ms);
+        for (const auto& o : m_overrides) {
+            if (o.first == index) {
+                return o.second;
+            }
+        }
+        return m_result;
+    });
+}
+
+PauseRecorder::~PauseRecorder() { vela::common::SetPauseHandler(m_previous); }
+
+std::vector<uint32_t> PauseRecorder::Pauses() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_pauses;
+}
+
+uint64_t PauseRecorder::TotalMs() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    uint64_t total = 0;
+    for (uint32_t p : m_pauses) {
+        total += p;
+    }
+    return total;
+}
+
+void PauseRecorder::Clear() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_pauses.clear();
+    m_overrides.clear();
+}
+
+void PauseRecorder::SetResultAt(size_t index, vela::common::WaitResult result) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_overrides.emplace_back(m_pauses.size() + index, result);
+}
+
+} // namespace vela::test

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "common/Pause.h"
+
+#include <cstdint>
+#include <mutex>
+#include <vector>
+
+namespace vela::test {
+
+// Replaces the library's fixed pauses while it lives: each requested pause is recorded and
+// returns at once with `result` (normally a time-out, as a real pause ends).
+class PauseRecorder {
+public:
+    explicit PauseRecorder(vela::common::WaitResult result = vela::common::WaitResult::timeout);
+    ~PauseRecorder();
+    PauseRecorder(const PauseRecorder&) = delete;
+    PauseRecorder& operator=(const PauseRecorder&) = delete;
+
+    std::vector<uint32_t> Pauses() const;
+    uint64_t TotalMs() const;
+    void Clear();
+    // The k-th pause (0-based) from now on returns `result` instead.
+    void SetResultAt(size_t index, vela::common::WaitResult result);
+
+private:
+    mutable std::mutex m_mutex;
+    std::vector<uint32_t> m_pauses;
+    std::vector<std::pair<size_t, vela::common::WaitResult>> m_overrides;
+    vela::common::WaitResult m_result;
+    vela::common::PauseHandler m_previous;
+};
+
+} // namespace vela::test

@@ -1,0 +1,80 @@
+#pragma once
+
+#include "common/Log.h"
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace vela::test {
+
+// Captures the library's log lines while it lives (all levels), restoring the previous sink after.
+class LogCapture {
+public:
+    LogCapture();
+    ~LogCapture();
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+
+    struct Line {
+        vela::common::LogLevel level;
+        std::wstring text;
+    };
+    std::vector<Line> Lines() const;
+    bool Contains(const std::wstring& text) const;            // some line equals text
+    bool ContainsSubstring(const std::wstring& part) const;   // some line contains part
+    size_t Count(vela::common::LogLevel level) const;
+    void Clear();
+
+private:
+    mutable std::mutex m_mutex;
+    std::vector<Line> m_lines;
+    vela::common::Log::Sink m_previous;
+    int m_previousLevel;
+};
+
+// A temporary directory removed (with its contents) at destruction.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+    const std::string& Path() const { return m_path; }
+    std::string File(const std::string& name) const;
+    std::wstring WFile(const std::string& name) const;
+
+private:
+    std::string m_path;
+};
+
+std::vector<uint8_t> ReadHostFile(const std::string& path);
+void WriteHostFile(const std::string& path, const std::vector<uint8_t>& bytes);
+bool HostFileExists(const std::string& path);
+std::vector<std::string> ListDirectory(const std::string& path);
+
+// A child process running the test helper (tests/helper) with the given arguments. Its standard
+// output is readable line by line. The destructor kills it if it still runs.
+class ChildProcess {
+public:
+    explicit ChildProcess(const std::vector<std::string>& helperArgs);
+    ~ChildProcess();
+    ChildProcess(const ChildProcess&) = delete;
+    ChildProcess& operator=(const ChildProcess&) = delete;
+
+    // Reads one line from the child's standard output (without the newline); empty at end or
+    // after `timeoutMs`.
+    std::string ReadLine(uint32_t timeoutMs = 20000);
+    // Waits for the child to end; returns its exit code, or -1 after `timeoutMs`.
+    int Wait(uint32_t timeoutMs = 30000);
+    void Kill(); // SIGKILL / TerminateProcess
+    bool Running();
+
+private:
+    struct Impl; // platform-specific (support/linux, support/windows)
+    std::unique_ptr<Impl> m_impl;
+};
+
+} // namespace vela::test

@@ -1,0 +1,237 @@
+#include "common/Exception.h"
+#include "common/Log.h"
+#include "common/LogAndThrow.h"
+#include "common/Option.h"
+#include "common/Pause.h"
+#include "common/StringConverter.h"
+#include "common/SystemError.h"
+#include "kom/QRVException.h"
+#include "support/PauseRecorder.h"
+#include "support/TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+
+using namespace vela::common;
+using namespace vela::kom;
+using vela::test::LogCapture;
+
+TEST(ExceptionTree, NamesAndBasesFollowTheTable) {
+    NoCassettePresentException e(L"'No cassette present'", L"PrinterDevice::GetSkuNumber()");
+    const QRVException& base = e;
+    EXPECT_EQ(base.ExceptionName(), L"NoCassettePresentException");
+    EXPECT_EQ(base.Message(), L"'No cassette present'");
+    EXPECT_EQ(base.Source(), L"PrinterDevice::GetSkuNumber()");
+
+    auto caughtAs = [](auto thrower) {
+        std::wstring where;
+        try {
+            thrower();
+        } catch (const PathException&) {
+            where = L"path";
+        } catch (const DeviceException&) {
+            where = L"device";
+        } catch (const QRVException&) {
+            where = L"qrv";
+        } catch (const Exception&) {
+            where = L"common";
+        }
+        return where;
+    };
+    EXPECT_EQ(caughtAs([] { throw FileNotFoundException(L"m", L"s"); }), L"device");
+    EXPECT_EQ(caughtAs([] { throw NoPermissionException(L"m", L"s"); }), L"device");
+    EXPECT_EQ(caughtAs([] { throw FileAlreadyExistsException(L"m", L"s"); }), L"path");
+    EXPECT_EQ(caughtAs([] { throw NoFreeDiskSpaceException(L"m", L"s"); }), L"qrv");
+    EXPECT_EQ(caughtAs([] { throw PrinterBuzyException(L"m", L"s"); }), L"qrv");
+    EXPECT_EQ(caughtAs([] { throw UsbPrintDeviceReadException(L"m", L"s"); }), L"common");
+    EXPECT_EQ(caughtAs([] { throw Win32Error(5, L"s"); }), L"common");
+
+    // Copies keep their dynamic name and, for the system kinds, the code.
+    Win32Error original(3, L"src");
+    Win32Error copy = original;
+    EXPECT_EQ(copy.ErrorCode(), 3u);
+    EXPECT_EQ(copy.ExceptionName(), L"Win32Error");
+    EXPECT_EQ(PrinterBuzyException(L"m", L"s").ExceptionName(), L"PrinterBuzyException");
+    EXPECT_EQ(UsbPrintDeviceConnectionException(L"m", L"s").ExceptionName(), L"UsbPrintDeviceConnectionException");
+    EXPECT_EQ(Exception(L"m", L"s").ExceptionName(), L"Exception");
+}
+
+TEST(SystemErrors, MessagesCarryCodeAndTrimmedSystemText) {
+    for (uint32_t code : {2u, 3u, 5u}) {
+        Win32Error e(code, L"here");
+        std::wstring text = SystemErrorText(code);
+        EXPECT_FALSE(text.empty()) << code;
+        EXPECT_NE(text.back(), L'\n');
+        EXPECT_NE(text.back(), L' ');
+        EXPECT_EQ(e.Message(), L"Win32 error 0x" + std::to_wstring(code) + L" (" + text + L")");
+        EXPECT_EQ(e.FormattedMessage(), e.Message());
+    }
+    EXPECT_EQ(Win32Error(0x7ffffff0u, L"s").Message(), L"Win32 error 0x7ffffff0 ()");
+    EXPECT_EQ(Win32Error(0x1fu + 0xa0, L"s").Message().substr(0, 16), L"Win32 error 0xbf");
+    EXPECT_EQ(ConfigurationManagerError(13, L"s").Message(), L"Configuration Manager Error 13");
+    EXPECT_EQ(ConfigurationManagerError(-4, L"s").Message(), L"Configuration Manager Error -4");
+    EXPECT_EQ(ConfigurationManagerError(-4, L"s").ErrorCode(), -4);
+}
+
+TEST(SystemErrors, CheckAndThrowHelpers) {
+    LogCapture log;
+    size_t throws = 4;
+    EXPECT_THROW(ThrowIfInvalidHandle(InvalidNativeHandle(), L"src"), Win32Error);
+#ifdef _WIN32
+    ++throws;
+    EXPECT_THROW(ThrowIfInvalidHandle(nullptr, L"src"), Win32Error);
+    EXPECT_NO_THROW(ThrowIfInvalidHandle(reinterpret_cast<void*>(0x1234), L"src"));
+#else
+    EXPECT_NO_THROW(ThrowIfInvalidHandle(0, L"src"));
+#endif
+    SetLastSystemError(5);
+    try {
+        ThrowIfFalse(false, L"Caller()");
+        FAIL();
+    } catch (const Win32Error& e) {
+        EXPECT_EQ(e.ErrorCode(), 5u);
+        EXPECT_EQ(e.Source(), L"Caller()");
+    }
+    EXPECT_NO_THROW(ThrowIfFalse(true, L"x"));
+    SetLastSystemError(0);
+    EXPECT_NO_THROW(ThrowIfLastError(L"x"));
+    SetLastSystemError(2);
+    EXPECT_THROW(ThrowIfLastError(L"x"), Win32Error);
+    EXPECT_NO_THROW(ThrowIfConfigurationManagerError(0, L"x"));
+    EXPECT_THROW(ThrowIfConfigurationManagerError(13, L"x"), ConfigurationManagerError);
+    EXPECT_EQ(log.Count(LogLevel::error), throws); // each throw logged exactly once
+}
+
+TEST(LogAndThrow, LogsOneLineThenThrowsTheStaticType) {
+    LogCapture log;
+    try {
+        LogAndThrow(NoCassettePresentException(L"'No cassette present'", L"PrinterDevice::GetSkuNumber()"));
+    } catch (const NoCassettePresentException& e) {
+        EXPECT_EQ(e.Message(), L"'No cassette present'");
+    }
+    ASSERT_EQ(log.Lines().size(), 1u);
+    EXPECT_EQ(log.Lines()[0].level, LogLevel::error);
+    EXPECT_EQ(log.Lines()[0].text,
+              L"PrinterDevice::GetSkuNumber(): NoCassettePresentException: 'No cassette present'");
+    // A per-cent sign in a message reaches the sink as it stands.
+    log.Clear();
+    EXPECT_THROW(LogAndThrow(PathException(L"100%s %d done", L"src")), PathException);
+    EXPECT_EQ(log.Lines().at(0).text, L"src: PathException: 100%s %d done");
+}
+
+TEST(LogFormat, ConversionsAreTypeSafe) {
+    EXPECT_EQ(Format(L"%s|%s|%s|%s", std::wstring(L"wide"), std::string("n\xC3\xA4rrow"), L"lit", "c"),
+              L"wide|n\u00e4rrow|lit|c");
+    EXPECT_EQ(Format(L"%d %i %u %x %X %%", -7, 42, 7u, 255, 255u), L"-7 42 7 ff FF %");
+    EXPECT_EQ(Format(L"0x%x", static_cast<uint32_t>(0x80070057u)), L"0x80070057");
+    EXPECT_EQ(Format(L"%x", -1), L"ffffffff");
+    EXPECT_EQ(Format(L"[%5d][%-4s][%04x]", 42, L"ab", 0xa), L"[   42][ab  ][000a]");
+    // Wrong or missing arguments never read memory they were not given.
+    EXPECT_EQ(Format(L"%d and %s", std::wstring(L"text")), L"text and ");
+    EXPECT_EQ(Format(L"%s", 12), L"12");
+    EXPECT_EQ(Format(L"100%", 1), L"100%");
+    EXPECT_EQ(Format(L"%q %s", L"x"), L"%q x");
+}
+
+TEST(LogSink, TextWithoutArgumentsIsNotFormattedAndLevelsFilter) {
+    LogCapture log;
+    Log::LogWarning(L"rate 100%s %d");
+    Log::LogInfo(L"n=%d", 3);
+    Log::LogError(L"%s failed: %s", L"Op()", std::string("why"));
+    auto lines = log.Lines();
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[0].text, L"rate 100%s %d");
+    EXPECT_EQ(lines[0].level, LogLevel::warning);
+    EXPECT_EQ(lines[1].text, L"n=3");
+    EXPECT_EQ(lines[2].text, L"Op() failed: why");
+    Log::SetLevel(static_cast<int>(LogLevel::warning));
+    Log::LogInfo(L"hidden");
+    EXPECT_EQ(log.Lines().size(), 3u);
+}
+
+TEST(LogSink, ConcurrentWritersLoseNoLine) {
+    LogCapture log;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([t] {
+            for (int i = 0; i < 250; ++i) {
+                Log::LogWarning(L"thread %d line %d", t, i);
+            }
+        });
+    }
+    for (auto& th : threads) {
+        th.join();
+    }
+    EXPECT_EQ(log.Lines().size(), 1000u);
+}
+
+TEST(StringConverter, RoundTripsAndReplacesInvalidInput) {
+    std::wstring text = L"a\u00e4\u20ac";
+    text += static_cast<wchar_t>(sizeof(wchar_t) == 2 ? 0xD83D : 0x1F600);
+    if (sizeof(wchar_t) == 2) {
+        text += static_cast<wchar_t>(0xDE00);
+    }
+    std::string utf8 = StringConverter::ToUtf8(text);
+    EXPECT_EQ(utf8, "a\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80");
+    EXPECT_EQ(StringConverter::FromUtf8(utf8), text);
+    EXPECT_EQ(StringConverter::Utf16Length(text), 5u); // the emoji counts two
+    EXPECT_EQ(StringConverter::FromUtf8(std::string("a\xFF" "b")), L"a\uFFFDb");
+    EXPECT_EQ(StringConverter::FromUtf8(std::string("\xE2\x82")), L"\uFFFD");      // cut sequence
+    EXPECT_EQ(StringConverter::FromUtf8(std::string("\xC0\xAF")), L"\uFFFD\uFFFD"); // overlong
+    EXPECT_EQ(StringConverter::FromUtf8(std::string("\xED\xA0\x80")), L"\uFFFD");  // encoded surrogate
+    EXPECT_EQ(StringConverter::ToUtf8(std::wstring(1, static_cast<wchar_t>(0xD800))), "\xEF\xBF\xBD");
+}
+
+TEST(Option, SomeAndNone) {
+    LogCapture log;
+    Option some = Option::Some(L"Queue");
+    Option copy = some;
+    EXPECT_TRUE(copy.HasValue());
+    EXPECT_EQ(copy.Value(), L"Queue");
+    Option none = Option::None();
+    EXPECT_FALSE(none.HasValue());
+    try {
+        none.Value();
+        FAIL();
+    } catch (const InvalidOperationException& e) {
+        EXPECT_EQ(e.Message(), L"Option::None has no value");
+        EXPECT_EQ(e.Source(), L"Option::None");
+    }
+}
+
+TEST(Pause, RealWaitTimesOutAndSeamReplacesIt) {
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(Pause(60), WaitResult::timeout);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(55));
+
+    vela::test::PauseRecorder recorder;
+    start = std::chrono::steady_clock::now();
+    EXPECT_EQ(Pause(20000), WaitResult::timeout);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1000));
+    recorder.SetResultAt(0, WaitResult::signalled);
+    EXPECT_EQ(Pause(500), WaitResult::signalled);
+    EXPECT_EQ(recorder.Pauses(), (std::vector<uint32_t>{20000, 500}));
+}
+
+TEST(Event, AutoResetReleasesOneWaitAndManualStaysSet) {
+    Event automatic(Event::Mode::autoReset, false);
+    EXPECT_EQ(automatic.Wait(0), WaitResult::timeout);
+    EXPECT_TRUE(automatic.Set());
+    EXPECT_EQ(automatic.Wait(0), WaitResult::signalled);
+    EXPECT_EQ(automatic.Wait(10), WaitResult::timeout);
+
+    Event manual(Event::Mode::manualReset, true);
+    EXPECT_EQ(manual.Wait(0), WaitResult::signalled);
+    EXPECT_EQ(manual.Wait(0), WaitResult::signalled);
+    EXPECT_TRUE(manual.Reset());
+    EXPECT_EQ(manual.Wait(0), WaitResult::timeout);
+
+    std::thread setter([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(30));
+        automatic.Set();
+    });
+    EXPECT_EQ(automatic.Wait(kInfinite), WaitResult::signalled);
+    setter.join();
+}
