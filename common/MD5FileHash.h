@@ -3,6 +3,8 @@
 #include "common/IMD5FileHash.h"
 #include "common/NotCopyable.h"
 
+#include <cstdint>
+
 namespace vela::common {
 
 // MD5 of a host file through the system's crypto provider: CryptoAPI on Windows, OpenSSL's
@@ -19,6 +21,7 @@ private:
     uintptr_t m_provider = 0;
     uintptr_t m_hash = 0;
     bool m_finalised = false;
+    std::vector<uint8_t> m_value; // Linux: the finished digest (the provider keeps it on Windows)
 };
 
 } // namespace vela::common

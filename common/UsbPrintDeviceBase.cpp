@@ -14,11 +14,19 @@ uint32_t UsbPrintDeviceBase::Write(const std::vector<uint8_t>& data) {
     }
     // A transfer that ends exactly on a 512-byte packet boundary would need a zero-length packet
     // to terminate it; one pad byte avoids that. The caller never sees it counted.
-    std::vector<uint8_t> padded;
-    padded.reserve(data.size() + 1);
-    padded.assign(data.begin(), data.end());
-    padded.push_back(0x00);
-    uint32_t written = WriteBytes(padded.data(), length + 1);
+    // Only the last chunk is copied to add the pad byte: the head goes out from the caller's
+    // buffer in whole 8192-byte chunks, so a large message is never held twice. The chunks on
+    // the wire are the same as for one padded buffer.
+    constexpr uint32_t kChunk = 8192;
+    const uint32_t tailLength = length % kChunk == 0 ? kChunk : length % kChunk;
+    const uint32_t headLength = length - tailLength;
+    uint32_t written = 0;
+    if (headLength > 0) {
+        written = WriteBytes(data.data(), headLength);
+    }
+    std::vector<uint8_t> tail(data.begin() + headLength, data.end());
+    tail.push_back(0x00);
+    written += WriteBytes(tail.data(), tailLength + 1);
     return written == 0 ? 0 : written - 1;
 }
 
