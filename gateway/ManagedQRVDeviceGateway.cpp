@@ -247,11 +247,12 @@ std::vector<host::FileComponent> ManagedQRVDeviceGateway::GetFiles(const std::ws
     return Handler::RunDirectory(entry, &printerPath, [&] {
         NativeQRVDevice& facade = Facade(entry);
         PathArgument(printerPath, entry);
+        std::vector<std::unique_ptr<PathInfo>> content = facade.GetFolderContent(printerPath);
         std::vector<host::FileComponent> files;
-        for (const auto& info : facade.GetFolderContent(printerPath)) {
-            files.emplace_back(info->Name(),
-                               info->IsFile() ? host::FileType::file : host::FileType::directory,
-                               info->Size());
+        files.reserve(content.size());
+        for (const auto& info : content) {
+            host::FileType type = info->IsFile() ? host::FileType::file : host::FileType::directory;
+            files.push_back(host::FileComponent(info->Name(), type, info->Size()));
         }
         return files;
     });
