@@ -78,7 +78,7 @@ std::vector<NamedPrinter> NamePrinters(const QRVPrintersBase& models, std::vecto
 std::vector<ConnectedPrinter> QRVPrinters::FindAttachedPrinters() {
     const std::wstring origin = L"Printers::GetConnectedPrinters()";
     std::vector<UsbPrinterNodes> withPrinterNode;
-    for (UsbPrinterNodes& nodes : ScanUsbPrinters(*this, origin)) {
+    for (UsbPrinterNodes& nodes : ScanUsbPrinters(*this, ReportFailures::printerNodes, origin)) {
         if (!nodes.printerNode.empty()) {
             withPrinterNode.push_back(std::move(nodes));
         }
@@ -94,7 +94,7 @@ std::vector<ConnectedPrinter> QRVPrinters::FindAttachedPrinters() {
 std::vector<ConnectedPrinter> QRVPrinters::FindAttachedHidDevices() {
     const std::wstring origin = L"Printers::GetConnectedHidDevices()";
     std::vector<UsbPrinterNodes> withHidNode;
-    for (UsbPrinterNodes& nodes : ScanUsbPrinters(*this, origin)) {
+    for (UsbPrinterNodes& nodes : ScanUsbPrinters(*this, ReportFailures::hidNodes, origin)) {
         if (!nodes.hidNodes.empty()) {
             withHidNode.push_back(std::move(nodes));
         }
@@ -112,7 +112,8 @@ std::vector<ConnectedPrinter> QRVPrinters::FindAttachedHidDevices() {
 std::vector<DiscoveredPrinter> QRVPrinters::ListAttachedPrinters() {
     const std::wstring origin = L"Printers::ListPrinters()";
     std::vector<DiscoveredPrinter> result;
-    for (const NamedPrinter& printer : NamePrinters(*this, ScanUsbPrinters(*this, origin), origin)) {
+    for (const NamedPrinter& printer :
+         NamePrinters(*this, ScanUsbPrinters(*this, ReportFailures::all, origin), origin)) {
         DiscoveredPrinter row;
         row.printerName = printer.name;
         row.modelName = printer.modelName;

@@ -51,8 +51,8 @@ bool ParseUsbId(const char* text, uint32_t& id) {
 
 class Scanner {
 public:
-    Scanner(const QRVPrintersBase& models, const std::wstring& origin)
-        : m_origin(origin), m_udev(udev_new()), m_models(models) {
+    Scanner(const QRVPrintersBase& models, ReportFailures report, const std::wstring& origin)
+        : m_origin(origin), m_udev(udev_new()), m_models(models), m_report(report) {
         if (!m_udev) {
             common::LogAndThrow(common::Win32Error(errno != 0 ? errno : ENOMEM, m_origin));
         }
@@ -83,22 +83,29 @@ public:
 
 private:
     void AddNode(const char* syspath, bool printerNode) {
-        const wchar_t* filter =
-            printerNode ? L"UsbFilter() for '%s' failed: %s" : L"HidFilter() for '%s' failed: %s";
+        bool report = m_report == ReportFailures::all ||
+                      m_report == (printerNode ? ReportFailures::printerNodes : ReportFailures::hidNodes);
+        auto reject = [printerNode, report](const std::string& node, const std::string& reason) {
+            if (report) {
+                common::Log::LogWarning(printerNode ? L"UsbFilter() for '%s' failed: %s"
+                                                    : L"HidFilter() for '%s' failed: %s",
+                                        node, reason);
+            }
+        };
         UdevDevice node(udev_device_new_from_syspath(m_udev.get(), syspath));
         if (!node) {
-            common::Log::LogWarning(filter, syspath, L"the device has gone");
+            reject(syspath, "the device has gone");
             return;
         }
         const char* devnode = udev_device_get_devnode(node.get());
         if (devnode == nullptr) {
-            common::Log::LogWarning(filter, syspath, L"it has no device node");
+            reject(syspath, "it has no device node");
             return;
         }
         // Owned by `node`: a parent lives as long as its child.
         udev_device* usb = udev_device_get_parent_with_subsystem_devtype(node.get(), "usb", "usb_device");
         if (usb == nullptr) {
-            common::Log::LogWarning(filter, devnode, L"it is not on a USB device");
+            reject(devnode, "it is not on a USB device");
             return;
         }
         uint32_t vendorId = 0;
@@ -111,7 +118,7 @@ private:
                                                             udev_device_get_syspath(usb)
                                                       : std::string(name) + " '" + value + "' of " +
                                                             udev_device_get_syspath(usb) + " is not a USB id";
-                common::Log::LogWarning(filter, devnode, reason);
+                reject(devnode, reason);
                 return;
             }
         }
@@ -163,13 +170,15 @@ private:
     std::wstring m_origin;
     Udev m_udev;
     const QRVPrintersBase& m_models;
+    ReportFailures m_report;
     std::vector<UsbPrinterNodes> m_printers;
 };
 
 } // namespace
 
-std::vector<UsbPrinterNodes> ScanUsbPrinters(const QRVPrintersBase& models, const std::wstring& origin) {
-    Scanner scanner(models, origin);
+std::vector<UsbPrinterNodes> ScanUsbPrinters(const QRVPrintersBase& models, ReportFailures report,
+                                             const std::wstring& origin) {
+    Scanner scanner(models, report, origin);
     scanner.Scan("usbmisc", "lp*", true);
     scanner.Scan("hidraw", nullptr, false);
     return scanner.TakeResult();

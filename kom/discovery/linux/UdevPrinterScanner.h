@@ -22,14 +22,20 @@ struct UsbPrinterNodes {
     std::vector<std::string> hidNodes; // /dev/hidrawN, in enumeration order
 };
 
+// Which nodes' read failures are reported. Both kinds are always read, so that a printer has the
+// same identity (and name) whichever interface it is looked up by.
+enum class ReportFailures { printerNodes, hidNodes, all };
+
 // Lists the usblp ("usbmisc", lp*) and hidraw nodes through libudev, joins each to its
 // usb_device and keeps the devices of the models in `models`, in udev's enumeration order (printers
 // first, then devices that only have HID nodes). A node whose device cannot be read (no device
 // node, not on USB, missing or malformed idVendor/idProduct) is skipped after the warning
 // "UsbFilter() for '%s' failed: %s" (printer nodes) or "HidFilter() for '%s' failed: %s" (HID
-// nodes), with the node (or its syspath) and the reason; unsupported devices are skipped
+// nodes; each only when `report` asks for that kind), with the node (or its syspath) and the
+// reason; unsupported devices are skipped
 // silently. Blocks on sysfs reads only. Throws Win32Error (context `origin`) when udev itself
 // cannot be used. Any thread; each call has its own udev context.
-std::vector<UsbPrinterNodes> ScanUsbPrinters(const QRVPrintersBase& models, const std::wstring& origin);
+std::vector<UsbPrinterNodes> ScanUsbPrinters(const QRVPrintersBase& models, ReportFailures report,
+                                             const std::wstring& origin);
 
 } // namespace vela::kom

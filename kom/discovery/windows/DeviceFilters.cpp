@@ -8,7 +8,10 @@
 #include "kom/discovery/ParseVidPid.h"
 #include "kom/discovery/QRVPrinters.h"
 
+// The HID header declares its functions without C linkage.
+extern "C" {
 #include <hidsdi.h>
+}
 
 #include <vector>
 

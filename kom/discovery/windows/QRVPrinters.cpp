@@ -11,7 +11,10 @@
 #include "kom/discovery/windows/DeviceInfoSet.h"
 
 #include <cfgmgr32.h>
+// The HID header declares its functions without C linkage.
+extern "C" {
 #include <hidsdi.h>
+}
 
 #include <cwctype>
 
