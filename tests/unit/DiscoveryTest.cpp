@@ -59,7 +59,7 @@ TEST(ParseVidPid, ReadsFourHexDigitsBehindEachMarker) {
     using Ids = std::pair<uint32_t, uint32_t>;
     EXPECT_EQ(VidPid(L"USB\\VID_0922&PID_0025"), Ids(0x0922, 0x0025));
     EXPECT_EQ(VidPid(L"usb\\vid_0922&pid_0025&rev_0100"), Ids(0x0922, 0x0025));
-    EXPECT_EQ(VidPid(L"USB\\VID_04B8&PID_0E2a&MI_00\\7&1a2b&0&0000"), Ids(0x04B8, 0x0E2A));
+    EXPECT_EQ(VidPid(L"USB\\VID_Fe1A&PID_0B2c&MI_00\\7&1a2b&0&0000"), Ids(0xFE1A, 0x0B2C));
     EXPECT_EQ(VidPid(L"HID\\VID_0922&PID_0024&MI_01\\8&2c&0&0000"), Ids(0x0922, 0x0024));
 
     // A missing marker reads the 4 characters from position 3 (lenient on purpose).

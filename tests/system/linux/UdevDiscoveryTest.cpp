@@ -92,13 +92,13 @@ TEST_F(UdevDiscovery, OtherDevicesAreSkippedSilentlyWhateverTheLetterCaseOfTheir
     otherProduct.hidraw = 0;
     MockUsbPrinter otherVendorLower;
     otherVendorLower.port = "1-2";
-    otherVendorLower.idVendor = "04b8";
-    otherVendorLower.idProduct = "0e2a";
+    otherVendorLower.idVendor = "fe1a";
+    otherVendorLower.idProduct = "0b2c";
     otherVendorLower.lp = 1;
     MockUsbPrinter otherVendorUpper = otherVendorLower;
     otherVendorUpper.port = "1-3";
-    otherVendorUpper.idVendor = "04B8";
-    otherVendorUpper.idProduct = "0E2A";
+    otherVendorUpper.idVendor = "FE1A";
+    otherVendorUpper.idProduct = "0B2C";
     otherVendorUpper.lp = 2;
     MockUsbPrinter supported;
     supported.port = "2-1";
@@ -111,7 +111,7 @@ TEST_F(UdevDiscovery, OtherDevicesAreSkippedSilentlyWhateverTheLetterCaseOfTheir
     }
     // A mouse: hidraw on a USB device of another vendor.
     std::string mouse =
-        m_testbed.AddDevice("usb", "3-1", "", "", {"idVendor", "046d", "idProduct", "c077"}, "usb_device");
+        m_testbed.AddDevice("usb", "3-1", "", "", {"idVendor", "fe2b", "idProduct", "0c0d"}, "usb_device");
     m_testbed.AddDevice("hidraw", "hidraw7", mouse, "/dev/hidraw7", {});
 
     LogCapture log;
