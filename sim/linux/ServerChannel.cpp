@@ -57,9 +57,18 @@ private:
     int m_fd = -1;
 };
 
+// ClientPath() widens the path byte by byte, so only a plain ASCII temporary folder is taken.
 std::string TempFolder() {
     const char* temp = std::getenv("TMPDIR");
-    return temp != nullptr && temp[0] == '/' ? temp : "/tmp";
+    if (temp == nullptr || temp[0] != '/') {
+        return "/tmp";
+    }
+    for (const char* c = temp; *c != '\0'; ++c) {
+        if (static_cast<unsigned char>(*c) < 0x20 || static_cast<unsigned char>(*c) > 0x7E) {
+            return "/tmp";
+        }
+    }
+    return temp;
 }
 
 // The descriptors of one "cable": what the server reads and writes, and for a pseudo-terminal
