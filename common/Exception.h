@@ -26,11 +26,11 @@ private:
     std::wstring m_source;
 };
 
-#define VELA_DECLARE_EXCEPTION(Name, Base)                                                                  \
-    class Name : public Base {                                                                             \
-    public:                                                                                                \
-        using Base::Base;                                                                                  \
-        std::wstring ExceptionName() const override { return L## #Name; }                                 \
+#define VELA_DECLARE_EXCEPTION(Name, Base)                                                                   \
+    class Name : public Base {                                                                               \
+    public:                                                                                                  \
+        using Base::Base;                                                                                    \
+        std::wstring ExceptionName() const override { return L## #Name; }                                    \
     }
 
 VELA_DECLARE_EXCEPTION(InvalidOperationException, Exception);

@@ -254,7 +254,8 @@ LogState& State() {
 }
 
 void DefaultSink(LogState& state, LogLevel level, const std::wstring& line) {
-    std::string text = "qrv " + StringConverter::ToUtf8(LogLevelName(level)) + ": " + StringConverter::ToUtf8(line) + "\n";
+    std::string text =
+        "qrv " + StringConverter::ToUtf8(LogLevelName(level)) + ": " + StringConverter::ToUtf8(line) + "\n";
     std::lock_guard<std::mutex> lock(state.mutex);
     FILE* target = state.file != nullptr ? state.file : stderr;
     std::fwrite(text.data(), 1, text.size(), target);
@@ -272,8 +273,12 @@ Log::Sink Log::SetSink(Sink sink) {
     return previous ? *previous : Sink();
 }
 
-void Log::SetLevel(int level) { State().level = level; }
-int Log::GetLevel() { return State().level; }
+void Log::SetLevel(int level) {
+    State().level = level;
+}
+int Log::GetLevel() {
+    return State().level;
+}
 
 void Log::Write(LogLevel level, const std::wstring& line) {
     LogState& state = State();

@@ -19,8 +19,9 @@ public:
 
     template <class T, std::enable_if_t<std::is_integral_v<T> && std::is_signed_v<T>, int> = 0>
     FormatArg(T v) : m_kind(Kind::integer), m_signed(static_cast<int64_t>(v)) {}
-    template <class T, std::enable_if_t<std::is_integral_v<T> && !std::is_signed_v<T> && !std::is_same_v<T, bool>,
-                                        int> = 0>
+    template <
+        class T,
+        std::enable_if_t<std::is_integral_v<T> && !std::is_signed_v<T> && !std::is_same_v<T, bool>, int> = 0>
     FormatArg(T v) : m_kind(Kind::unsignedInteger), m_unsigned(static_cast<uint64_t>(v)) {}
     FormatArg(bool v) : m_kind(Kind::integer), m_signed(v ? 1 : 0) {}
     template <class E, std::enable_if_t<std::is_enum_v<E>, int> = 0>
@@ -32,8 +33,12 @@ public:
     FormatArg(const void* p);
 
     Kind GetKind() const { return m_kind; }
-    int64_t Signed() const { return m_kind == Kind::unsignedInteger ? static_cast<int64_t>(m_unsigned) : m_signed; }
-    uint64_t Unsigned() const { return m_kind == Kind::integer ? static_cast<uint64_t>(m_signed) : m_unsigned; }
+    int64_t Signed() const {
+        return m_kind == Kind::unsignedInteger ? static_cast<int64_t>(m_unsigned) : m_signed;
+    }
+    uint64_t Unsigned() const {
+        return m_kind == Kind::integer ? static_cast<uint64_t>(m_signed) : m_unsigned;
+    }
     const std::wstring& Text() const { return m_text; }
 
 private:
@@ -48,8 +53,7 @@ private:
 // nothing; surplus arguments are ignored.
 std::wstring FormatText(const std::wstring& format, const std::vector<FormatArg>& args);
 
-template <class... Args>
-std::wstring Format(const std::wstring& format, const Args&... args) {
+template <class... Args> std::wstring Format(const std::wstring& format, const Args&... args) {
     return FormatText(format, std::vector<FormatArg>{FormatArg(args)...});
 }
 

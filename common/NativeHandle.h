@@ -6,10 +6,14 @@ namespace vela::common {
 // descriptor on Linux. Kept opaque here so that portable headers need no system header.
 #ifdef _WIN32
 using NativeHandle = void*;
-inline NativeHandle InvalidNativeHandle() { return reinterpret_cast<void*>(~static_cast<unsigned long long>(0)); }
+inline NativeHandle InvalidNativeHandle() {
+    return reinterpret_cast<void*>(~static_cast<unsigned long long>(0));
+}
 #else
 using NativeHandle = int;
-inline constexpr NativeHandle InvalidNativeHandle() { return -1; }
+inline constexpr NativeHandle InvalidNativeHandle() {
+    return -1;
+}
 #endif
 
 // Windows: neither null nor INVALID_HANDLE_VALUE. Linux: not negative.

@@ -33,7 +33,8 @@ WaitResult Pause(uint32_t milliseconds) {
 }
 
 PauseHandler SetPauseHandler(PauseHandler handler) {
-    std::shared_ptr<PauseHandler> replacement = handler ? std::make_shared<PauseHandler>(std::move(handler)) : nullptr;
+    std::shared_ptr<PauseHandler> replacement =
+        handler ? std::make_shared<PauseHandler>(std::move(handler)) : nullptr;
     std::lock_guard<std::mutex> lock(HandlerMutex());
     std::shared_ptr<PauseHandler> previous = std::move(Handler());
     Handler() = std::move(replacement);

@@ -66,7 +66,9 @@ std::string StringConverter::ToUtf8(const std::wstring& text) {
     return out;
 }
 
-std::wstring StringConverter::FromUtf8(const std::string& text) { return FromUtf8(text.data(), text.size()); }
+std::wstring StringConverter::FromUtf8(const std::string& text) {
+    return FromUtf8(text.data(), text.size());
+}
 
 std::wstring StringConverter::FromUtf8(const char* data, size_t size) {
     std::wstring out;

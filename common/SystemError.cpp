@@ -12,7 +12,9 @@ std::wstring Win32Error::Format(uint32_t errorCode) {
 Win32Error::Win32Error(uint32_t errorCode, std::wstring source)
     : WinExceptionBase(Format(errorCode), std::move(source)), m_errorCode(errorCode) {}
 
-std::wstring Win32Error::FormattedMessage() const { return Format(m_errorCode); }
+std::wstring Win32Error::FormattedMessage() const {
+    return Format(m_errorCode);
+}
 
 ConfigurationManagerError::ConfigurationManagerError(int32_t errorCode, std::wstring source)
     : WinExceptionBase(vela::common::Format(L"Configuration Manager Error %i", errorCode), std::move(source)),

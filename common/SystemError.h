@@ -45,9 +45,10 @@ private:
 };
 
 // Check-and-throw helpers; each throws through LogAndThrow.
-void ThrowIfFalse(bool result, const std::wstring& source);             // code: last system error
-void ThrowIfInvalidHandle(NativeHandle handle, const std::wstring& source); // null or all-ones (Windows), < 0 (Linux)
-void ThrowIfLastError(const std::wstring& source);                      // throws when last error != 0
+void ThrowIfFalse(bool result, const std::wstring& source); // code: last system error
+void ThrowIfInvalidHandle(NativeHandle handle,
+                          const std::wstring& source); // null or all-ones (Windows), < 0 (Linux)
+void ThrowIfLastError(const std::wstring& source);     // throws when last error != 0
 void ThrowIfConfigurationManagerError(int32_t result, const std::wstring& source);
 
 } // namespace vela::common

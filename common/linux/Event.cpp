@@ -19,7 +19,9 @@ Event::Event(Mode mode, bool initiallySet) : m_mode(mode) {
     }
 }
 
-Event::~Event() { Close(); }
+Event::~Event() {
+    Close();
+}
 
 bool Event::Close() {
     if (m_handle < 0) {
@@ -59,7 +61,8 @@ WaitResult Event::Wait(uint32_t milliseconds) {
     for (;;) {
         int timeout = -1;
         if (milliseconds != kInfinite) {
-            auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+            auto left =
+                std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
             timeout = left > 0 ? static_cast<int>(left) : 0;
         }
         pollfd p{m_handle, POLLIN, 0};

@@ -9,13 +9,21 @@
 
 namespace vela::common {
 
-uint32_t LastSystemError() { return static_cast<uint32_t>(errno); }
-void SetLastSystemError(uint32_t code) { errno = static_cast<int>(code); }
+uint32_t LastSystemError() {
+    return static_cast<uint32_t>(errno);
+}
+void SetLastSystemError(uint32_t code) {
+    errno = static_cast<int>(code);
+}
 
 namespace {
 // strerror_r comes in two flavours; overloads pick whichever glibc declared.
-[[maybe_unused]] const char* Pick(int result, const char* buffer) { return result == 0 ? buffer : ""; }
-[[maybe_unused]] const char* Pick(const char* result, const char*) { return result != nullptr ? result : ""; }
+[[maybe_unused]] const char* Pick(int result, const char* buffer) {
+    return result == 0 ? buffer : "";
+}
+[[maybe_unused]] const char* Pick(const char* result, const char*) {
+    return result != nullptr ? result : "";
+}
 } // namespace
 
 std::wstring SystemErrorText(uint32_t code) {
@@ -35,8 +43,12 @@ std::wstring SystemErrorText(uint32_t code) {
     return b == std::string::npos ? std::wstring() : StringConverter::FromUtf8(text.substr(b, e - b + 1));
 }
 
-bool IsValidNativeHandle(NativeHandle handle) { return handle >= 0; }
+bool IsValidNativeHandle(NativeHandle handle) {
+    return handle >= 0;
+}
 
-bool CloseNativeHandle(NativeHandle handle) { return ::close(handle) == 0; }
+bool CloseNativeHandle(NativeHandle handle) {
+    return ::close(handle) == 0;
+}
 
 } // namespace vela::common

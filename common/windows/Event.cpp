@@ -8,14 +8,17 @@
 namespace vela::common {
 
 Event::Event(Mode mode, bool initiallySet) : m_mode(mode) {
-    m_handle = ::CreateEventW(nullptr, mode == Mode::manualReset ? TRUE : FALSE, initiallySet ? TRUE : FALSE, nullptr);
+    m_handle = ::CreateEventW(nullptr, mode == Mode::manualReset ? TRUE : FALSE, initiallySet ? TRUE : FALSE,
+                              nullptr);
     if (m_handle == nullptr || m_handle == INVALID_HANDLE_VALUE) {
         m_handle = nullptr;
         LogAndThrow(Win32Error(LastSystemError(), L"Event::Event()"));
     }
 }
 
-Event::~Event() { Close(); }
+Event::~Event() {
+    Close();
+}
 
 bool Event::Close() {
     if (m_handle == nullptr) {
@@ -26,9 +29,13 @@ bool Event::Close() {
     return ::CloseHandle(h) != FALSE;
 }
 
-bool Event::Set() { return m_handle != nullptr && ::SetEvent(m_handle) != FALSE; }
+bool Event::Set() {
+    return m_handle != nullptr && ::SetEvent(m_handle) != FALSE;
+}
 
-bool Event::Reset() { return m_handle != nullptr && ::ResetEvent(m_handle) != FALSE; }
+bool Event::Reset() {
+    return m_handle != nullptr && ::ResetEvent(m_handle) != FALSE;
+}
 
 WaitResult Event::Wait(uint32_t milliseconds) {
     if (m_handle == nullptr) {

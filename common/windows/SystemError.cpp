@@ -4,8 +4,12 @@
 
 namespace vela::common {
 
-uint32_t LastSystemError() { return static_cast<uint32_t>(::GetLastError()); }
-void SetLastSystemError(uint32_t code) { ::SetLastError(static_cast<DWORD>(code)); }
+uint32_t LastSystemError() {
+    return static_cast<uint32_t>(::GetLastError());
+}
+void SetLastSystemError(uint32_t code) {
+    ::SetLastError(static_cast<DWORD>(code));
+}
 
 std::wstring SystemErrorText(uint32_t code) {
     DWORD saved = ::GetLastError();
@@ -26,8 +30,12 @@ std::wstring SystemErrorText(uint32_t code) {
     return b == std::wstring::npos ? std::wstring() : text.substr(b, e - b + 1);
 }
 
-bool IsValidNativeHandle(NativeHandle handle) { return handle != nullptr && handle != INVALID_HANDLE_VALUE; }
+bool IsValidNativeHandle(NativeHandle handle) {
+    return handle != nullptr && handle != INVALID_HANDLE_VALUE;
+}
 
-bool CloseNativeHandle(NativeHandle handle) { return ::CloseHandle(handle) != FALSE; }
+bool CloseNativeHandle(NativeHandle handle) {
+    return ::CloseHandle(handle) != FALSE;
+}
 
 } // namespace vela::common

@@ -54,7 +54,8 @@ TEST(ExceptionTree, NamesAndBasesFollowTheTable) {
     EXPECT_EQ(copy.ErrorCode(), 3u);
     EXPECT_EQ(copy.ExceptionName(), L"Win32Error");
     EXPECT_EQ(PrinterBuzyException(L"m", L"s").ExceptionName(), L"PrinterBuzyException");
-    EXPECT_EQ(UsbPrintDeviceConnectionException(L"m", L"s").ExceptionName(), L"UsbPrintDeviceConnectionException");
+    EXPECT_EQ(UsbPrintDeviceConnectionException(L"m", L"s").ExceptionName(),
+              L"UsbPrintDeviceConnectionException");
     EXPECT_EQ(Exception(L"m", L"s").ExceptionName(), L"Exception");
 }
 
@@ -177,10 +178,12 @@ TEST(StringConverter, RoundTripsAndReplacesInvalidInput) {
     EXPECT_EQ(utf8, "a\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80");
     EXPECT_EQ(StringConverter::FromUtf8(utf8), text);
     EXPECT_EQ(StringConverter::Utf16Length(text), 5u); // the emoji counts two
-    EXPECT_EQ(StringConverter::FromUtf8(std::string("a\xFF" "b")), L"a\uFFFDb");
-    EXPECT_EQ(StringConverter::FromUtf8(std::string("\xE2\x82")), L"\uFFFD");      // cut sequence
+    EXPECT_EQ(StringConverter::FromUtf8(std::string("a\xFF"
+                                                    "b")),
+              L"a\uFFFDb");
+    EXPECT_EQ(StringConverter::FromUtf8(std::string("\xE2\x82")), L"\uFFFD");       // cut sequence
     EXPECT_EQ(StringConverter::FromUtf8(std::string("\xC0\xAF")), L"\uFFFD\uFFFD"); // overlong
-    EXPECT_EQ(StringConverter::FromUtf8(std::string("\xED\xA0\x80")), L"\uFFFD");  // encoded surrogate
+    EXPECT_EQ(StringConverter::FromUtf8(std::string("\xED\xA0\x80")), L"\uFFFD");   // encoded surrogate
     EXPECT_EQ(StringConverter::ToUtf8(std::wstring(1, static_cast<wchar_t>(0xD800))), "\xEF\xBF\xBD");
 }
 
