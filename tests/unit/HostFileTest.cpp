@@ -1,14 +1,8 @@
-#include "common/HostFile.h"
-#include "common/StringConverter.h"
-#include "support/TestSupport.h"
+#include "FileSystemTestSupport.h"
 
-#include <gtest/gtest.h>
+#include "common/HostFile.h"
 
 #include <filesystem>
-
-#ifndef _WIN32
-#include <unistd.h>
-#endif
 
 using namespace vela::common;
 using vela::test::ListDirectory;
@@ -20,15 +14,6 @@ namespace {
 
 std::wstring Wide(const std::string& path) {
     return StringConverter::FromUtf8(path);
-}
-
-// Permission bits do not stop a privileged user.
-bool Privileged() {
-#ifdef _WIN32
-    return false;
-#else
-    return ::geteuid() == 0;
-#endif
 }
 
 } // namespace
@@ -87,7 +72,7 @@ TEST(HostFileReplacer, TargetsThatCouldNotBeOpenedForWritingAreRefusedUpFront) {
     EXPECT_EQ(file.Open(Wide(dir.Path())).failure, HostFileFailure::accessDenied);
     EXPECT_TRUE(ListDirectory(dir.Path()).empty());
 
-    if (Privileged()) {
+    if (vela::test::RunningPrivileged()) {
         GTEST_SKIP() << "permission bits do not stop this user";
     }
     WriteHostFile(dir.File("readonly.bin"), {1});
