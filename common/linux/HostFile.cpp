@@ -37,8 +37,9 @@ HostFileError Classify(int code, const std::string& path) {
     error.systemError = static_cast<uint32_t>(code);
     switch (code) {
     case ENOENT:
-        error.failure =
-            IsFolder(FolderOf(path)) ? HostFileFailure::fileNotFound : HostFileFailure::pathNotFound;
+        // An empty name names no folder at all.
+        error.failure = !path.empty() && IsFolder(FolderOf(path)) ? HostFileFailure::fileNotFound
+                                                                  : HostFileFailure::pathNotFound;
         break;
     case ENOTDIR:
         error.failure = HostFileFailure::pathNotFound;
@@ -174,6 +175,9 @@ HostFileError HostFileReplacer::Open(const std::wstring& target) {
     m_committed = false;
     if (HasNul(target)) {
         return Failed(HostFileFailure::other, EINVAL);
+    }
+    if (target.empty()) {
+        return Classify(ENOENT, std::string());
     }
     m_target = ToHostPath(target);
 

@@ -67,6 +67,9 @@ HostFileError HostFileReader::Open(const std::wstring& path) {
     if (HasNul(path)) {
         return Classify(ERROR_INVALID_NAME);
     }
+    if (path.empty()) {
+        return Classify(ERROR_PATH_NOT_FOUND);
+    }
     HANDLE file = ::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
                                 FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
     if (file == INVALID_HANDLE_VALUE) {
@@ -122,6 +125,9 @@ HostFileError HostFileReplacer::Open(const std::wstring& target) {
     m_committed = false;
     if (HasNul(target)) {
         return Classify(ERROR_INVALID_NAME);
+    }
+    if (target.empty()) {
+        return Classify(ERROR_PATH_NOT_FOUND);
     }
     m_target = target;
 

@@ -24,6 +24,7 @@ TEST(HostFileReader, OpenFailuresFallIntoTheFourClasses) {
     EXPECT_EQ(reader.Open(dir.WFile("missing.bin")).failure, HostFileFailure::fileNotFound);
     EXPECT_EQ(reader.Open(dir.WFile("missing-folder/x.bin")).failure, HostFileFailure::pathNotFound);
     EXPECT_EQ(reader.Open(Wide(dir.Path())).failure, HostFileFailure::accessDenied);
+    EXPECT_EQ(reader.Open(L"").failure, HostFileFailure::pathNotFound);
     EXPECT_EQ(reader.Open(std::wstring(L"a\0b", 3)).failure, HostFileFailure::other);
 
     WriteHostFile(dir.File("data.bin"), {1, 2, 3, 4, 5});
@@ -70,6 +71,7 @@ TEST(HostFileReplacer, TargetsThatCouldNotBeOpenedForWritingAreRefusedUpFront) {
     HostFileReplacer file;
     EXPECT_EQ(file.Open(dir.WFile("missing-folder/x.bin")).failure, HostFileFailure::pathNotFound);
     EXPECT_EQ(file.Open(Wide(dir.Path())).failure, HostFileFailure::accessDenied);
+    EXPECT_EQ(file.Open(L"").failure, HostFileFailure::pathNotFound);
     EXPECT_TRUE(ListDirectory(dir.Path()).empty());
 
     if (vela::test::RunningPrivileged()) {
