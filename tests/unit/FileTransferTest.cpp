@@ -4,6 +4,7 @@
 #include "kom/QRVException.h"
 
 #include <algorithm>
+#include <filesystem>
 
 using namespace vela::kom;
 using namespace vela::test;
@@ -116,6 +117,15 @@ TEST_F(FileTransfer, CompletionErrorsOfAPutReachTheCaller) {
     EXPECT_THROW(device.PutFile(L"/f", dir.WFile("f")), FileAlreadyExistsException);
     printer.QueueCompletion(2, 3);
     EXPECT_THROW(device.PutFile(L"/f", dir.WFile("f")), NoFreeDiskSpaceException);
+    EXPECT_TRUE(TransactionClosed(printer));
+}
+
+TEST_F(FileTransfer, AFileBeyondTheFourGigabyteLengthFieldIsRefusedBeforeItIsRead) {
+    WriteHostFile(dir.File("huge.bin"), {});
+    std::filesystem::resize_file(dir.File("huge.bin"), (uint64_t{1} << 32) - 287 + 1); // sparse
+    EXPECT_TRUE(ThrowsExactly<QRVException>([&] { device.PutFile(L"/f", dir.WFile("huge.bin")); },
+                                            L"'File too large'", L"PrinterDevice::LoadFile()"));
+    EXPECT_TRUE(printer.RawWrites().empty());
     EXPECT_TRUE(TransactionClosed(printer));
 }
 
