@@ -128,11 +128,16 @@ int32_t PrinterDeviceBase<T, S, C>::PutFile(const std::wstring& printerPath,
     return WaitForCompletion(*transport);
 }
 
-// The reply is not held whole: its 263-byte head is read and checked, then the data is streamed
-// in bounded slices into a temporary file beside the target, which replaces the target only once
-// everything has arrived. The checks, their order and their exceptions are those of reading the
-// whole reply first and saving it with SaveFile: every remaining reply byte is read (and dropped)
-// before a check fails, so a transport failure still wins over a bad reply as it would there.
+// The host file is complete or untouched: a get that fails part-way (a broken channel, a full
+// disk) must not leave a truncated file where a good one was, and a failed write is reported
+// instead of being lost. So the data goes to a temporary file beside the target, flushed and
+// renamed over the target only once the whole reply has arrived.
+//
+// The reply is not held whole either: its 263-byte head is read and checked, then the data is
+// streamed in bounded slices into that temporary file. The checks, their order and their
+// exceptions are those of reading the whole reply first and saving it with SaveFile: every
+// remaining reply byte is read (and dropped) before a check fails, so a transport failure still
+// wins over a bad reply as it would there.
 template <class T, class S, class C>
 int32_t PrinterDeviceBase<T, S, C>::GetFile(const std::wstring& printerPath,
                                             const std::wstring& hostFileName) {
