@@ -117,6 +117,13 @@ public:
     const wchar_t PATH_DELIMITER = L'/';
 
 protected:
+    // Writes a two-byte information query (0x01, command) to `unit` and returns the reply payload
+    // after checking its announced length with `isValidSize` (ReplyException "'Wrong reply size'"
+    // with `origin` after draining the payload and purging). The caller holds lock and transport.
+    std::vector<uint8_t> ExchangeInformationQuery(vela::common::IUsbPrintDevice& transport, uint32_t unit,
+                                                  uint8_t command, bool (*isValidSize)(uint32_t),
+                                                  const wchar_t* origin);
+
     ConnectedPrinter m_printer;
     std::vector<std::wstring> m_invalidPathChars;
     ProgressCallback m_progress;

@@ -8,90 +8,238 @@
 #include "common/Pause.h"
 #include "kom/protocol/MessageHeader.h"
 #include "kom/protocol/ReplyParsers.h"
+#include "kom/protocol/RequestCodes.h"
 
 #include <algorithm>
+#include <array>
 #include <string>
 
 namespace vela::kom {
 
 template <class T, class S, class C>
 PrinterDeviceBase<T, S, C>::PrinterDeviceBase(const ConnectedPrinter& printer) : m_printer(printer) {
+    vela::common::Log::LogInfo(L"PrinterDevice::PrinterDevice()");
     // Characters a printer path or file name must not hold, in the order they are searched for.
     for (const wchar_t* c : {L"\\", L"?", L"*", L":", L"|", L"\"", L"<", L">", L","}) {
         m_invalidPathChars.emplace_back(c);
     }
 }
 
-template <class T, class S, class C> PrinterDeviceBase<T, S, C>::~PrinterDeviceBase() = default;
+template <class T, class S, class C> PrinterDeviceBase<T, S, C>::~PrinterDeviceBase() {
+    try {
+        vela::common::Log::LogInfo(L"PrinterDevice::~PrinterDevice()");
+        m_progress = nullptr;
+        m_invalidPathChars.clear();
+    } catch (...) {
+        try {
+            vela::common::Log::LogWarning(L"PrinterDevice::~PrinterDevice(): caught exception");
+        } catch (...) {
+            // Nothing is left to report to: a destructor must not throw.
+        }
+    }
+}
 
-#define QRV_PROTOCOL_TODO(name)                                                                              \
-    vela::common::LogAndThrow(                                                                               \
-        vela::common::NotImplementedException(L"not yet built", L"PrinterDevice::" name "()"))
+// ---- printer identity (answered locally) -------------------------------------------------------
 
 template <class T, class S, class C> std::wstring PrinterDeviceBase<T, S, C>::GetPrinterType() {
-    QRV_PROTOCOL_TODO(L"GetPrinterType");
+    vela::common::Log::LogInfo(L"PrinterDevice::GetPrinterType()");
+    return L"Not implemented yet!";
 }
-template <class T, class S, class C> PrinterStatus PrinterDeviceBase<T, S, C>::GetStatus() {
-    QRV_PROTOCOL_TODO(L"GetStatus");
-}
-template <class T, class S, class C> std::wstring PrinterDeviceBase<T, S, C>::GetSkuNumber() {
-    QRV_PROTOCOL_TODO(L"GetSkuNumber");
-}
-template <class T, class S, class C> void PrinterDeviceBase<T, S, C>::ResumePrinting() {
-    QRV_PROTOCOL_TODO(L"ResumePrinting");
-}
-template <class T, class S, class C> void PrinterDeviceBase<T, S, C>::ClearError() {
-    QRV_PROTOCOL_TODO(L"ClearError");
-}
-template <class T, class S, class C> void PrinterDeviceBase<T, S, C>::ClearCutterJamError() {
-    QRV_PROTOCOL_TODO(L"ClearCutterJamError");
-}
-template <class T, class S, class C> void PrinterDeviceBase<T, S, C>::FeedForward() {
-    QRV_PROTOCOL_TODO(L"FeedForward");
-}
-template <class T, class S, class C> void PrinterDeviceBase<T, S, C>::CutLabel() {
-    QRV_PROTOCOL_TODO(L"CutLabel");
-}
-template <class T, class S, class C> PrinterVersion PrinterDeviceBase<T, S, C>::GetPrinterVersion() {
-    QRV_PROTOCOL_TODO(L"GetPrinterVersion");
-}
-template <class T, class S, class C> DeviceManagerStatus PrinterDeviceBase<T, S, C>::GetUpdateStatusReport() {
-    QRV_PROTOCOL_TODO(L"GetUpdateStatusReport");
-}
-template <class T, class S, class C> void PrinterDeviceBase<T, S, C>::Reboot() {
-    QRV_PROTOCOL_TODO(L"Reboot");
-}
-template <class T, class S, class C> void PrinterDeviceBase<T, S, C>::StartUpdate() {
-    QRV_PROTOCOL_TODO(L"StartUpdate");
-}
+
 template <class T, class S, class C> std::wstring PrinterDeviceBase<T, S, C>::GetPrinterModel() {
-    QRV_PROTOCOL_TODO(L"GetPrinterModel");
+    vela::common::Log::LogInfo(L"PrinterDevice::GetPrinterModel()");
+    return L"Not implemented yet!";
 }
+
 template <class T, class S, class C>
 int32_t PrinterDeviceBase<T, S, C>::StartMonitor(std::function<void(int32_t)>) {
     return -1;
 }
+
 template <class T, class S, class C>
 int32_t PrinterDeviceBase<T, S, C>::StartMonitorExclusive(std::function<void(int32_t)>) {
     return -1;
 }
-template <class T, class S, class C> std::vector<uint8_t> PrinterDeviceBase<T, S, C>::GetStatusInternal() {
-    QRV_PROTOCOL_TODO(L"GetStatusInternal");
-}
-template <class T, class S, class C> bool PrinterDeviceBase<T, S, C>::IsCassettePresent() {
-    QRV_PROTOCOL_TODO(L"IsCassettePresent");
-}
-template <class T, class S, class C> EepromData PrinterDeviceBase<T, S, C>::GetCassetteEepromData() {
-    QRV_PROTOCOL_TODO(L"GetCassetteEepromData");
-}
-template <class T, class S, class C> void PrinterDeviceBase<T, S, C>::PrintControlCommand(uint8_t) {
-    QRV_PROTOCOL_TODO(L"PrintControlCommand");
-}
-template <class T, class S, class C> void PrinterDeviceBase<T, S, C>::DeviceControlCommand(uint8_t) {
-    QRV_PROTOCOL_TODO(L"DeviceControlCommand");
+
+// ---- control orders ----------------------------------------------------------------------------
+
+template <class T, class S, class C> void PrinterDeviceBase<T, S, C>::DeviceControlCommand(uint8_t code) {
+    S lock(m_printer);
+    vela::common::Log::LogInfo(L"PrinterDevice::DeviceControlCommand()");
+    const std::unique_ptr<T> transport = OpenDevice();
+    std::vector<uint8_t> request = MessageHeader::ForRequest(MessageHeader::kUnitDevice, 3).Serialize();
+    request.push_back(RequestCode::kRequestMarker);
+    request.push_back(RequestCode::kDeviceControl);
+    request.push_back(code);
+    // No reply is awaited: a restart order would take the answer down with the printer.
+    WriteData(*transport, request);
 }
 
-#undef QRV_PROTOCOL_TODO
+template <class T, class S, class C> void PrinterDeviceBase<T, S, C>::PrintControlCommand(uint8_t code) {
+    constexpr uint32_t kSettleMs = 5000;
+    const wchar_t* const origin = L"PrinterDevice::PrintControlCommand()";
+    S lock(m_printer);
+    vela::common::Log::LogInfo(origin);
+    const std::unique_ptr<T> transport = OpenDevice();
+    std::vector<uint8_t> request = MessageHeader::ForRequest(MessageHeader::kUnitPrinter, 5).Serialize();
+    request.push_back(RequestCode::kRequestMarker);
+    request.push_back(RequestCode::kPrintControl);
+    request.push_back(code);
+    request.push_back(0x00);
+    request.push_back(0x00);
+    WriteData(*transport, request);
+
+    // The acknowledgement says nothing we act on; it is read only to leave the channel clean.
+    std::vector<uint8_t> acknowledgement;
+    ReadData(*transport, acknowledgement, MessageHeader::kSize);
+    const uint32_t payloadLength = AnnouncedPayloadLength(acknowledgement, origin);
+    if (payloadLength > 0) {
+        // Asking the channel for zero bytes would wait out its time-out for a message that
+        // never comes, so an empty acknowledgement is left at its header.
+        ReadData(*transport, acknowledgement, payloadLength);
+    }
+    // The print engine needs this long to carry the order out; holding the lock and the channel
+    // meanwhile keeps every other operation, of any process, away from the printer.
+    vela::common::Pause(kSettleMs);
+}
+
+template <class T, class S, class C> void PrinterDeviceBase<T, S, C>::ResumePrinting() {
+    vela::common::Log::LogInfo(L"PrinterDevice::ResumePrinting()");
+    PrintControlCommand(PrintOrder::kResumePrinting);
+}
+
+template <class T, class S, class C> void PrinterDeviceBase<T, S, C>::ClearError() {
+    vela::common::Log::LogInfo(L"PrinterDevice::ClearError()");
+    PrintControlCommand(PrintOrder::kClearError);
+}
+
+template <class T, class S, class C> void PrinterDeviceBase<T, S, C>::ClearCutterJamError() {
+    vela::common::Log::LogInfo(L"PrinterDevice::ClearCutterJamError()");
+    PrintControlCommand(PrintOrder::kClearCutterJamError);
+}
+
+template <class T, class S, class C> void PrinterDeviceBase<T, S, C>::FeedForward() {
+    vela::common::Log::LogInfo(L"PrinterDevice::FeedForward()");
+    PrintControlCommand(PrintOrder::kFeedForward);
+}
+
+template <class T, class S, class C> void PrinterDeviceBase<T, S, C>::CutLabel() {
+    vela::common::Log::LogInfo(L"PrinterDevice::CutLabel()");
+    PrintControlCommand(PrintOrder::kCutLabel);
+}
+
+template <class T, class S, class C> void PrinterDeviceBase<T, S, C>::Reboot() {
+    vela::common::Log::LogInfo(L"PrinterDevice::Reboot()");
+    DeviceControlCommand(DeviceOrder::kReboot);
+}
+
+template <class T, class S, class C> void PrinterDeviceBase<T, S, C>::StartUpdate() {
+    vela::common::Log::LogInfo(L"PrinterDevice::StartUpdate()");
+    DeviceControlCommand(DeviceOrder::kStartUpdate);
+}
+
+// ---- status ------------------------------------------------------------------------------------
+
+template <class T, class S, class C> std::vector<uint8_t> PrinterDeviceBase<T, S, C>::GetStatusInternal() {
+    S lock(m_printer);
+    vela::common::Log::LogInfo(kOriginGetStatusInternal);
+    const std::unique_ptr<T> transport = OpenDevice();
+    std::vector<uint8_t> request = MessageHeader::ForRequest(MessageHeader::kUnitPrinter, 2).Serialize();
+    request.push_back(RequestCode::kRequestMarker);
+    request.push_back(RequestCode::kQuery);
+    WriteData(*transport, request);
+
+    const uint32_t payloadLength = GetReplyDataLength(*transport);
+    std::vector<uint8_t> payload;
+    ReadData(*transport, payload, payloadLength);
+    if (!IsStatusReplySize(payloadLength)) {
+        PergeQueue(*transport);
+        vela::common::LogAndThrow(ReplyException(L"'Wrong reply size'", kOriginGetStatusInternal));
+    }
+    return ParseStatusReply(payload);
+}
+
+template <class T, class S, class C> PrinterStatus PrinterDeviceBase<T, S, C>::GetStatus() {
+    vela::common::Log::LogInfo(L"PrinterDevice::GetStatus()");
+    return PrinterStatus(GetStatusInternal());
+}
+
+template <class T, class S, class C> bool PrinterDeviceBase<T, S, C>::IsCassettePresent() {
+    vela::common::Log::LogInfo(L"PrinterDevice::IsCassettePresent()");
+    const cassette_presence_t presence = PrinterStatus(GetStatusInternal()).GetCassettePresence();
+    return presence == cassette_present || presence == cassette_present_unverified;
+}
+
+// ---- device information ------------------------------------------------------------------------
+
+template <class T, class S, class C>
+std::vector<uint8_t>
+PrinterDeviceBase<T, S, C>::ExchangeInformationQuery(vela::common::IUsbPrintDevice& transport, uint32_t unit,
+                                                     uint8_t command, bool (*isValidSize)(uint32_t),
+                                                     const wchar_t* origin) {
+    std::vector<uint8_t> request = MessageHeader::ForRequest(unit, 2).Serialize();
+    request.push_back(RequestCode::kRequestMarker);
+    request.push_back(command);
+    WriteData(transport, request);
+
+    std::vector<uint8_t> header;
+    ReadData(transport, header, MessageHeader::kSize);
+    const uint32_t payloadLength = AnnouncedPayloadLength(header, origin);
+    std::vector<uint8_t> payload;
+    ReadData(transport, payload, payloadLength);
+    if (!isValidSize(payloadLength)) {
+        PergeQueue(transport);
+        vela::common::LogAndThrow(ReplyException(L"'Wrong reply size'", origin));
+    }
+    return payload;
+}
+
+template <class T, class S, class C> PrinterVersion PrinterDeviceBase<T, S, C>::GetPrinterVersion() {
+    S lock(m_printer);
+    vela::common::Log::LogInfo(kOriginGetPrinterVersion);
+    const std::unique_ptr<T> transport = OpenDevice();
+    const std::vector<uint8_t> payload =
+        ExchangeInformationQuery(*transport, MessageHeader::kUnitVersion, RequestCode::kVersion,
+                                 IsVersionReplySize, kOriginGetPrinterVersion);
+    const std::array<std::string, PrinterVersion::kTextCount> texts = ParseVersionReply(payload);
+    std::array<std::wstring, PrinterVersion::kTextCount> wide;
+    for (size_t i = 0; i < texts.size(); ++i) {
+        wide[i] = C::FromUtf8(texts[i]);
+    }
+    return PrinterVersion(std::move(wide));
+}
+
+template <class T, class S, class C> EepromData PrinterDeviceBase<T, S, C>::GetCassetteEepromData() {
+    S lock(m_printer);
+    vela::common::Log::LogInfo(kOriginGetCassetteEepromData);
+    const std::unique_ptr<T> transport = OpenDevice();
+    const std::vector<uint8_t> payload =
+        ExchangeInformationQuery(*transport, MessageHeader::kUnitPrinter, RequestCode::kCassetteMemory,
+                                 IsCassetteMemoryReplySize, kOriginGetCassetteEepromData);
+    return ParseCassetteMemoryReply(payload);
+}
+
+template <class T, class S, class C> std::wstring PrinterDeviceBase<T, S, C>::GetSkuNumber() {
+    const wchar_t* const origin = L"PrinterDevice::GetSkuNumber()";
+    vela::common::Log::LogInfo(origin);
+    // Two transactions, each taking the lock on its own (the lock is not re-entrant).
+    if (!IsCassettePresent()) {
+        vela::common::LogAndThrow(NoCassettePresentException(L"'No cassette present'", origin));
+    }
+    return C::FromUtf8(SkuFromCassetteMemory(GetCassetteEepromData()));
+}
+
+template <class T, class S, class C> DeviceManagerStatus PrinterDeviceBase<T, S, C>::GetUpdateStatusReport() {
+    S lock(m_printer);
+    vela::common::Log::LogInfo(kOriginGetUpdateStatusReport);
+    const std::unique_ptr<T> transport = OpenDevice();
+    const std::vector<uint8_t> payload =
+        ExchangeInformationQuery(*transport, MessageHeader::kUnitDevice, RequestCode::kUpdateStatus,
+                                 IsUpdateStatusReplySize, kOriginGetUpdateStatusReport);
+    return ParseUpdateStatusReply(payload);
+}
+
+// ---- framing -----------------------------------------------------------------------------------
 
 namespace detail {
 
@@ -199,8 +347,8 @@ int32_t PrinterDeviceBase<T, S, C>::WaitForCompletion(vela::common::IUsbPrintDev
     constexpr uint32_t kCompletionPayloadSize = 5;
 
     std::vector<uint8_t> request = MessageHeader::ForRequest(MessageHeader::kUnitFileSystem, 2).Serialize();
-    request.push_back(0x01);
-    request.push_back(0x80);
+    request.push_back(RequestCode::kRequestMarker);
+    request.push_back(RequestCode::kQuery);
 
     if (Pause(kFirstWaitMs) == WaitResult::signalled) {
         return 0;

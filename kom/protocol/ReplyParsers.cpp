@@ -4,6 +4,9 @@
 #include "common/LogAndThrow.h"
 #include "kom/QRVException.h"
 #include "kom/protocol/MessageHeader.h"
+#include "kom/protocol/RequestCodes.h"
+
+#include <algorithm>
 
 namespace vela::kom {
 
@@ -14,7 +17,14 @@ namespace {
 constexpr size_t kLengthOffset = 1;
 constexpr size_t kLengthEnd = kLengthOffset + 4;
 
-constexpr uint8_t kQueryReply = 0x80;
+constexpr uint8_t kQueryReply = RequestCode::kQuery;
+constexpr size_t kReplyDataOffset = 2;
+constexpr size_t kStatusPayloadSize = 10;
+constexpr size_t kStatusBlockSize = 8;
+constexpr size_t kMinimumCassetteMemory = 88;
+constexpr size_t kSkuOffset = 1;
+constexpr size_t kSkuLength = 7;
+constexpr size_t kUpdateStatusDataSize = 3;
 constexpr uint8_t kProgressFinished = 2;
 constexpr size_t kCompletionPayloadSize = 5;
 
@@ -70,6 +80,75 @@ int32_t CompletionResult(uint8_t code) {
     default:
         return code;
     }
+}
+
+void CheckReplyCommand(ByteView payload, uint8_t command, const wchar_t* origin) {
+    if (payload.size() <= 1 || payload.At(1) != command) {
+        LogAndThrow(ReplyException(L"'Wrong reply'", origin));
+    }
+}
+
+std::vector<uint8_t> ParseStatusReply(ByteView payload) {
+    if (payload.size() != kStatusPayloadSize) {
+        LogAndThrow(ReplyException(L"'Wrong reply size'", kOriginGetStatusInternal));
+    }
+    CheckReplyCommand(payload, kQueryReply, kOriginGetStatusInternal);
+    const ByteView block = payload.From(kReplyDataOffset);
+    return std::vector<uint8_t>(block.begin(), block.begin() + kStatusBlockSize);
+}
+
+std::array<std::string, PrinterVersion::kTextCount> SplitVersionTexts(ByteView data) {
+    std::array<std::string, PrinterVersion::kTextCount> texts;
+    const uint8_t* position = data.begin();
+    for (std::string& text : texts) {
+        const uint8_t* terminator = std::find(position, data.end(), uint8_t{0});
+        if (terminator == data.end()) {
+            break;
+        }
+        text.assign(position, terminator);
+        position = terminator + 1;
+    }
+    return texts;
+}
+
+std::array<std::string, PrinterVersion::kTextCount> ParseVersionReply(ByteView payload) {
+    CheckReplyCommand(payload, RequestCode::kVersion, kOriginGetPrinterVersion);
+    return SplitVersionTexts(payload.From(kReplyDataOffset));
+}
+
+EepromData ParseCassetteMemoryReply(ByteView payload) {
+    CheckReplyCommand(payload, RequestCode::kCassetteMemory, kOriginGetCassetteEepromData);
+    EepromData memory = payload.From(kReplyDataOffset).ToVector();
+    if (memory.size() < kMinimumCassetteMemory) {
+        memory.clear();
+    }
+    return memory;
+}
+
+std::string SkuFromCassetteMemory(const EepromData& memory) {
+    const ByteView sku = ByteView(memory).From(kSkuOffset);
+    return std::string(sku.begin(), sku.begin() + std::min(sku.size(), kSkuLength));
+}
+
+DeviceManagerStatus ParseUpdateStatusReply(ByteView payload) {
+    CheckReplyCommand(payload, RequestCode::kUpdateStatus, kOriginGetUpdateStatusReport);
+    DeviceManagerStatus status;
+    const ByteView data = payload.From(kReplyDataOffset);
+    if (data.size() != kUpdateStatusDataSize) {
+        return status;
+    }
+    switch (data.At(0)) {
+    case update_idle:
+    case update_busy:
+    case update_applying:
+        status.status = data.At(0);
+        break;
+    default:
+        break;
+    }
+    status.value1 = data.At(1);
+    status.value2 = data.At(2);
+    return status;
 }
 
 } // namespace vela::kom
