@@ -675,12 +675,21 @@ void SimPrinter::SendSpecialHidReport() {
 
 std::optional<HidReport> SimPrinter::WaitHidReport(std::chrono::milliseconds timeout) {
     std::unique_lock<std::mutex> lock(m_mutex);
-    if (!m_hidReady.wait_for(lock, timeout, [this] { return !m_hidReports.empty(); })) {
+    const uint64_t generation = m_hidWaitGeneration;
+    m_hidReady.wait_for(lock, timeout,
+                        [&] { return !m_hidReports.empty() || m_hidWaitGeneration != generation; });
+    if (m_hidReports.empty() || m_hidWaitGeneration != generation) {
         return std::nullopt;
     }
     HidReport report = m_hidReports.front();
     m_hidReports.pop_front();
     return report;
+}
+
+void SimPrinter::CancelHidWaits() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    ++m_hidWaitGeneration;
+    m_hidReady.notify_all();
 }
 
 std::vector<HidReport> SimPrinter::TakeHidReports() {

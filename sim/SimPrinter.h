@@ -117,6 +117,8 @@ public:
     // Waits up to `timeout` for the next queued report.
     std::optional<HidReport> WaitHidReport(std::chrono::milliseconds timeout);
     std::vector<HidReport> TakeHidReports();
+    // Makes every WaitHidReport that is waiting now return at once without a report.
+    void CancelHidWaits();
     static HidReport MakeHidReport(const StatusBlock& block);
 
     // --- identity
@@ -221,6 +223,7 @@ private:
     std::optional<PendingOperation> m_pending;
     uint32_t m_completionBusyPolls = 0;
     std::deque<HidReport> m_hidReports;
+    uint64_t m_hidWaitGeneration = 0;
     std::deque<RequestRecord> m_requests;
     std::vector<FramingViolation> m_violations;
     TraceSink m_trace;

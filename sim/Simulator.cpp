@@ -90,6 +90,7 @@ void Simulator::Stop() {
         m_stopping = true;
     }
     m_changed.notify_all();
+    m_printer.CancelHidWaits();
     if (m_printerThread.joinable()) {
         m_printerThread.join();
     }
