@@ -10,7 +10,7 @@ namespace vela::sim {
 namespace {
 constexpr size_t kSampleSize = 64;
 // Reserve the whole message up front only up to this size; beyond it the buffer grows as bytes
-// arrive, so that a corrupt header cannot make the printer allocate gigabytes at once.
+// arrive, so that a corrupt header cannot make the printer allocate a gigabyte at once.
 constexpr size_t kMaxReserve = size_t{64} << 20;
 } // namespace
 
@@ -78,6 +78,12 @@ size_t FrameAssembler::Consume(const uint8_t* data, size_t size, std::optional<s
         }
 
         size_t take = std::min(size - used, size_t{m_declared} - m_pending.size());
+        if (m_pending.capacity() < m_pending.size() + take) {
+            // Grow by doubling, but never past the declared size: a large put then ends in a
+            // buffer of exactly its own size, which becomes the stored file without a copy.
+            m_pending.reserve(
+                std::min<size_t>(m_declared, std::max(m_pending.size() + take, 2 * m_pending.capacity())));
+        }
         m_pending.insert(m_pending.end(), data + used, data + used + take);
         used += take;
         if (m_pending.size() == m_declared) {
