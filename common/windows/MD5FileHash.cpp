@@ -5,8 +5,10 @@
 #include "common/LogAndThrow.h"
 #include "common/NativeHandle.h"
 
-#include <wincrypt.h>
+// wincrypt.h needs the base types of windows.h first.
 #include <windows.h>
+
+#include <wincrypt.h>
 
 namespace vela::common {
 
