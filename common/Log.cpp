@@ -64,17 +64,17 @@ std::wstring Convert(wchar_t conv, const Directive& directive, const FormatArg& 
         if (directive.precision >= 0 && static_cast<size_t>(directive.precision) < text.size()) {
             text.resize(static_cast<size_t>(directive.precision));
         }
-        return Pad(text, spec, L"", false);
+        return Pad(text, directive, L"", false);
     }
     case L'c':
         if (arg.GetKind() == FormatArg::Kind::text) {
-            return Pad(arg.Text().substr(0, 1), spec, L"", false);
+            return Pad(arg.Text().substr(0, 1), directive, L"", false);
         }
-        return Pad(std::wstring(1, static_cast<wchar_t>(arg.Unsigned())), spec, L"", false);
+        return Pad(std::wstring(1, static_cast<wchar_t>(arg.Unsigned())), directive, L"", false);
     case L'd':
     case L'i': {
         if (arg.GetKind() == FormatArg::Kind::text) {
-            return Pad(arg.Text(), spec, L"", false);
+            return Pad(arg.Text(), directive, L"", false);
         }
         int64_t v = arg.Signed();
         bool negative = arg.GetKind() == FormatArg::Kind::integer && v < 0;
@@ -84,7 +84,7 @@ std::wstring Convert(wchar_t conv, const Directive& directive, const FormatArg& 
             body.insert(0, static_cast<size_t>(directive.precision) - body.size(), L'0');
         }
         std::wstring sign = negative ? L"-" : directive.plus ? L"+" : directive.space ? L" " : L"";
-        return Pad(body, spec, sign, true);
+        return Pad(body, directive, sign, true);
     }
     case L'u':
     case L'x':
@@ -92,7 +92,7 @@ std::wstring Convert(wchar_t conv, const Directive& directive, const FormatArg& 
     case L'o':
     case L'p': {
         if (arg.GetKind() == FormatArg::Kind::text) {
-            return Pad(arg.Text(), spec, L"", false);
+            return Pad(arg.Text(), directive, L"", false);
         }
         // Negative values print as their 32-bit two's complement, as printf does for "%x" of an int.
         uint64_t v = arg.Unsigned();
@@ -108,7 +108,7 @@ std::wstring Convert(wchar_t conv, const Directive& directive, const FormatArg& 
         if ((directive.alternate && base == 16 && v != 0) || conv == L'p') {
             prefix = conv == L'X' ? L"0X" : L"0x";
         }
-        return Pad(body, spec, prefix, true);
+        return Pad(body, directive, prefix, true);
     }
     default:
         return std::wstring();
