@@ -76,15 +76,32 @@ public:
     virtual EepromData GetCassetteEepromData();
     virtual void PrintControlCommand(uint8_t code);
     virtual void DeviceControlCommand(uint8_t code);
+    // Reads the next reply header (one retry when the transport fails) and returns the payload
+    // length, leaving the payload unread. ReplyException "'Header corrupted'" for a wrong start
+    // byte. A total length below 7 wraps around and is returned as it is.
     virtual uint32_t GetReplyDataLength(vela::common::IUsbPrintDevice& transport);
     virtual std::unique_ptr<Transport> OpenDevice();
+    // Polls until the operation the caller started has finished: 250 ms first, then 500 ms
+    // between polls (about 5.25 s for a printer that stays busy). Returns the result code (0 on
+    // success, 8 to 255 as they come) or -1 when the poll gave up; codes 1 to 7 throw their kinds.
     virtual int32_t WaitForCompletion(vela::common::IUsbPrintDevice& transport);
     virtual std::vector<uint8_t> LoadFile(const std::wstring& hostFileName);
     virtual void SaveFile(const std::wstring& hostFileName, std::vector<uint8_t> reply);
 
     // ---- framing primitives ----------------------------------------------------------------
+    // Writes the whole request in one Write. Throws QRVException on a short write and the
+    // transport's write exceptions.
     void WriteData(vela::common::IUsbPrintDevice& transport, const std::vector<uint8_t>& bytes);
+    // Empties `buffer` and reads until it holds `count` bytes (the transport is asked at least
+    // once, even for 0). The buffer grows only as bytes arrive, so a hostile or wrapped-around
+    // count costs no memory up front; the transport's read time-out ends a reply that stops.
+    // Throws the transport's read exceptions; `buffer` then holds what had arrived.
     void ReadData(vela::common::IUsbPrintDevice& transport, std::vector<uint8_t>& buffer, uint32_t count);
+    // The same, calling progress(held, count) on the calling thread after each Read that added
+    // bytes. An empty callback is allowed.
+    void ReadData(vela::common::IUsbPrintDevice& transport, std::vector<uint8_t>& buffer, uint32_t count,
+                  const ProgressCallback& progress);
+    // Reads and drops one whole message; failures of the library's kinds are logged, not thrown.
     void PergeQueue(vela::common::IUsbPrintDevice& transport);
 
     // ---- path rules -------------------------------------------------------------------------
@@ -100,6 +117,13 @@ public:
     const wchar_t PATH_DELIMITER = L'/';
 
 protected:
+    // Writes a two-byte information query (0x01, command) to `unit` and returns the reply payload
+    // after checking its announced length with `isValidSize` (ReplyException "'Wrong reply size'"
+    // with `origin` after draining the payload and purging). The caller holds lock and transport.
+    std::vector<uint8_t> ExchangeInformationQuery(vela::common::IUsbPrintDevice& transport, uint32_t unit,
+                                                  uint8_t command, bool (*isValidSize)(uint32_t),
+                                                  const wchar_t* origin);
+
     ConnectedPrinter m_printer;
     std::vector<std::wstring> m_invalidPathChars;
     ProgressCallback m_progress;

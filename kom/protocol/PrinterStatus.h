@@ -40,6 +40,8 @@ enum battery_status_t : uint32_t {
 enum charging_status_t : uint32_t {
     charging_off = 0, charging_on = 1, charging_error = 3, charging_unknown = 4
 };
+// The decoder never stores operating_sleeping: a set operating bit leaves operating_unknown (2),
+// which is what listeners and the host have always been given for it.
 enum operating_status_t : uint32_t { operating_ready = 0, operating_sleeping = 1, operating_unknown = 2 };
 
 // The printer's condition, decoded from an 8-byte status block (the status reply and the HID

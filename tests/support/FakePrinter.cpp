@@ -109,6 +109,10 @@ FakeTransport::FakeTransport(const std::wstring& devicePath) : UsbPrintDeviceBas
 FakeTransport::~FakeTransport() { FakePrinter::Current().Closed(); }
 
 uint32_t FakeTransport::WriteBytes(const uint8_t* data, uint32_t length) {
+    const int64_t truncation = FakePrinter::Current().TakeWriteTruncation();
+    if (truncation >= 0) {
+        length = std::min<uint32_t>(length, static_cast<uint32_t>(truncation));
+    }
     uint32_t total = 0;
     while (total < length) {
         if (m_callback) {

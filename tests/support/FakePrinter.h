@@ -36,6 +36,9 @@ public:
     void QueueCompletion(uint8_t progress, uint8_t result = 0);
     // The next raw write transfers only `count` bytes of its chunk.
     void ShortenNextWrite(uint32_t count);
+    // The next WriteBytes call stops after `count` bytes and reports only those (a channel that
+    // gave up part-way), so Write returns a short count.
+    void TruncateNextWrite(uint32_t count) { m_truncateWrite = count; }
     // Every raw write fails with UsbPrintDeviceWriteException.
     void FailWrites(bool fail = true) { m_failWrites = fail; }
     // Opening the transport fails with UsbPrintDeviceConnectionException.
@@ -58,6 +61,11 @@ public:
     uint32_t RawRead(uint8_t* buffer, uint32_t capacity);
     void Opened(const std::wstring& path);
     void Closed() { ++m_closes; }
+    int64_t TakeWriteTruncation() {
+        int64_t n = m_truncateWrite;
+        m_truncateWrite = -1;
+        return n;
+    }
 
 private:
     struct Step {
@@ -68,6 +76,7 @@ private:
     std::vector<std::vector<uint8_t>> m_rawWrites;
     std::function<void(const std::vector<uint8_t>&)> m_onWrite;
     int64_t m_shortWrite = -1;
+    int64_t m_truncateWrite = -1;
     bool m_failWrites = false;
     bool m_failOpen = false;
     int m_opens = 0, m_closes = 0, m_rawReads = 0;

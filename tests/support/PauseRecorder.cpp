@@ -4,15 +4,24 @@ namespace vela::test {
 
 PauseRecorder::PauseRecorder(vela::common::WaitResult result) : m_result(result) {
     m_previous = vela::common::SetPauseHandler([this](uint32_t ms) {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        size_t index = m_pauses.size();
-        m_pauses.push_back(ms);
-        for (const auto& o : m_overrides) {
-            if (o.first == index) {
-                return o.second;
+        std::function<void(uint32_t)> hook;
+        vela::common::WaitResult result = m_result;
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            size_t index = m_pauses.size();
+            m_pauses.push_back(ms);
+            for (const auto& o : m_overrides) {
+                if (o.first == index) {
+                    result = o.second;
+                    break;
+                }
             }
+            hook = m_hook;
         }
-        return m_result;
+        if (hook) {
+            hook(ms);
+        }
+        return result;
     });
 }
 
@@ -36,6 +45,11 @@ void PauseRecorder::Clear() {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_pauses.clear();
     m_overrides.clear();
+}
+
+void PauseRecorder::OnPause(std::function<void(uint32_t)> hook) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_hook = std::move(hook);
 }
 
 void PauseRecorder::SetResultAt(size_t index, vela::common::WaitResult result) {

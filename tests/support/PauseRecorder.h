@@ -3,6 +3,7 @@
 #include "common/Pause.h"
 
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <vector>
 
@@ -22,12 +23,16 @@ public:
     void Clear();
     // The k-th pause (0-based) from now on returns `result` instead.
     void SetResultAt(size_t index, vela::common::WaitResult result);
+    // Called with each requested pause, on the pausing thread, before the pause returns (for
+    // example to observe what is held while the library pauses).
+    void OnPause(std::function<void(uint32_t milliseconds)> hook);
 
 private:
     mutable std::mutex m_mutex;
     std::vector<uint32_t> m_pauses;
     std::vector<std::pair<size_t, vela::common::WaitResult>> m_overrides;
     vela::common::WaitResult m_result;
+    std::function<void(uint32_t)> m_hook;
     vela::common::PauseHandler m_previous;
 };
 

@@ -1,0 +1,187 @@
+#include "kom/discovery/linux/UdevPrinterScanner.h"
+
+#include "common/Log.h"
+#include "common/LogAndThrow.h"
+#include "common/SystemError.h"
+#include "kom/discovery/QRVPrintersBase.h"
+
+#include <libudev.h>
+
+#include <cerrno>
+#include <memory>
+
+namespace vela::kom {
+
+namespace {
+
+struct UdevDeleter {
+    void operator()(udev* p) const { udev_unref(p); }
+    void operator()(udev_enumerate* p) const { udev_enumerate_unref(p); }
+    void operator()(udev_device* p) const { udev_device_unref(p); }
+};
+using Udev = std::unique_ptr<udev, UdevDeleter>;
+using UdevEnumerate = std::unique_ptr<udev_enumerate, UdevDeleter>;
+using UdevDevice = std::unique_ptr<udev_device, UdevDeleter>;
+
+std::string Text(const char* value) {
+    return value == nullptr ? std::string() : std::string(value);
+}
+
+// A USB id attribute: 1 to 4 hexadecimal digits, either letter case.
+bool ParseUsbId(const char* text, uint32_t& id) {
+    if (text == nullptr || *text == 0) {
+        return false;
+    }
+    uint32_t value = 0;
+    size_t digits = 0;
+    for (const char* p = text; *p != 0; ++p, ++digits) {
+        char c = *p;
+        int nibble = c >= '0' && c <= '9'   ? c - '0'
+                     : c >= 'a' && c <= 'f' ? c - 'a' + 10
+                     : c >= 'A' && c <= 'F' ? c - 'A' + 10
+                                            : -1;
+        if (nibble < 0 || digits == 4) {
+            return false;
+        }
+        value = value * 16 + static_cast<uint32_t>(nibble);
+    }
+    id = value;
+    return true;
+}
+
+class Scanner {
+public:
+    Scanner(const QRVPrintersBase& models, ReportFailures report, const std::wstring& origin)
+        : m_origin(origin), m_udev(udev_new()), m_models(models), m_report(report) {
+        if (!m_udev) {
+            common::LogAndThrow(common::Win32Error(errno != 0 ? errno : ENOMEM, m_origin));
+        }
+    }
+
+    void Scan(const char* subsystem, const char* sysname, bool printerNodes) {
+        UdevEnumerate enumerate(udev_enumerate_new(m_udev.get()));
+        if (!enumerate) {
+            common::LogAndThrow(common::Win32Error(errno != 0 ? errno : ENOMEM, m_origin));
+        }
+        int result = udev_enumerate_add_match_subsystem(enumerate.get(), subsystem);
+        if (result >= 0 && sysname != nullptr) {
+            result = udev_enumerate_add_match_sysname(enumerate.get(), sysname);
+        }
+        if (result >= 0) {
+            result = udev_enumerate_scan_devices(enumerate.get());
+        }
+        if (result < 0) {
+            common::LogAndThrow(common::Win32Error(static_cast<uint32_t>(-result), m_origin));
+        }
+        udev_list_entry* entry = nullptr;
+        udev_list_entry_foreach(entry, udev_enumerate_get_list_entry(enumerate.get())) {
+            AddNode(udev_list_entry_get_name(entry), printerNodes);
+        }
+    }
+
+    std::vector<UsbPrinterNodes> TakeResult() { return std::move(m_printers); }
+
+private:
+    void AddNode(const char* syspath, bool printerNode) {
+        bool report = m_report == ReportFailures::all ||
+                      m_report == (printerNode ? ReportFailures::printerNodes : ReportFailures::hidNodes);
+        auto reject = [printerNode, report](const std::string& node, const std::string& reason) {
+            if (report) {
+                common::Log::LogWarning(printerNode ? L"UsbFilter() for '%s' failed: %s"
+                                                    : L"HidFilter() for '%s' failed: %s",
+                                        node, reason);
+            }
+        };
+        UdevDevice node(udev_device_new_from_syspath(m_udev.get(), syspath));
+        if (!node) {
+            reject(syspath, "the device has gone");
+            return;
+        }
+        const char* devnode = udev_device_get_devnode(node.get());
+        if (devnode == nullptr) {
+            reject(syspath, "it has no device node");
+            return;
+        }
+        // Owned by `node`: a parent lives as long as its child.
+        udev_device* usb = udev_device_get_parent_with_subsystem_devtype(node.get(), "usb", "usb_device");
+        if (usb == nullptr) {
+            reject(devnode, "it is not on a USB device");
+            return;
+        }
+        uint32_t vendorId = 0;
+        uint32_t productId = 0;
+        for (auto [name, id] :
+             {std::pair<const char*, uint32_t*>{"idVendor", &vendorId}, {"idProduct", &productId}}) {
+            const char* value = udev_device_get_sysattr_value(usb, name);
+            if (!ParseUsbId(value, *id)) {
+                std::string reason = value == nullptr ? "cannot read " + std::string(name) + " of " +
+                                                            udev_device_get_syspath(usb)
+                                                      : std::string(name) + " '" + value + "' of " +
+                                                            udev_device_get_syspath(usb) + " is not a USB id";
+                reject(devnode, reason);
+                return;
+            }
+        }
+        if (!m_models.IsSupported(vendorId, productId)) {
+            return;
+        }
+        UsbPrinterNodes& printer = Entry(usb, vendorId, productId);
+        if (printerNode) {
+            if (printer.printerNode.empty()) {
+                printer.printerNode = devnode;
+                printer.ieee1284Id = Ieee1284Id(node.get());
+            }
+        } else {
+            printer.hidNodes.push_back(devnode);
+        }
+    }
+
+    // usblp publishes the device id on the interface it is bound to; the class device offers it
+    // through its "device" link on some kernels, so both places are asked.
+    static std::string Ieee1284Id(udev_device* node) {
+        udev_device* interface = udev_device_get_parent_with_subsystem_devtype(node, "usb", "usb_interface");
+        const char* id =
+            interface != nullptr ? udev_device_get_sysattr_value(interface, "ieee1284_id") : nullptr;
+        if (id == nullptr) {
+            id = udev_device_get_sysattr_value(node, "ieee1284_id");
+        }
+        return Text(id);
+    }
+
+    UsbPrinterNodes& Entry(udev_device* usb, uint32_t vendorId, uint32_t productId) {
+        std::string syspath = Text(udev_device_get_syspath(usb));
+        for (UsbPrinterNodes& printer : m_printers) {
+            if (printer.usbSyspath == syspath) {
+                return printer;
+            }
+        }
+        UsbPrinterNodes printer;
+        printer.usbSyspath = syspath;
+        printer.usbPort = Text(udev_device_get_sysname(usb));
+        printer.vendorId = vendorId;
+        printer.productId = productId;
+        printer.serialNumber = Text(udev_device_get_sysattr_value(usb, "serial"));
+        printer.manufacturer = Text(udev_device_get_sysattr_value(usb, "manufacturer"));
+        printer.product = Text(udev_device_get_sysattr_value(usb, "product"));
+        m_printers.push_back(std::move(printer));
+        return m_printers.back();
+    }
+
+    std::wstring m_origin;
+    Udev m_udev;
+    const QRVPrintersBase& m_models;
+    ReportFailures m_report;
+    std::vector<UsbPrinterNodes> m_printers;
+};
+
+} // namespace
+
+std::vector<UsbPrinterNodes> ScanUsbPrinters(const QRVPrintersBase& models, ReportFailures report,
+                                             const std::wstring& origin) {
+    Scanner scanner(models, report, origin);
+    scanner.Scan("usbmisc", "lp*", true);
+    scanner.Scan("hidraw", nullptr, false);
+    return scanner.TakeResult();
+}
+
+} // namespace vela::kom

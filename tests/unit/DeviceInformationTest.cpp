@@ -1,0 +1,155 @@
+#include "kom/protocol/ReplyParsers.h"
+#include "support/ProtocolFixture.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <string>
+
+using namespace vela::kom;
+using namespace vela::test;
+
+namespace {
+
+// A payload of `command` followed by `data`, which may hold zero bytes (all but the literal's last).
+template <size_t N> std::vector<uint8_t> Payload(uint8_t command, const char (&data)[N], size_t padTo = 0) {
+    std::vector<uint8_t> payload{0x00, command};
+    payload.insert(payload.end(), data, data + N - 1);
+    payload.resize(std::max(payload.size(), padTo), 0xEE);
+    return payload;
+}
+
+const std::vector<uint8_t> kCassettePresent{0x00, 0x80, 0x00, 0, 0, 0, 0, 0, 0, 0};
+const std::vector<uint8_t> kCassetteAbsent{0x00, 0x80, 0x10, 0, 0, 0, 0, 0, 0, 0};
+
+} // namespace
+
+using DeviceInformationTest = ProtocolFixture;
+
+TEST_F(DeviceInformationTest, VersionTextsAreSplitAtTheirZeroBytes) {
+    EXPECT_EQ(printer.Opens(), 0); // constructing the device touched no printer
+    printer.QueueReply(Payload(0x39, "os\0fw\0app\0all\0five\0ID-\xC3\xA9\0rootfs\0"), 0x60, 0x07);
+    const PrinterVersion version = device.GetPrinterVersion();
+    EXPECT_EQ(ToHex(printer.AllWritten()), "C3 00 00 00 09 60 07 01 39");
+    const std::wstring expected[] = {L"os", L"fw", L"app", L"all", L"five", L"ID-\u00E9", L"rootfs"};
+    for (size_t i = 0; i < PrinterVersion::kTextCount; ++i) {
+        EXPECT_EQ(version.Text(i), expected[i]);
+    }
+    EXPECT_EQ(version.GetRootFSVersion(), L"rootfs");
+    ExpectReleased();
+
+    // The third text lacks its zero byte: it and everything after it stay empty.
+    printer.QueueReply(Payload(0x39, "1.0\0"
+                                     "2.0\0"
+                                     "3.0-unterminated"));
+    const PrinterVersion partial = device.GetPrinterVersion();
+    EXPECT_EQ(partial.GetFWVersion(), L"2.0");
+    for (size_t i = 2; i < PrinterVersion::kTextCount; ++i) {
+        EXPECT_EQ(partial.Text(i), L"") << i;
+    }
+    EXPECT_EQ(device.GetPrinterType(), L"Not implemented yet!");
+}
+
+TEST_F(DeviceInformationTest, ReplySizeAndCommandAreChecked) {
+    // 13 payload bytes are too few for the versions: payload and one further message drained.
+    printer.QueueReply(Payload(0x39, "", 13));
+    printer.QueueReply({0x01});
+    ExpectThrow<ReplyException>([&] { device.GetPrinterVersion(); }, L"'Wrong reply size'",
+                                L"PrinterDevice::GetPrinterVersion()");
+    EXPECT_EQ(printer.PendingBytes(), 0u);
+    printer.QueueReply(Payload(0x39, "", 14));
+    EXPECT_EQ(device.GetPrinterVersion().GetOSVersion(), L"");
+
+    for (size_t wrongSize : {4, 129, 131}) {
+        printer.QueueReply(Payload(0x47, "", wrongSize));
+        printer.QueueReply({0x01});
+        ExpectThrow<ReplyException>([&] { device.GetCassetteEepromData(); }, L"'Wrong reply size'",
+                                    L"PrinterDevice::GetCassetteEepromData()");
+        EXPECT_EQ(printer.PendingBytes(), 0u);
+    }
+    printer.QueueReply(Payload(0x3C, "", 6));
+    EXPECT_THROW(device.GetUpdateStatusReport(), ReplyException);
+
+    printer.QueueReply(Payload(0x3A, "", 14));
+    ExpectThrow<ReplyException>([&] { device.GetPrinterVersion(); }, L"'Wrong reply'",
+                                L"PrinterDevice::GetPrinterVersion()");
+    printer.QueueReply(Payload(0x80, "", 5));
+    ExpectThrow<ReplyException>([&] { device.GetUpdateStatusReport(); }, L"'Wrong reply'",
+                                L"PrinterDevice::GetUpdateStatusReport()");
+    EXPECT_THROW(device.GetCassetteEepromData(), vela::common::UsbPrintDeviceReadException);
+    ExpectReleased();
+
+    // The start byte of the header is not examined by the information queries.
+    std::vector<uint8_t> reply = Frame(Payload(0x39, "a\0", 14));
+    reply[0] = 0x00;
+    printer.QueueBytes(reply);
+    EXPECT_EQ(device.GetPrinterVersion().GetOSVersion(), L"a");
+}
+
+TEST_F(DeviceInformationTest, CassetteMemoryAndSku) {
+    printer.QueueReply(kCassettePresent, 0x60, 0x10);
+    printer.QueueReply(Payload(0x47,
+                               "\x5A"
+                               "ABC1234",
+                               130),
+                       0x60, 0x10);
+    EXPECT_EQ(device.GetSkuNumber(), L"ABC1234");
+    EXPECT_EQ(ToHex(printer.RawWrites()[1]), "C3 00 00 00 09 60 10 01 47");
+    EXPECT_EQ(NoOpSynchronizer::Taken(), 2); // two transactions, never nested
+    ExpectReleased();
+
+    // The short reply (3 payload bytes) means an empty memory and so an empty SKU.
+    printer.QueueReply(Payload(0x47, "\x01"));
+    EXPECT_TRUE(device.GetCassetteEepromData().empty());
+    printer.QueueReply(kCassettePresent);
+    printer.QueueReply(Payload(0x47, "\x01"));
+    EXPECT_EQ(device.GetSkuNumber(), L"");
+
+    const size_t writesBefore = printer.RawWrites().size();
+    printer.QueueReply(kCassetteAbsent);
+    ExpectThrow<NoCassettePresentException>([&] { device.GetSkuNumber(); }, L"'No cassette present'",
+                                            L"PrinterDevice::GetSkuNumber()");
+    EXPECT_EQ(printer.RawWrites().size(), writesBefore + 1); // the memory was never asked for
+    ExpectReleased();
+}
+
+TEST_F(DeviceInformationTest, UpdateStatusReport) {
+    printer.QueueReply(Payload(0x3C, "\x04\x11\xF2"), 0x60, 0x06);
+    DeviceManagerStatus status = device.GetUpdateStatusReport();
+    EXPECT_EQ(ToHex(printer.AllWritten()), "C3 00 00 00 09 60 06 01 3C");
+    EXPECT_EQ(status.status, 4u);
+    EXPECT_EQ(status.value1, 0x11u);
+    EXPECT_EQ(status.value2, 0xF2u);
+    for (uint8_t state : {0, 1, 2, 3, 5, 0xFF}) {
+        printer.QueueReply({0x00, 0x3C, state, 0x01, 0x02});
+        status = device.GetUpdateStatusReport();
+        EXPECT_EQ(status.status, state <= 1 ? state : 5u) << int(state);
+        EXPECT_EQ(status.value2, 2u);
+    }
+}
+
+// The parsers take whatever a printer sends: a value or one of the library's own errors, never
+// a read outside the input (the sanitizer build checks that).
+TEST(ReplyParserRobustness, AnyInputGivesAValueOrATypedError) {
+    LogCapture quiet;
+    for (size_t length = 0; length <= 140; ++length) {
+        for (uint8_t command : {0x39, 0x47, 0x80, 0x3C}) {
+            std::vector<uint8_t> bytes(length, 0);
+            for (size_t i = 0; i < length; ++i) {
+                bytes[i] = i == 1 ? command : static_cast<uint8_t>(i % 5 ? i * 37 : 0);
+            }
+            const ByteView view(bytes);
+            for (auto parse : std::initializer_list<std::function<void()>>{
+                     [&] { CheckedReplyPayloadLength(view); }, [&] { ParseCompletionReply(view); },
+                     [&] { ParseStatusReply(view); }, [&] { ParseVersionReply(view); },
+                     [&] { SkuFromCassetteMemory(ParseCassetteMemoryReply(view)); },
+                     [&] { SkuFromCassetteMemory(bytes); }, [&] { ParseUpdateStatusReply(view); }}) {
+                try {
+                    parse();
+                } catch (const vela::common::Exception&) {
+                }
+            }
+        }
+    }
+}

@@ -1,0 +1,213 @@
+#include "common/Exception.h"
+#include "kom/discovery/Ieee1284DeviceId.h"
+#include "kom/discovery/ParseVidPid.h"
+#include "kom/discovery/PrintQueueMatcher.h"
+#include "kom/discovery/QRVPrinters.h"
+#include "kom/discovery/VirtualPrinters.h"
+#include "support/ScopedEnvironment.h"
+#include "support/TestSupport.h"
+
+#include <gtest/gtest.h>
+
+using namespace vela::kom;
+using vela::common::LogLevel;
+using vela::test::LogCapture;
+using vela::test::ScopedEnvironment;
+
+namespace {
+
+std::pair<uint32_t, uint32_t> VidPid(const std::wstring& id) {
+    uint32_t vendorId = 0xFFFF;
+    uint32_t productId = 0xFFFF;
+    ParseVidPid(id, vendorId, productId);
+    return {vendorId, productId};
+}
+
+} // namespace
+
+TEST(ModelTable, LooksUpModelsByVendorAndProduct) {
+    QRVPrinters printers;
+    std::vector<QRVDeviceInfo> table = printers.GetSupportedPrinters();
+    ASSERT_EQ(table.size(), 2u);
+    EXPECT_EQ(table[0].modelName, L"VELA QRV 210");
+    EXPECT_EQ(table[1].modelName, L"VELA QRV 410");
+    EXPECT_EQ(table[0].vendorId, 0x0922u);
+    EXPECT_EQ(table[1].productIds, std::vector<uint32_t>{0x0025});
+
+    EXPECT_TRUE(printers.IsSupported(0x0922, 0x0024));
+    EXPECT_TRUE(printers.IsSupported(0x0922, 0x0025));
+    EXPECT_FALSE(printers.IsSupported(0x0922, 0x0026));
+    EXPECT_FALSE(printers.IsSupported(0x0923, 0x0025));
+    EXPECT_EQ(printers.GetPrinterHardwareInfo(0x0922, 0x0024).modelName, L"VELA QRV 210");
+    EXPECT_EQ(printers.GetPrinterHardwareInfo(0x0922, 0x0025).modelName, L"VELA QRV 410");
+
+    LogCapture log;
+    for (auto ids : {std::pair<uint32_t, uint32_t>{0x0922, 0x0026}, {0x0923, 0x0024}}) {
+        try {
+            printers.GetPrinterHardwareInfo(ids.first, ids.second);
+            ADD_FAILURE() << "no exception for " << ids.second;
+        } catch (const vela::common::InvalidOperationException& e) {
+            EXPECT_EQ(e.Message(), L"printer is not supported");
+            EXPECT_EQ(e.Source(), L"Printers::GetPrinterHardwareInfo()");
+        }
+    }
+    EXPECT_TRUE(log.Contains(
+        L"Printers::GetPrinterHardwareInfo(): InvalidOperationException: printer is not supported"));
+}
+
+TEST(ParseVidPid, ReadsFourHexDigitsBehindEachMarker) {
+    using Ids = std::pair<uint32_t, uint32_t>;
+    EXPECT_EQ(VidPid(L"USB\\VID_0922&PID_0025"), Ids(0x0922, 0x0025));
+    EXPECT_EQ(VidPid(L"usb\\vid_0922&pid_0025&rev_0100"), Ids(0x0922, 0x0025));
+    EXPECT_EQ(VidPid(L"USB\\VID_Fe1A&PID_0B2c&MI_00\\7&1a2b&0&0000"), Ids(0xFE1A, 0x0B2C));
+    EXPECT_EQ(VidPid(L"HID\\VID_0922&PID_0024&MI_01\\8&2c&0&0000"), Ids(0x0922, 0x0024));
+
+    // A missing marker reads the 4 characters from position 3 (lenient on purpose).
+    EXPECT_EQ(VidPid(L"USB\\VID_0922"), Ids(0x0922, 0x0)); // "\VID" -> no hex digit
+    EXPECT_EQ(VidPid(L"ABC1234&PID_0025"), Ids(0x1234, 0x0025));
+    EXPECT_EQ(VidPid(L"ABC12"), Ids(0x12, 0x12));
+    EXPECT_EQ(VidPid(L"AB"), Ids(0, 0));
+    EXPECT_EQ(VidPid(L""), Ids(0, 0));
+    EXPECT_EQ(VidPid(L"USB\\VID_09"), Ids(0x09, 0));
+}
+
+TEST(VirtualPrinters, ParsesEntriesAndSkipsMalformedOnesWithOneWarningEach) {
+    LogCapture log;
+    std::vector<VirtualPrinter> printers =
+        ParseVirtualPrinters(L"Étiquettes Lager|/dev/pts/7|/tmp/hid.sock|410|SIM0001;"
+                             L"Bench 210|\\\\.\\pipe\\qrv-sim||210;"
+                             L"no model|/dev/pts/8||;"
+                             L"|/dev/pts/9||410;"
+                             L"too|many|fields|410|serial|extra;"
+                             L"no channel|||210;"
+                             L"wrong model|/dev/pts/3||310;"
+                             L";  ;");
+    ASSERT_EQ(printers.size(), 2u);
+    EXPECT_EQ(printers[0].name, L"Étiquettes Lager");
+    EXPECT_EQ(printers[0].channelPath, L"/dev/pts/7");
+    EXPECT_EQ(printers[0].hidPath, L"/tmp/hid.sock");
+    EXPECT_EQ(printers[0].vendorId, 0x0922u);
+    EXPECT_EQ(printers[0].productId, 0x0025u);
+    EXPECT_EQ(printers[0].serialNumber, L"SIM0001");
+    EXPECT_EQ(printers[1].name, L"Bench 210");
+    EXPECT_EQ(printers[1].channelPath, L"\\\\.\\pipe\\qrv-sim");
+    EXPECT_EQ(printers[1].hidPath, L"");
+    EXPECT_EQ(printers[1].productId, 0x0024u);
+    EXPECT_EQ(printers[1].serialNumber, L"");
+
+    EXPECT_EQ(log.Count(LogLevel::warning), 5u);
+    for (const wchar_t* entry :
+         {L"'no model|/dev/pts/8||'", L"'|/dev/pts/9||410'", L"'too|many|fields|410|serial|extra'",
+          L"'no channel|||210'", L"'wrong model|/dev/pts/3||310'"}) {
+        EXPECT_TRUE(log.ContainsSubstring(std::wstring(L"QRV_VIRTUAL_PRINTERS entry ") + entry)) << entry;
+    }
+    EXPECT_TRUE(ParseVirtualPrinters(L"").empty());
+}
+
+TEST(VirtualPrinters, FollowTheAttachedPrintersInEveryListing) {
+    ScopedEnvironment virtualPrinters("QRV_VIRTUAL_PRINTERS",
+                                      L"Sim A|chan-a|hid-a|410|S1;Sim B|chan-b||210;broken");
+    LogCapture log;
+    QRVPrinters printers;
+
+    std::vector<ConnectedPrinter> channels = printers.GetConnectedPrinters();
+    ASSERT_GE(channels.size(), 2u);
+    const ConnectedPrinter& a = channels[channels.size() - 2];
+    const ConnectedPrinter& b = channels.back();
+    EXPECT_EQ(a.printerName, L"Sim A");
+    EXPECT_EQ(a.devicePath, L"chan-a");
+    EXPECT_EQ(a.vendorId, 0x0922u);
+    EXPECT_EQ(a.productId, 0x0025u);
+    EXPECT_EQ(b.printerName, L"Sim B");
+    EXPECT_EQ(b.devicePath, L"chan-b");
+    EXPECT_EQ(b.productId, 0x0024u);
+
+    std::vector<ConnectedPrinter> hid = printers.GetConnectedHidDevices();
+    ASSERT_FALSE(hid.empty());
+    EXPECT_EQ(hid.back().printerName, L"Sim A"); // Sim B has no HID path
+    EXPECT_EQ(hid.back().devicePath, L"hid-a");
+    for (const ConnectedPrinter& row : hid) {
+        EXPECT_NE(row.printerName, L"Sim B");
+    }
+
+    std::vector<DiscoveredPrinter> listing = printers.ListPrinters();
+    ASSERT_GE(listing.size(), 2u);
+    const DiscoveredPrinter& listedA = listing[listing.size() - 2];
+    EXPECT_EQ(listedA.printerName, L"Sim A");
+    EXPECT_EQ(listedA.modelName, L"VELA QRV 410");
+    EXPECT_EQ(listedA.serialNumber, L"S1");
+    EXPECT_EQ(listedA.printerPath, L"chan-a");
+    EXPECT_EQ(listedA.hidPath, L"hid-a");
+    EXPECT_TRUE(listedA.isVirtual);
+    EXPECT_FALSE(listedA.hasQueue);
+    EXPECT_EQ(listing.back().modelName, L"VELA QRV 210");
+    EXPECT_EQ(listing.back().hidPath, L"");
+}
+
+TEST(Ieee1284DeviceId, ReadsKeysInAnyCaseAndTheirShortForms) {
+    Ieee1284DeviceId full("MANUFACTURER:VELA;COMMAND SET:QRV;MODEL: QRV 410 ;SERIALNUMBER:SIM0001;");
+    EXPECT_EQ(full.Manufacturer(), "VELA");
+    EXPECT_EQ(full.Model(), "QRV 410");
+    EXPECT_EQ(full.SerialNumber(), "SIM0001");
+    EXPECT_EQ(full.Value("command set"), "QRV");
+
+    Ieee1284DeviceId shortForms("mfg:VELA;mdl:QRV 210;CLS:PRINTER;SN:A1");
+    EXPECT_EQ(shortForms.Manufacturer(), "VELA");
+    EXPECT_EQ(shortForms.Model(), "QRV 210");
+    EXPECT_EQ(shortForms.SerialNumber(), "A1");
+
+    Ieee1284DeviceId broken(";;MFG;:x;MDL:;SERN:B2");
+    EXPECT_EQ(broken.Manufacturer(), "");
+    EXPECT_EQ(broken.Model(), "");
+    EXPECT_EQ(broken.SerialNumber(), "B2");
+}
+
+TEST(PrintQueueMatcher, AcceptsTheFormsTheBackendWritesAndNothingElse) {
+    PrintQueueMatcher printer({{"VELA", "VELA Labels"}, {"QRV 410", "VELA QRV 410"}, {"SIM0001"}});
+    for (const char* uri : {
+             "usb://VELA/QRV%20410?serial=SIM0001",
+             "usb://VELA/QRV+410?serial=SIM0001",
+             "USB://vela/qrv%20410?SERIAL=sim0001",
+             "usb://VELA/QRV%20410?serial=SIM0001&interface=1",
+             "usb://VELA/VELA%20QRV%20410?interface=0&serial=SIM0001",
+             "usb://VELA%20Labels/QRV%20410?serial=%53IM0001",
+         }) {
+        EXPECT_TRUE(printer.Matches(uri)) << uri;
+    }
+    for (const char* uri : {
+             "usb://VELA/QRV%20410?serial=SIM0002", // another printer of the same model
+             "usb://VELA/QRV%20210?serial=SIM0001", // another model
+             "usb://ACME/QRV%20410?serial=SIM0001", // another make
+             "usb://VELA/QRV%20410",                // no serial, but the printer has one
+             "usb://VELA/QRV%20410?serial=",        // an empty serial is no serial
+             "ipp://VELA/QRV%20410?serial=SIM0001", // not a USB device
+             "usb://VELA?serial=SIM0001",           // no model
+             "usb:/VELA/QRV%20410?serial=SIM0001",
+             "",
+         }) {
+        EXPECT_FALSE(printer.Matches(uri)) << uri;
+    }
+
+    PrintQueueMatcher withoutSerial({{"VELA"}, {"QRV 210"}, {}});
+    EXPECT_TRUE(withoutSerial.Matches("usb://VELA/QRV%20210"));
+    EXPECT_TRUE(withoutSerial.Matches("usb://VELA/QRV%20210?interface=1"));
+    EXPECT_FALSE(withoutSerial.Matches("usb://VELA/QRV%20210?serial=X"));
+}
+
+TEST(PrintQueueMatcher, ListsMatchingLocalQueuesInOrderAndNeverRemoteOnes) {
+    PrintQueueMatcher printer({{"VELA"}, {"QRV 410"}, {"SIM0001"}});
+    std::vector<PrintQueue> queues = {
+        {"Zentrale", "usb://VELA/QRV%20410?serial=SIM0001", true},
+        {"Ablage", "usb://VELA/QRV%20410?serial=SIM0002", false},
+        {"Étiquettes", "usb://VELA/QRV%20410?serial=SIM0001", false},
+        {"Lager", "usb://vela/qrv+410?serial=sim0001&interface=1", false},
+        {"Netz", "ipp://printhost/printers/Lager", false},
+    };
+    EXPECT_EQ(printer.MatchingQueues(queues), (std::vector<std::string>{"Étiquettes", "Lager"}));
+    EXPECT_TRUE(printer.MatchingQueues({queues[0]}).empty());
+}
+
+TEST(PrintQueueMatcher, FallbackNameIsModelAndSerialOrModelAndPort) {
+    EXPECT_EQ(FallbackPrinterName(L"VELA QRV 410", L"SIM0001", L"1-1.2"), L"VELA QRV 410 (SIM0001)");
+    EXPECT_EQ(FallbackPrinterName(L"VELA QRV 210", L"", L"1-1.2"), L"VELA QRV 210 (USB 1-1.2)");
+}

@@ -1,0 +1,177 @@
+#include "kom/protocol/MessageHeader.h"
+#include "kom/protocol/ReplyParsers.h"
+#include "support/ProtocolFixture.h"
+
+#include <gtest/gtest.h>
+
+using namespace vela::kom;
+using namespace vela::test;
+using vela::common::UsbPrintDeviceReadException;
+using vela::common::WaitResult;
+
+namespace {
+
+std::vector<uint8_t> Header(uint32_t total, uint8_t start = 0xC3) {
+    return {start, uint8_t(total >> 24), uint8_t(total >> 16), uint8_t(total >> 8), uint8_t(total), 0x60,
+            0x04};
+}
+
+std::vector<uint32_t> PollPauses(size_t polls) {
+    std::vector<uint32_t> pauses{250};
+    pauses.insert(pauses.end(), polls, 500);
+    return pauses;
+}
+
+} // namespace
+
+class FramingTest : public ProtocolFixture {
+protected:
+    FakeTransport transport{L"fake-path"};
+};
+
+TEST_F(FramingTest, RequestsGoOutWholeAndShortWritesFail) {
+    EXPECT_EQ(ToHex(MessageHeader(0x01020304, 0x1260, 0xFF07).Serialize()), "C3 01 02 03 04 60 07");
+    const std::vector<uint8_t> poll = Hex("C3 00 00 00 09 60 04 01 80");
+    device.WriteData(transport, poll);
+    EXPECT_EQ(printer.RawWrites(), std::vector<std::vector<uint8_t>>{poll});
+    printer.TruncateNextWrite(8);
+    ExpectThrow<QRVException>([&] { device.WriteData(transport, poll); },
+                              L"could not write 9 bytes; only 8 bytes were written",
+                              L"PrinterDevice::WriteData()");
+}
+
+TEST_F(FramingTest, ReadDataCollectsShortReadsAndReportsProgress) {
+    for (auto chunk : {Hex("01 02 03"), Hex(""), Hex("04 05"), Hex("06 07 08 09")}) {
+        printer.QueueRawRead(chunk);
+    }
+    std::vector<uint8_t> buffer{0xEE};
+    std::vector<std::pair<uint64_t, uint64_t>> calls;
+    device.ReadData(transport, buffer, 9,
+                    [&](uint64_t held, uint64_t total) { calls.emplace_back(held, total); });
+    EXPECT_EQ(ToHex(buffer), "01 02 03 04 05 06 07 08 09");
+    EXPECT_EQ(calls, (std::vector<std::pair<uint64_t, uint64_t>>{{3, 9}, {5, 9}, {9, 9}}));
+
+    // A count of 0 still asks the channel once; what arrives stays buffered for the next read.
+    printer.QueueBytes({0x42});
+    device.ReadData(transport, buffer, 0);
+    EXPECT_TRUE(buffer.empty());
+    EXPECT_EQ(printer.RawReads(), 5);
+}
+
+TEST_F(FramingTest, AHugeAnnouncedCountCostsOnlyTheBytesThatArrive) {
+    printer.QueueBytes(std::vector<uint8_t>(3000, 0x11));
+    std::vector<uint8_t> buffer;
+    EXPECT_THROW(device.ReadData(transport, buffer, 0xFFFFFFFCu), UsbPrintDeviceReadException);
+    EXPECT_EQ(buffer.size(), 3000u);
+    EXPECT_LE(buffer.capacity(), 8192u);
+}
+
+TEST_F(FramingTest, ReplyHeaders) {
+    printer.QueueRawRead(Header(12));
+    printer.QueueRawRead({1, 2, 3, 4, 5});
+    EXPECT_EQ(device.GetReplyDataLength(transport), 5u);
+    EXPECT_EQ(printer.PendingBytes(), 5u); // the payload is left for the caller
+    std::vector<uint8_t> payload;
+    device.ReadData(transport, payload, 5);
+
+    printer.QueueBytes(Header(7));
+    EXPECT_EQ(device.GetReplyDataLength(transport), 0u);
+    printer.QueueBytes(Header(3));
+    EXPECT_EQ(device.GetReplyDataLength(transport), 0xFFFFFFFCu); // wraps around
+
+    // One failed header read is retried; a second failure propagates.
+    printer.QueueReadFailure();
+    printer.QueueBytes(Header(8));
+    EXPECT_EQ(device.GetReplyDataLength(transport), 1u);
+    printer.QueueReadFailure();
+    printer.QueueReadFailure();
+    EXPECT_THROW(device.GetReplyDataLength(transport), UsbPrintDeviceReadException);
+
+    printer.QueueRawRead(Header(12, 0xC2));
+    printer.QueueRawRead({1, 2, 3, 4, 5});
+    ExpectThrow<ReplyException>([&] { device.GetReplyDataLength(transport); }, L"'Header corrupted'",
+                                L"PrinterDevice::GetReplyDataLength()");
+    EXPECT_EQ(printer.PendingBytes(), 5u);
+    EXPECT_THROW(CheckedReplyPayloadLength(ByteView()), vela::common::InvalidIndexException);
+}
+
+TEST_F(FramingTest, PergeQueueDropsOneMessageOrLogsTheSilence) {
+    printer.QueueBytes(Header(10, 0x00)); // the start byte is not examined
+    printer.QueueBytes({7, 7, 7});
+    printer.QueueBytes(Frame({0x01, 0x80}));
+    device.PergeQueue(transport);
+    EXPECT_EQ(device.GetReplyDataLength(transport), 2u);
+
+    std::vector<uint8_t> rest;
+    device.ReadData(transport, rest, 2);
+    EXPECT_NO_THROW(device.PergeQueue(transport));
+    EXPECT_TRUE(log.Contains(
+        L"PrinterDevice::PergeQueue - caught exception Unable to read data from UsbPrint device, timeout"));
+}
+
+TEST_F(FramingTest, CompletionPollTicks) {
+    printer.QueueCompletion(2, 9);
+    EXPECT_EQ(device.WaitForCompletion(transport), 9); // codes from 8 on are results
+    EXPECT_EQ(pauses.Pauses(), PollPauses(0));
+    EXPECT_EQ(ToHex(printer.AllWritten()), "C3 00 00 00 09 60 04 01 80");
+
+    // Ten busy answers: 20 ticks exactly, the poll gives up.
+    pauses.Clear();
+    for (int i = 0; i < 11; ++i) {
+        printer.QueueCompletion(1);
+    }
+    EXPECT_EQ(device.WaitForCompletion(transport), -1);
+    EXPECT_EQ(pauses.Pauses(), PollPauses(10));
+    EXPECT_EQ(printer.PendingBytes(), 12u); // the eleventh answer was never asked for
+    std::vector<uint8_t> rest;
+    device.ReadData(transport, rest, 12);
+
+    // Foreign answers cost 3: four reach 12, so the fifth answer still counts ...
+    for (int i = 0; i < 4; ++i) {
+        printer.QueueReply({0x00, 0x81, 0x02, 0x00, 0x00});
+    }
+    printer.QueueCompletion(2, 0);
+    EXPECT_EQ(device.WaitForCompletion(transport), 0);
+    // ... and seven (of either kind) jump to 21: 0, not -1. An eighth poll would find silence.
+    for (auto foreign : {Hex("00 81 01 00 00"), Hex("01 80 02")}) {
+        for (int i = 0; i < 7; ++i) {
+            printer.QueueReply(foreign);
+        }
+        EXPECT_EQ(device.WaitForCompletion(transport), 0);
+    }
+
+    // A wait that ends otherwise than by its time-out stops the poll with 0.
+    pauses.Clear();
+    pauses.SetResultAt(0, WaitResult::signalled);
+    EXPECT_EQ(device.WaitForCompletion(transport), 0);
+    for (WaitResult result : {WaitResult::signalled, WaitResult::failed}) {
+        printer.QueueCompletion(1);
+        pauses.SetResultAt(1, result);
+        EXPECT_EQ(device.WaitForCompletion(transport), 0);
+    }
+    EXPECT_EQ(pauses.Pauses().size(), 5u);
+
+    EXPECT_THROW(device.WaitForCompletion(transport), UsbPrintDeviceReadException);
+}
+
+TEST_F(FramingTest, CompletionCodesOneToSevenThrowTheirKinds) {
+    const std::pair<std::wstring, std::wstring> expected[] = {
+        {L"FileAlreadyExistsException", L"'Duplicate file'"},
+        {L"FileNotFoundException", L"'Wrong file name'"},
+        {L"NoFreeDiskSpaceException", L"'Out of disk space'"},
+        {L"DeviceException", L"'Wrong checksum'"},
+        {L"DeviceException", L"'Illegal file name'"},
+        {L"NoPermissionException", L"'Access denied'"},
+        {L"DeviceException", L"'Unknown error'"}};
+    for (uint8_t code = 1; code <= 7; ++code) {
+        printer.QueueCompletion(2, code);
+        ExpectThrow<QRVException>([&] { device.WaitForCompletion(transport); }, expected[code - 1].second,
+                                  L"PrinterDevice::WaitForCompletion()");
+        EXPECT_TRUE(
+            log.ContainsSubstring(L": " + expected[code - 1].first + L": " + expected[code - 1].second));
+    }
+    printer.QueueCompletion(2, 3);
+    EXPECT_THROW(device.WaitForCompletion(transport), NoFreeDiskSpaceException);
+    printer.QueueCompletion(2, 1);
+    EXPECT_THROW(device.WaitForCompletion(transport), PathException);
+}

@@ -1,0 +1,110 @@
+#include "support/ProtocolFixture.h"
+
+#include <gtest/gtest.h>
+
+#include <iterator>
+#include <set>
+
+using namespace vela::kom;
+using namespace vela::test;
+using vela::common::UsbPrintDeviceReadException;
+
+namespace {
+
+const std::vector<uint32_t> kDefaults{3, 4, 3, 3, 8, 8, 4, 8, 4, 8, 4, 2, 0};
+
+// Where each enumeration sits in the block and which values the printer may report for it.
+struct FieldLayout {
+    size_t byte;
+    unsigned shift;
+    unsigned width;
+    std::set<uint32_t> accepted;
+};
+const FieldLayout kLayout[] = {
+    {0, 0, 2, {0, 1, 2, 3}},    {0, 2, 2, {0, 1, 3}},
+    {0, 4, 2, {0, 1, 2, 3}},    {0, 6, 2, {0, 1, 2, 3}},
+    {1, 0, 3, {0, 1, 2, 6, 7}}, {1, 3, 3, {0, 1, 2, 3, 6, 7}},
+    {1, 6, 2, {0, 1, 3}},       {2, 0, 3, {0, 1, 2, 3, 4, 7}},
+    {2, 3, 2, {0, 1, 3}},       {2, 5, 3, {0, 1, 2, 3, 4, 5, 7}},
+    {3, 0, 2, {0, 1, 3}},
+};
+
+std::vector<uint32_t> Fields(const PrinterStatus& status) {
+    std::vector<uint32_t> fields;
+    for (size_t i = 0; i < PrinterStatus::kFieldCount; ++i) {
+        fields.push_back(status.Field(i));
+    }
+    return fields;
+}
+
+} // namespace
+
+TEST(PrinterStatusDecoding, EachFieldTakesOnlyItsAcceptedValuesFromItsOwnBits) {
+    for (size_t f = 0; f < std::size(kLayout); ++f) {
+        const FieldLayout& layout = kLayout[f];
+        for (uint32_t value = 0; value < (1u << layout.width); ++value) {
+            std::vector<uint8_t> block(8, 0);
+            block[layout.byte] = static_cast<uint8_t>(value << layout.shift);
+            std::vector<uint32_t> expected(PrinterStatus::kFieldCount, 0);
+            expected[f] = layout.accepted.count(value) ? value : kDefaults[f];
+            EXPECT_EQ(Fields(PrinterStatus(block)), expected) << "field " << f << " value " << value;
+        }
+    }
+}
+
+TEST(PrinterStatusDecoding, OperatingStatusValueAndBlockLength) {
+    // A set operating bit never stores 1: the field keeps its default 2. Bits 2-6 of b3, b4 and
+    // b5 are not decoded.
+    EXPECT_EQ(PrinterStatus({0, 0, 0, 0x80, 0, 0, 0, 0}).GetOperatingStatus(), 2u);
+    EXPECT_EQ(PrinterStatus({0, 0, 0, 0x7C, 0xFF, 0xFF, 0, 0}), PrinterStatus(std::vector<uint8_t>(8, 0)));
+    EXPECT_EQ(PrinterStatus({0, 0, 0, 0, 0, 0, 0x34, 0x12}).Field(12), 0x1234u);
+    for (size_t length : {0, 7, 9}) {
+        EXPECT_EQ(Fields(PrinterStatus(std::vector<uint8_t>(length, 0))), kDefaults);
+    }
+    EXPECT_EQ(Fields(PrinterStatus()), kDefaults);
+
+    const PrinterStatus built(0, 1, 2, 3, 6, 7, 3, 4, 3, 5, 1, 0, 0xBEEF);
+    EXPECT_EQ(built, PrinterStatus({0xE4, 0xFE, 0xBC, 0x01, 0, 0, 0xEF, 0xBE}));
+    EXPECT_NE(built, PrinterStatus(0, 1, 2, 3, 6, 7, 3, 4, 3, 5, 1, 0, 0xBEEE));
+}
+
+using StatusQueryTest = ProtocolFixture;
+
+TEST_F(StatusQueryTest, GetStatusAsksForTheBlockAndDecodesIt) {
+    printer.QueueReply({0x00, 0x80, 0x11, 0x07, 0x00, 0x00, 0x00, 0x00, 0x34, 0x12}, 0x60, 0x10);
+    const PrinterStatus status = device.GetStatus();
+    EXPECT_EQ(ToHex(printer.AllWritten()), "C3 00 00 00 09 60 10 01 80");
+    EXPECT_EQ(status, PrinterStatus({0x11, 0x07, 0, 0, 0, 0, 0x34, 0x12}));
+    EXPECT_TRUE(log.Contains(L"PrinterDevice::GetStatus()"));
+    ExpectReleased();
+
+    // Cassette presence 0 and 2 count as present.
+    for (uint8_t presence : {0, 1, 2, 3}) {
+        printer.QueueReply({0x00, 0x80, uint8_t(presence << 4), 0, 0, 0, 0, 0, 0, 0});
+        EXPECT_EQ(device.IsCassettePresent(), presence == 0 || presence == 2) << int(presence);
+    }
+}
+
+TEST_F(StatusQueryTest, WrongRepliesAreRejectedAndTheChannelDrained) {
+    // Nine payload bytes: the payload and one further message are read before the error.
+    printer.QueueReply({0x00, 0x80, 0, 0, 0, 0, 0, 0, 0});
+    printer.QueueReply({0xAA, 0xBB});
+    ExpectThrow<ReplyException>([&] { device.GetStatus(); }, L"'Wrong reply size'",
+                                L"PrinterDevice::GetStatusInternal()");
+    EXPECT_EQ(printer.PendingBytes(), 0u);
+    ExpectReleased();
+
+    printer.QueueReply({0x00, 0x81, 0, 0, 0, 0, 0, 0, 0, 0});
+    ExpectThrow<ReplyException>([&] { device.GetStatus(); }, L"'Wrong reply'",
+                                L"PrinterDevice::GetStatusInternal()");
+    ExpectReleased();
+
+    printer.QueueBytes(Hex("3C 00 00 00 11 60 10 00 80 00 00 00 00 00 00 00 00"));
+    EXPECT_THROW(device.GetStatus(), ReplyException);
+    ExpectReleased();
+
+    const int readsBefore = printer.RawReads();
+    EXPECT_THROW(device.GetStatus(), UsbPrintDeviceReadException);
+    EXPECT_EQ(printer.RawReads() - readsBefore, 2); // the silent header read was tried twice
+    ExpectReleased();
+}
