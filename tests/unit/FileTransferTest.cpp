@@ -93,6 +93,89 @@ TEST_F(FileTransfer, PutCarriesBothLengthsTheDataAndTheDigestAndReportsEveryChun
     EXPECT_EQ(progress.back(), std::make_pair(uint64_t{total}, uint64_t{total}));
 }
 
+TEST_F(FileTransfer, ALargePutGoesOutInTheChunksOfOneWriteOfTheWholeMessage) {
+    // Several staging slices, and a message that ends exactly on a chunk boundary: the pad byte
+    // then travels as a chunk of its own, as when the whole message is written at once.
+    const uint32_t total = 4 * 8192 * 20;
+    const auto data = Pattern(total - 287);
+    WriteHostFile(dir.File("big.bin"), data);
+    printer.QueueCompletion(2, 0);
+    EXPECT_EQ(device.PutFile(L"/d/big.bin", dir.WFile("big.bin")), 0);
+
+    const auto& writes = printer.RawWrites();
+    ASSERT_EQ(writes.size(), total / 8192 + 2); // the chunks, the pad byte, the poll
+    for (size_t i = 0; i < total / 8192; ++i) {
+        ASSERT_EQ(writes[i].size(), 8192u) << "chunk " << i;
+    }
+    EXPECT_EQ(writes[total / 8192], std::vector<uint8_t>{0x00});
+    const auto expected = Concat({{0xC3, uint8_t(total >> 24), uint8_t(total >> 16), uint8_t(total >> 8),
+                                   uint8_t(total), 0x60, 0x04, 0x01, 0x31, 0x01},
+                                  PathField("/d/big.bin"),
+                                  LittleEndian32(total - 287),
+                                  data,
+                                  Digest(dir.WFile("big.bin")),
+                                  {0x00},
+                                  kPoll});
+    EXPECT_TRUE(printer.AllWritten() == expected);
+}
+
+TEST_F(FileTransfer, AHostFileThatShrinksDuringThePutIsRefusedAndReportedAsUnreadable) {
+    const auto data = Pattern(600000);
+    WriteHostFile(dir.File("moving.bin"), data);
+    // The first chunk is out when the file loses its second half.
+    bool cut = false;
+    printer.OnWrite([&](const std::vector<uint8_t>&) {
+        if (!cut) {
+            cut = true;
+            std::filesystem::resize_file(dir.File("moving.bin"), 300000);
+        }
+    });
+    printer.QueueCompletion(2, 4); // the printer finds the digest wrong
+    EXPECT_TRUE(
+        ThrowsExactly<PathException>([&] { device.PutFile(L"/d/moving.bin", dir.WFile("moving.bin")); },
+                                     L"'Couldn't read entire file'", L"PrinterDevice::LoadFile()"));
+
+    // The message still has its announced length, so the printer's framing stays in step; the
+    // missing part is zeros and the digest cannot match them.
+    const auto written = printer.AllWritten();
+    const size_t length = 287 + data.size();
+    ASSERT_EQ(written.size(), length + kPoll.size());
+    EXPECT_TRUE(std::equal(data.begin(), data.begin() + 300000, written.begin() + 271));
+    EXPECT_TRUE(std::all_of(written.begin() + 271 + 300000, written.begin() + 271 + 600000,
+                            [](uint8_t b) { return b == 0; }));
+    vela::common::MD5FileHash hash;
+    std::vector<uint8_t> sentDigest;
+    hash.Update(written.data() + 271, data.size());
+    hash.Final(sentDigest);
+    EXPECT_FALSE(std::equal(sentDigest.begin(), sentDigest.end(), written.begin() + 271 + 600000));
+    EXPECT_TRUE(TransactionClosed(printer));
+}
+
+TEST_F(FileTransfer, AHostFileThatGrowsDuringThePutIsRefusedByThePrinter) {
+    const auto data = Pattern(400000); // more than one slice, so chunks go out while it is read
+    WriteHostFile(dir.File("growing.bin"), data);
+    bool grown = false;
+    printer.OnWrite([&](const std::vector<uint8_t>&) {
+        if (!grown) {
+            grown = true;
+            std::filesystem::resize_file(dir.File("growing.bin"), 500000);
+        }
+    });
+    printer.QueueCompletion(2, 4);
+    EXPECT_TRUE(ThrowsExactly<DeviceException>([&] { device.PutFile(L"/d/g.bin", dir.WFile("growing.bin")); },
+                                               L"'Wrong checksum'", L"PrinterDevice::WaitForCompletion()"));
+    // The announced length is the size at the start and the data is the file's; only the digest
+    // is spoiled.
+    const auto written = printer.AllWritten();
+    ASSERT_EQ(written.size(), 287 + data.size() + kPoll.size());
+    EXPECT_TRUE(std::equal(data.begin(), data.end(), written.begin() + 271));
+    vela::common::MD5FileHash hash;
+    std::vector<uint8_t> digest;
+    hash.Update(data.data(), data.size());
+    hash.Final(digest);
+    EXPECT_FALSE(std::equal(digest.begin(), digest.end(), written.begin() + 271 + 400000));
+}
+
 TEST_F(FileTransfer, APathOf300Utf8BytesIsCutTo257) {
     std::string utf8 = "/ab";
     while (utf8.size() < 300) {
