@@ -149,8 +149,8 @@ void StatusBenchmark(vela::sim::Simulator& sim) {
         library();
         raw();
     }
-    const Paired p = Alternate(15, 200, library, raw);
-    const Paired withOpen = Alternate(5, 200, library, rawWithOpen);
+    const Paired p = Alternate(41, 50, library, raw);
+    const Paired withOpen = Alternate(21, 50, library, rawWithOpen);
     const Spread ratio = SpreadOf(p.ratio);
     std::printf("  status query: library %s, raw round trip %s per call (medians); library / raw %s\n",
                 Micro(SpreadOf(p.library).median).c_str(), Micro(SpreadOf(p.raw).median).c_str(),

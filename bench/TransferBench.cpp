@@ -243,10 +243,12 @@ void WriteHostFile(const std::string& path, const std::vector<uint8_t>& bytes) {
     }
 }
 
-bool SameAsFile(const std::string& path, const std::vector<uint8_t>& bytes) {
-    std::ifstream in(path, std::ios::binary);
-    std::vector<uint8_t> got((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    return got == bytes;
+std::vector<uint8_t> ReadHostFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary | std::ios::ate);
+    std::vector<uint8_t> bytes(static_cast<size_t>(std::max<std::streamoff>(0, in.tellg())));
+    in.seekg(0);
+    in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    return bytes;
 }
 
 struct Options {
@@ -321,9 +323,51 @@ int ParentMain(int argc, char** argv) {
                 "Fixed pauses: the 250 ms completion pause is skipped through the pause seam for the\n"
                 "target ratio; 'with pause' keeps it.\n");
 
+    auto child = [&](std::vector<std::string> args) {
+        args.insert(args.begin(), {self, "--child"});
+        static int runs = 0;
+        const std::string run = std::to_string(++runs) + "-" + args[2];
+        for (auto it = wrapper.rbegin(); it != wrapper.rend(); ++it) {
+            std::string word = *it;
+            const size_t at = word.find("{run}");
+            if (at != std::string::npos) {
+                word.replace(at, 5, run);
+            }
+            args.insert(args.begin(), word);
+        }
+        const double cpuBefore = CpuSeconds();
+        ChildFigures f = ParseChildFigures(RunChild(args));
+        f.peerCpu = CpuSeconds() - cpuBefore;
+        return f;
+    };
+
+    // The fixed cost of a transfer (code, libraries, buffers): the peak growth of an empty put and
+    // an empty get. The memory target is about the part that grows with the file.
+    uint64_t fixedPut = 0, fixedGet = 0;
+    {
+        const std::string empty = work + "/empty.bin";
+        const std::string target = work + "/target.bin";
+        WriteHostFile(empty, {});
+        sim.Printer().WriteFile(kGetPath, {});
+        std::vector<double> puts, gets;
+        for (int i = 0; i < 3; ++i) {
+            puts.push_back(static_cast<double>(child({"lib-put", simPath, empty, "skip"}).peakGrowth));
+            sim.Printer().RemoveFile(kPutPath);
+            gets.push_back(static_cast<double>(child({"lib-get", simPath, target, "skip"}).peakGrowth));
+            ::unlink(target.c_str());
+        }
+        sim.Printer().RemoveFile(kGetPath);
+        ::unlink(empty.c_str());
+        fixedPut = static_cast<uint64_t>(SpreadOf(puts).median);
+        fixedGet = static_cast<uint64_t>(SpreadOf(gets).median);
+        std::printf("  fixed cost (peak growth of an empty transfer): put %s KiB, get %s KiB\n",
+                    Fixed(static_cast<double>(fixedPut) / 1024, 0).c_str(),
+                    Fixed(static_cast<double>(fixedGet) / 1024, 0).c_str());
+    }
+
     for (const uint64_t mib : options.sizesMiB) {
         const uint64_t size = mib << 20;
-        const int repeat = options.repeat > 0 ? options.repeat : (mib >= 256 ? 3 : 5);
+        const int repeat = options.repeat > 0 ? options.repeat : (mib >= 256 ? 3 : mib >= 64 ? 5 : 9);
         const std::string source = work + "/source.bin";
         const std::string target = work + "/target.bin";
         {
@@ -335,23 +379,6 @@ int ParentMain(int argc, char** argv) {
 
         Series put, get;
         bool putVerified = false, getVerified = false;
-        auto child = [&](std::vector<std::string> args) {
-            args.insert(args.begin(), {self, "--child"});
-            static int runs = 0;
-            const std::string run = std::to_string(++runs) + "-" + args[2];
-            for (auto it = wrapper.rbegin(); it != wrapper.rend(); ++it) {
-                std::string word = *it;
-                const size_t at = word.find("{run}");
-                if (at != std::string::npos) {
-                    word.replace(at, 5, run);
-                }
-                args.insert(args.begin(), word);
-            }
-            const double cpuBefore = CpuSeconds();
-            ChildFigures f = ParseChildFigures(RunChild(args));
-            f.peerCpu = CpuSeconds() - cpuBefore;
-            return f;
-        };
         for (int r = 0; r < repeat; ++r) {
             // put: library (skip, real) and raw, alternating which comes first
             ChildFigures libSkip, libReal, raw;
@@ -359,10 +386,7 @@ int ParentMain(int argc, char** argv) {
                 ChildFigures f = child({"lib-put", simPath, source, pauses});
                 if (!putVerified) {
                     auto stored = sim.Printer().ReadFile(kPutPath);
-                    std::ifstream in(source, std::ios::binary);
-                    std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)),
-                                               std::istreambuf_iterator<char>());
-                    if (!stored || *stored != bytes) {
+                    if (!stored || *stored != ReadHostFile(source)) {
                         throw std::runtime_error("the simulator stored something else than was put");
                     }
                     putVerified = true;
@@ -397,10 +421,7 @@ int ParentMain(int argc, char** argv) {
             auto libGet = [&](const char* pauses) {
                 ChildFigures f = child({"lib-get", simPath, target, pauses});
                 if (!getVerified) {
-                    std::ifstream in(source, std::ios::binary);
-                    std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)),
-                                               std::istreambuf_iterator<char>());
-                    if (!SameAsFile(target, bytes)) {
+                    if (ReadHostFile(target) != ReadHostFile(source)) {
                         throw std::runtime_error("the host file got something else than the printer holds");
                     }
                     getVerified = true;
@@ -469,9 +490,13 @@ int ParentMain(int argc, char** argv) {
                      Fixed(ratio.median, 2) + " (" + Fixed(ratio.min, 2) + "-" + Fixed(ratio.max, 2) +
                          "; with 250 ms pause " + Fixed(ratioReal.median, 2) + ")",
                      ">= " + Fixed(kThroughputTarget, 1), Verdict(ratio.median >= kThroughputTarget));
+            // Worst run; the verdict counts the part that grows with the file.
+            const double fixed = static_cast<double>(name == std::string("put") ? fixedPut : fixedGet);
+            const double proportional = std::max(0.0, growth.max - fixed / static_cast<double>(size));
             PrintRow(label + ": peak memory / file size",
-                     Fixed(growth.max, 3) + " (raw copy " + Fixed(rawGrowth.max, 3) + ")",
-                     "<= " + Fixed(kMemoryTarget, 1), Verdict(growth.max <= kMemoryTarget));
+                     Fixed(proportional, 3) + " + fixed " + Fixed(fixed / (1 << 20), 1) + " MiB (total " +
+                         Fixed(growth.max, 3) + "; raw copy " + Fixed(rawGrowth.max, 3) + ")",
+                     "<= " + Fixed(kMemoryTarget, 1), Verdict(proportional <= kMemoryTarget));
         }
     }
     ::rmdir(work.c_str());
