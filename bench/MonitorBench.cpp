@@ -134,33 +134,28 @@ private:
     std::thread m_thread;
 };
 
-// Writes `count` reports that each change the status; returns the latencies in milliseconds.
-std::vector<double> SendReports(vela::sim::ServerChannel& hid, Receipts& receipts, int count,
-                                uint8_t& toggle) {
-    std::vector<double> latencies;
-    for (int i = 0; i < count; ++i) {
-        const size_t before = receipts.Count();
-        uint8_t report[8] = {1, 0, 0, 0, 0, 0, 0, 0};
-        toggle = static_cast<uint8_t>(toggle == 0 ? 1 : 0);
-        report[1] = toggle; // the power field: a change each time
-        const auto sent = Clock::now();
-        if (!hid.Write(report, sizeof report)) {
-            throw std::runtime_error("the HID channel refused a report");
-        }
-        if (!receipts.WaitFor(before + 1, std::chrono::seconds(5))) {
-            throw std::runtime_error("a report did not arrive");
-        }
-        latencies.push_back(std::chrono::duration<double, std::milli>(receipts.At(before) - sent).count());
-        std::this_thread::sleep_for(kGap);
+// Sends one report that changes the status and returns how long it took to arrive (ms).
+double SendReport(vela::sim::ServerChannel& hid, Receipts& receipts, uint8_t& toggle) {
+    const size_t before = receipts.Count();
+    uint8_t report[8] = {1, 0, 0, 0, 0, 0, 0, 0};
+    toggle = static_cast<uint8_t>(toggle == 0 ? 1 : 0);
+    report[1] = toggle; // the power field: a change each time
+    const auto sent = Clock::now();
+    if (!hid.Write(report, sizeof report)) {
+        throw std::runtime_error("the HID channel refused a report");
     }
-    return latencies;
+    if (!receipts.WaitFor(before + 1, std::chrono::seconds(10))) {
+        throw std::runtime_error("a report did not arrive");
+    }
+    return std::chrono::duration<double, std::milli>(receipts.At(before) - sent).count();
 }
 
-int64_t IdleSwitches(long tid) {
-    const int64_t before = ThreadContextSwitches(tid);
+// Context switches of two threads over the same idle second.
+std::pair<int64_t, int64_t> IdleSwitches(long first, long second) {
+    const int64_t a0 = ThreadContextSwitches(first), b0 = ThreadContextSwitches(second);
     std::this_thread::sleep_for(std::chrono::seconds(1));
-    const int64_t after = ThreadContextSwitches(tid);
-    return before < 0 || after < 0 ? -1 : after - before;
+    const int64_t a1 = ThreadContextSwitches(first), b1 = ThreadContextSwitches(second);
+    return {a0 < 0 || a1 < 0 ? -1 : a1 - a0, b0 < 0 || b1 < 0 ? -1 : b1 - b0};
 }
 
 std::string Ms(double ms) {
@@ -172,38 +167,40 @@ int Run() {
     options.name = kPrinterName;
     options.hid = false;
     vela::sim::Simulator sim(options);
-    const auto hid = vela::sim::ServerChannel::Create(vela::sim::ServerChannel::Kind::hid);
+    // One channel for the library's monitor, one for the bare reader: both listen all the time
+    // and the reports alternate between them, so both see the same machine.
+    const auto libraryHid = vela::sim::ServerChannel::Create(vela::sim::ServerChannel::Kind::hid);
+    const auto bareHid = vela::sim::ServerChannel::Create(vela::sim::ServerChannel::Kind::hid);
     const std::string entry = std::string(kPrinterName) + "|" + StringConverter::ToUtf8(sim.PrinterPath()) +
-                              "|" + StringConverter::ToUtf8(hid->ClientPath()) + "|410";
+                              "|" + StringConverter::ToUtf8(libraryHid->ClientPath()) + "|410";
     ::setenv("QRV_VIRTUAL_PRINTERS", entry.c_str(), 1);
 
     std::printf("Status monitor: HID report to listener, against a bare poll()+read() thread on the same\n"
-                "kind of channel (pseudo-terminal); %d reports %d ms apart per receiver.\n",
+                "kind of channel (pseudo-terminal); %d reports each, alternating, %d ms apart.\n",
                 kReports, static_cast<int>(kGap.count()));
 
-    uint8_t toggle = 0;
+    Receipts libraryReceipts, bareReceipts;
+    Listener listener(libraryReceipts);
+    vela::kom::NativeQRVDevice facade(StringConverter::FromUtf8(kPrinterName), 0);
+    facade.RegisterListener(&listener);
+    BareReader reader(bareHid->ClientPath(), bareReceipts);
+
+    uint8_t libraryToggle = 0, bareToggle = 0;
+    // The monitor finds the printer first (discovery); the first reports prove both read.
+    for (int i = 0; i < 5; ++i) {
+        SendReport(*libraryHid, libraryReceipts, libraryToggle);
+        SendReport(*bareHid, bareReceipts, bareToggle);
+    }
     std::vector<double> library, bare;
-    int64_t libraryIdle = -1, bareIdle = -1;
-    {
-        Receipts receipts;
-        Listener listener(receipts);
-        vela::kom::NativeQRVDevice facade(StringConverter::FromUtf8(kPrinterName), 0);
-        facade.RegisterListener(&listener);
-        // The thread finds the printer first (discovery); the first report proves it reads.
-        SendReports(*hid, receipts, 5, toggle);
-        library = SendReports(*hid, receipts, kReports, toggle);
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        libraryIdle = IdleSwitches(receipts.Tid());
-        facade.DeregisterListener(&listener);
+    for (int i = 0; i < kReports; ++i) {
+        library.push_back(SendReport(*libraryHid, libraryReceipts, libraryToggle));
+        std::this_thread::sleep_for(kGap);
+        bare.push_back(SendReport(*bareHid, bareReceipts, bareToggle));
+        std::this_thread::sleep_for(kGap);
     }
-    {
-        Receipts receipts;
-        BareReader reader(hid->ClientPath(), receipts);
-        SendReports(*hid, receipts, 5, toggle);
-        bare = SendReports(*hid, receipts, kReports, toggle);
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        bareIdle = IdleSwitches(receipts.Tid());
-    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    const auto [libraryIdle, bareIdle] = IdleSwitches(libraryReceipts.Tid(), bareReceipts.Tid());
+    facade.DeregisterListener(&listener);
 
     const double libMedian = Percentile(library, 50), libP99 = Percentile(library, 99);
     const double bareMedian = Percentile(bare, 50), bareP99 = Percentile(bare, 99);
