@@ -58,45 +58,12 @@ ConnectedPrinter Printer(const std::wstring& channelPath, const std::wstring& na
     return printer;
 }
 
-// Runs `rounds` rounds of `perRound` calls of `library` and of `raw`, alternating which goes
-// first; returns the per-round ratios library time / raw time and the per-call times.
+// Per-call times of the library and of the baseline, and the ratios of their medians per block.
 struct Paired {
     std::vector<double> ratio;
-    std::vector<double> library; // seconds per call, per round
+    std::vector<double> library; // seconds per call
     std::vector<double> raw;
 };
-
-template <class Library, class Raw> Paired Alternate(int rounds, int perRound, Library library, Raw raw) {
-    Paired p;
-    for (int r = 0; r < rounds; ++r) {
-        double tl = 0, tr = 0;
-        auto runLibrary = [&] {
-            const auto start = Clock::now();
-            for (int i = 0; i < perRound; ++i) {
-                library();
-            }
-            tl = SecondsSince(start) / perRound;
-        };
-        auto runRaw = [&] {
-            const auto start = Clock::now();
-            for (int i = 0; i < perRound; ++i) {
-                raw();
-            }
-            tr = SecondsSince(start) / perRound;
-        };
-        if (r % 2 == 0) {
-            runLibrary();
-            runRaw();
-        } else {
-            runRaw();
-            runLibrary();
-        }
-        p.library.push_back(tl);
-        p.raw.push_back(tr);
-        p.ratio.push_back(tl / tr);
-    }
-    return p;
-}
 
 // Times single calls, alternating library and raw call by call (`pairs` of them), so that both
 // meet the same moments of a busy machine. Returns per-call times and, per block of
@@ -183,12 +150,9 @@ void StatusBenchmark(vela::sim::Simulator& sim) {
         library();
         raw();
     }
-    const Paired p = AlternateCalls(4000, 10, library, raw);
+    const Paired p = AlternateCalls(4000, 20, library, raw);
     const Paired withOpen = AlternateCalls(1000, 5, library, rawWithOpen);
-    // The figure: median library call / median raw call over all pairs; the spread: the same
-    // ratio per block of pairs.
-    Spread ratio = SpreadOf(p.ratio);
-    ratio.median = SpreadOf(p.library).median / SpreadOf(p.raw).median;
+    const Spread ratio = SpreadOf(p.ratio);
     std::printf(
         "  status query, %zu calls each, alternating: library %s, raw round trip %s per call (medians); "
         "library / raw %s\n",
@@ -235,7 +199,7 @@ void ListingBenchmark(vela::sim::Simulator& sim, RawPeer& peer) {
     };
     library();
     raw();
-    const Paired p = Alternate(9, 3, library, raw);
+    const Paired p = AlternateCalls(60, 6, library, raw);
     vela::common::SetPauseHandler(previous);
     if (entries != kListingEntries) {
         throw std::runtime_error("the listing came back with " + std::to_string(entries) + " entries");
@@ -328,7 +292,7 @@ void LockBenchmark() {
         library();
         raw();
     }
-    const Paired p = Alternate(15, 2000, library, raw);
+    const Paired p = AlternateCalls(20000, 20, library, raw);
     const Spread ratio = SpreadOf(p.ratio);
     std::printf(
         "  lock, uncontended: library %s, raw open+flock+unlock+close %s per cycle; library / raw %s\n",
