@@ -349,7 +349,8 @@ int main(int argc, char** argv) {
         }
         std::printf(
             "Channel transactions and the access lock against raw baselines (pseudo-terminal, flock).\n"
-            "Each figure: median (min-max) of the per-round ratios, rounds alternating.\n");
+            "Single calls alternate; per block of the run the ratio of the median calls is taken;\n"
+            "each figure is the median (min-max) of these block ratios.\n");
         {
             vela::sim::Simulator::Options options;
             options.name = kPrinterName;
