@@ -69,45 +69,21 @@ bool MD5FileHash::GetHash(const std::wstring& path, std::vector<uint8_t>& digest
         if (got == 0) {
             break;
         }
-        HashData(block, static_cast<size_t>(got), L"MD5FileHash::GetHash()");
+        // One object digests one file: once finished, the hash refuses more data.
+        if (m_finalised || EVP_DigestUpdate(Context(m_hash), block, static_cast<size_t>(got)) != 1) {
+            Fail(L"CryptHashData() failed rc = %d", kBadHashState, L"MD5FileHash::GetHash()");
+        }
     }
-    HashValue(digest, L"MD5FileHash::GetHash()");
-    return true;
-}
-
-bool MD5FileHash::Update(const uint8_t* data, size_t size) {
-    if (m_provider == 0 || m_hash == 0) {
-        return false;
-    }
-    HashData(data, size, L"MD5FileHash::Update()");
-    return true;
-}
-
-bool MD5FileHash::Final(std::vector<uint8_t>& digest) {
-    if (m_provider == 0 || m_hash == 0) {
-        return false;
-    }
-    HashValue(digest, L"MD5FileHash::Final()");
-    return true;
-}
-
-void MD5FileHash::HashData(const uint8_t* data, size_t size, const wchar_t* origin) {
-    // One object makes one digest: once finished, the hash refuses more data.
-    if (m_finalised || EVP_DigestUpdate(Context(m_hash), data, size) != 1) {
-        Fail(L"CryptHashData() failed rc = %d", kBadHashState, origin);
-    }
-}
-
-void MD5FileHash::HashValue(std::vector<uint8_t>& digest, const wchar_t* origin) {
     if (!m_finalised) {
         unsigned int length = 0;
         m_value.resize(16);
         if (EVP_DigestFinal_ex(Context(m_hash), m_value.data(), &length) != 1 || length != 16) {
-            Fail(L"CryptGetHashParam() failed rc = %d", kBadHashState, origin);
+            Fail(L"CryptGetHashParam() failed rc = %d", kBadHashState, L"MD5FileHash::GetHash()");
         }
         m_finalised = true;
     }
     digest = m_value;
+    return true;
 }
 
 } // namespace vela::common

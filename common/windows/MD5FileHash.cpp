@@ -64,49 +64,19 @@ bool MD5FileHash::GetHash(const std::wstring& path, std::vector<uint8_t>& digest
         if (got == 0) {
             break;
         }
-        HashData(block, got, L"MD5FileHash::GetHash()");
-    }
-    HashValue(digest, L"MD5FileHash::GetHash()");
-    return true;
-}
-
-bool MD5FileHash::Update(const uint8_t* data, size_t size) {
-    if (m_provider == 0 || m_hash == 0) {
-        return false;
-    }
-    HashData(data, size, L"MD5FileHash::Update()");
-    return true;
-}
-
-bool MD5FileHash::Final(std::vector<uint8_t>& digest) {
-    if (m_provider == 0 || m_hash == 0) {
-        return false;
-    }
-    HashValue(digest, L"MD5FileHash::Final()");
-    return true;
-}
-
-void MD5FileHash::HashData(const uint8_t* data, size_t size, const wchar_t* origin) {
-    // CryptHashData takes a 32-bit length; larger pieces go in several steps. One object makes
-    // one digest: the provider refuses data once the value was read.
-    do {
-        const DWORD piece = static_cast<DWORD>(size < 0x40000000u ? size : 0x40000000u);
-        if (!::CryptHashData(static_cast<HCRYPTHASH>(m_hash), data, piece, 0)) {
-            Fail(L"CryptHashData() failed rc = %d", origin);
+        // One object digests one file: the provider refuses data once the value was read.
+        if (!::CryptHashData(static_cast<HCRYPTHASH>(m_hash), block, got, 0)) {
+            Fail(L"CryptHashData() failed rc = %d", L"MD5FileHash::GetHash()");
         }
-        data += piece;
-        size -= piece;
-    } while (size > 0);
-}
-
-void MD5FileHash::HashValue(std::vector<uint8_t>& digest, const wchar_t* origin) {
+    }
     BYTE value[16];
     DWORD length = sizeof value;
     if (!::CryptGetHashParam(static_cast<HCRYPTHASH>(m_hash), HP_HASHVAL, value, &length, 0)) {
-        Fail(L"CryptGetHashParam() failed rc = %d", origin);
+        Fail(L"CryptGetHashParam() failed rc = %d", L"MD5FileHash::GetHash()");
     }
     m_finalised = true;
     digest.assign(value, value + length);
+    return true;
 }
 
 } // namespace vela::common

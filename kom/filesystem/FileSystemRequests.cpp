@@ -62,11 +62,4 @@ void FinishPutRequest(std::vector<uint8_t>& message, uint32_t dataLength) {
     vela::common::WriteBigEndian32(message.data() + 1, static_cast<uint32_t>(message.size()));
 }
 
-std::vector<uint8_t> PutRequestHead(const std::string& utf8Path, uint32_t dataLength) {
-    std::vector<uint8_t> head = BeginPutRequest(utf8Path);
-    vela::common::WriteLittleEndian32(head.data() + kPutDataLengthOffset, dataLength);
-    vela::common::WriteBigEndian32(head.data() + 1, static_cast<uint32_t>(kPutOverhead + dataLength));
-    return head;
-}
-
 } // namespace vela::kom::FileSystemRequests

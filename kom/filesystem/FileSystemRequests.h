@@ -47,9 +47,6 @@ std::vector<uint8_t> DiskSpaceRequest();
 std::vector<uint8_t> BeginPutRequest(const std::string& utf8Path);
 // Writes the data length (little-endian) and the total length (big-endian) into the header.
 void FinishPutRequest(std::vector<uint8_t>& message, uint32_t dataLength);
-// The first kPutDataOffset bytes of the put message of `dataLength` data bytes, both lengths
-// filled in; the data and its digest follow (for a message that is sent while it is made).
-std::vector<uint8_t> PutRequestHead(const std::string& utf8Path, uint32_t dataLength);
 
 } // namespace FileSystemRequests
 } // namespace vela::kom

@@ -5,8 +5,6 @@
 #include "common/SystemError.h"
 #include "kom/QRVException.h"
 
-#include <algorithm>
-
 namespace vela::kom {
 
 using vela::common::HostFileFailure;
@@ -33,32 +31,25 @@ void ThrowHostOpenFailure(const vela::common::HostFileError& error, const std::w
     }
 }
 
-HostFileSource::HostFileSource(const std::wstring& hostFileName, uint64_t maxSize) {
-    const std::wstring source = L"PrinterDevice::LoadFile()";
-    vela::common::Log::LogInfo(source);
-    if (auto error = m_file.Open(hostFileName)) {
-        ThrowHostOpenFailure(error, source);
-    }
-    if (!m_file.Size(m_size)) {
-        vela::common::HostFileError error;
-        error.failure = HostFileFailure::other;
-        error.systemError = m_file.LastError();
-        ThrowHostOpenFailure(error, source);
-    }
-    if (m_size > maxSize) {
-        LogAndThrow(QRVException(L"'File too large'", source));
-    }
-}
-
-void HostFileSource::ThrowIncomplete() {
-    LogAndThrow(PathException(L"'Couldn't read entire file'", L"PrinterDevice::LoadFile()"));
-}
-
 uint64_t LoadHostFile(const std::wstring& hostFileName, std::vector<uint8_t>& out, uint64_t maxSize,
                       size_t reserveAfter) {
-    const size_t room = out.max_size() - out.size() - std::min(reserveAfter, out.max_size() - out.size());
-    HostFileSource file(hostFileName, std::min<uint64_t>(maxSize, room));
-    const uint64_t size = file.Size();
+    const std::wstring source = L"PrinterDevice::LoadFile()";
+    vela::common::Log::LogInfo(source);
+
+    vela::common::HostFileReader file;
+    if (auto error = file.Open(hostFileName)) {
+        ThrowHostOpenFailure(error, source);
+    }
+    uint64_t size = 0;
+    if (!file.Size(size)) {
+        vela::common::HostFileError error;
+        error.failure = HostFileFailure::other;
+        error.systemError = file.LastError();
+        ThrowHostOpenFailure(error, source);
+    }
+    if (size > maxSize || size > out.max_size() - out.size() - reserveAfter) {
+        LogAndThrow(QRVException(L"'File too large'", source));
+    }
     if (size == 0) {
         return 0;
     }
@@ -67,7 +58,8 @@ uint64_t LoadHostFile(const std::wstring& hostFileName, std::vector<uint8_t>& ou
     out.resize(start + static_cast<size_t>(size));
     if (file.Read(out.data() + start, static_cast<size_t>(size)) != size) {
         out.resize(start);
-        HostFileSource::ThrowIncomplete();
+        // A path kind for a read failure: callers catch it as such.
+        LogAndThrow(PathException(L"'Couldn't read entire file'", source));
     }
     return size;
 }

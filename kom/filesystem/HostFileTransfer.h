@@ -20,24 +20,6 @@ namespace vela::kom {
 // (the same texts for reading and writing, "loading" included).
 [[noreturn]] void ThrowHostOpenFailure(const vela::common::HostFileError& error, const std::wstring& source);
 
-// Reads a host file that goes to the printer, slice by slice, with the failures of LoadHostFile
-// (source "PrinterDevice::LoadFile()").
-class HostFileSource {
-public:
-    // Opens the file and takes its size; throws the open failures above and QRVException
-    // "'File too large'" when it is larger than `maxSize`. Logs "PrinterDevice::LoadFile()".
-    HostFileSource(const std::wstring& hostFileName, uint64_t maxSize);
-    uint64_t Size() const { return m_size; }
-    // Reads up to `count` bytes; fewer come back only at the end of the file or after a failure.
-    size_t Read(uint8_t* buffer, size_t count) { return m_file.Read(buffer, count); }
-    // Throws PathException "'Couldn't read entire file'" (a path kind for a read failure).
-    [[noreturn]] static void ThrowIncomplete();
-
-private:
-    vela::common::HostFileReader m_file;
-    uint64_t m_size = 0;
-};
-
 // Appends the whole host file to `out` and returns its size, reading it straight into the
 // vector (capacity for `reserveAfter` further bytes is reserved with it, so that a put message
 // is built in one allocation). Source "PrinterDevice::LoadFile()". Throws the open failures above,

@@ -18,7 +18,6 @@
 #include "kom/filesystem/FolderDetailReply.h"
 #include "kom/filesystem/FolderListingParser.h"
 #include "kom/filesystem/HostFileTransfer.h"
-#include "kom/protocol/MessageStream.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -95,16 +94,6 @@ bool PrinterDeviceBase<T, S, C>::IsValidFileName(const std::wstring& name) const
 
 // ---- file transfer ----------------------------------------------------------------------------
 
-// The message is streamed: its head, then the file's bytes as they are read, each slice hashed on
-// its way, then the digest. The file is read once and never held whole (one slice of memory
-// whatever its size), and the channel is already busy while the rest is still being read and
-// hashed. On the wire it is the one message a single Write would send, chunk for chunk.
-//
-// The digest covers exactly the bytes that went out. A file that changes while it is sent can
-// therefore not slip through as a mix of old and new: a file that grew is refused by the printer
-// (the digest sent is deliberately wrong, so the completion reports a wrong checksum, as a
-// digest taken from a second reading would have); one that shrank is filled up to the announced
-// length, refused the same way, and reported as "'Couldn't read entire file'".
 template <class T, class S, class C>
 int32_t PrinterDeviceBase<T, S, C>::PutFile(const std::wstring& printerPath,
                                             const std::wstring& hostFileName) {
@@ -115,54 +104,27 @@ int32_t PrinterDeviceBase<T, S, C>::PutFile(const std::wstring& printerPath,
     S lock(m_printer);
     std::unique_ptr<T> transport = OpenDevice();
 
-    HostFileSource file(hostFileName, std::numeric_limits<uint32_t>::max() - R::kPutOverhead);
-    const uint32_t dataLength = static_cast<uint32_t>(file.Size());
-    const std::vector<uint8_t> head = R::PutRequestHead(C::ToUtf8(printerPath), dataLength);
+    // The message is built in place: the file is read straight into it behind the path field, with
+    // room for the digest, so the file is held in memory once.
+    std::vector<uint8_t> message = R::BeginPutRequest(C::ToUtf8(printerPath));
+    const uint64_t maxData = std::numeric_limits<uint32_t>::max() - R::kPutOverhead;
+    const uint64_t dataLength = LoadHostFile(hostFileName, message, maxData, R::kDigestSize);
+
+    // The digest comes from a second, streaming reading of the host file.
     vela::common::MD5FileHash hash;
     std::vector<uint8_t> digest;
-    bool complete = true;
+    if (!hash.GetHash(hostFileName, digest) || digest.size() != R::kDigestSize) {
+        vela::common::LogAndThrow(vela::common::MD5Exception(L"'Couldn't hash the file'", source));
+    }
+    message.insert(message.end(), digest.begin(), digest.end());
+    R::FinishPutRequest(message, static_cast<uint32_t>(dataLength));
+
     {
-        const uint64_t length = uint64_t{R::kPutOverhead} + dataLength;
-        filesystem_detail::PutProgressScope progress(*transport, m_progress, length);
-        MessageStream message(*transport, length);
-        message.Append(head.data(), head.size());
-        uint64_t left = dataLength;
-        while (left > 0) {
-            const size_t room = static_cast<size_t>(std::min<uint64_t>(left, message.SpaceSize()));
-            uint8_t* slice = message.Space();
-            const size_t got = complete ? file.Read(slice, room) : 0;
-            if (got < room) {
-                complete = false;
-                std::fill(slice + got, slice + room, uint8_t{0});
-            }
-            if (!hash.Update(slice, room)) {
-                vela::common::LogAndThrow(vela::common::MD5Exception(L"'Couldn't hash the file'", source));
-            }
-            message.Commit(room);
-            left -= room;
-        }
-        if (!hash.Final(digest) || digest.size() != R::kDigestSize) {
-            vela::common::LogAndThrow(vela::common::MD5Exception(L"'Couldn't hash the file'", source));
-        }
-        uint8_t more = 0;
-        if (!complete || file.Read(&more, 1) != 0) {
-            for (uint8_t& b : digest) {
-                b = static_cast<uint8_t>(~b);
-            }
-        }
-        message.Append(digest.data(), digest.size());
-        message.Finish();
+        filesystem_detail::PutProgressScope progress(*transport, m_progress, message.size());
+        WriteData(*transport, message);
     }
-    if (!complete) {
-        // The printer refuses the filled-up file; its answer is taken so that the channel is left
-        // clean, and the short read is what the caller learns.
-        try {
-            WaitForCompletion(*transport);
-        } catch (const vela::common::Exception& e) {
-            vela::common::Log::LogWarning(L"PrinterDevice::PutFile - caught exception %s", e.Message());
-        }
-        HostFileSource::ThrowIncomplete();
-    }
+    // Not needed while the printer works on it.
+    std::vector<uint8_t>().swap(message);
     return WaitForCompletion(*transport);
 }
 

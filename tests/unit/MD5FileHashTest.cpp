@@ -50,31 +50,6 @@ TEST(MD5FileHash, MatchesTheReferenceVectors) {
     EXPECT_EQ(DigestOf(dir, std::string(1000000, 'a')), "7707d6ae4e027c70eea2a935c2296f21");
 }
 
-TEST(MD5FileHash, BytesHandedInPiecesDigestLikeTheFileAndOneObjectMakesOneDigest) {
-    TempDir dir;
-    std::string content;
-    for (int i = 0; i < 300000; ++i) {
-        content += static_cast<char>('a' + i % 23);
-    }
-    MD5FileHash pieces;
-    const auto* bytes = reinterpret_cast<const uint8_t*>(content.data());
-    ASSERT_TRUE(pieces.Update(bytes, 0));
-    ASSERT_TRUE(pieces.Update(bytes, 1));
-    ASSERT_TRUE(pieces.Update(bytes + 1, 70000));
-    ASSERT_TRUE(pieces.Update(bytes + 70001, content.size() - 70001));
-    std::vector<uint8_t> digest{1, 2, 3};
-    ASSERT_TRUE(pieces.Final(digest));
-    EXPECT_EQ(Hex(digest), DigestOf(dir, content));
-
-    try {
-        pieces.Update(bytes, 1);
-        FAIL() << "expected MD5Exception";
-    } catch (const MD5Exception& e) {
-        EXPECT_EQ(e.Message().rfind(L"CryptHashData() failed rc = ", 0), 0u);
-        EXPECT_EQ(e.Source(), L"MD5FileHash::Update()");
-    }
-}
-
 TEST(MD5FileHash, MissingFileAndSecondUseFail) {
     TempDir dir;
     LogCapture log;
