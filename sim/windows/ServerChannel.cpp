@@ -563,10 +563,13 @@ private:
     // as it has closed the last one, often before the service thread has seen the close. With
     // only two instances that race is lost at once, and then for good: each failed open takes the
     // one instance that is listening again (measured under wine: 299 of 300 back-to-back
-    // transactions failed with ERROR_PIPE_BUSY). Two spare instances keep the host's opens
-    // independent of the service thread's timing. A HID handle may likewise be reopened at once,
-    // and like a real HID device the channel serves several readers.
-    static constexpr size_t kPrinterInstances = 4;
+    // transactions failed with ERROR_PIPE_BUSY). Spare instances keep the host's opens
+    // independent of the service thread's timing; on a loaded machine (two cores, a dozen
+    // runnable processes) two spares still ran out about once in a few hundred update runs, so
+    // there are six: enough for three transactions to close before the service thread catches up.
+    // A HID handle may likewise be reopened at once, and like a real HID device the channel serves
+    // several readers.
+    static constexpr size_t kPrinterInstances = 8;
     static constexpr size_t kHidInstances = 2;
 
     const Kind m_kind;
