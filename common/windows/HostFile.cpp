@@ -1,0 +1,204 @@
+#include "common/HostFile.h"
+
+#include <windows.h>
+
+#include <atomic>
+#include <cwchar>
+
+namespace vela::common {
+
+namespace {
+
+HostFileError Classify(DWORD code) {
+    HostFileError error;
+    error.systemError = code;
+    switch (code) {
+    case ERROR_FILE_NOT_FOUND:
+        error.failure = HostFileFailure::fileNotFound;
+        break;
+    case ERROR_PATH_NOT_FOUND:
+        error.failure = HostFileFailure::pathNotFound;
+        break;
+    case ERROR_ACCESS_DENIED:
+        error.failure = HostFileFailure::accessDenied;
+        break;
+    default:
+        error.failure = HostFileFailure::other;
+        break;
+    }
+    return error;
+}
+
+bool HasNul(const std::wstring& path) {
+    return path.find(L'\0') != std::wstring::npos;
+}
+
+// The folder part of a path including its separator ("" for a bare name, "C:" for "C:name").
+std::wstring FolderPrefix(const std::wstring& path) {
+    size_t cut = path.find_last_of(L"\\/:");
+    return cut == std::wstring::npos ? std::wstring() : path.substr(0, cut + 1);
+}
+
+// A name that no other writer in this or another process picks at the same moment; CREATE_NEW
+// settles the rare collision.
+std::wstring TemporaryName(const std::wstring& prefix) {
+    static std::atomic<unsigned long long> counter{0};
+    LARGE_INTEGER tick{};
+    ::QueryPerformanceCounter(&tick);
+    wchar_t name[64];
+    std::swprintf(name, sizeof name / sizeof name[0], L".qrv-%lu-%llx-%llx.tmp",
+                  static_cast<unsigned long>(::GetCurrentProcessId()), counter.fetch_add(1),
+                  static_cast<unsigned long long>(tick.QuadPart));
+    return prefix + name;
+}
+
+constexpr DWORD kMaxPiece = 1u << 30;
+
+} // namespace
+
+HostPath ToHostPath(const std::wstring& path) {
+    return path;
+}
+
+// ---- reading ------------------------------------------------------------------------------
+
+HostFileError HostFileReader::Open(const std::wstring& path) {
+    m_handle.Reset();
+    if (HasNul(path)) {
+        return Classify(ERROR_INVALID_NAME);
+    }
+    if (path.empty()) {
+        return Classify(ERROR_PATH_NOT_FOUND);
+    }
+    HANDLE file = ::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                                FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        return Classify(::GetLastError());
+    }
+    m_handle.Reset(file);
+    return {};
+}
+
+bool HostFileReader::Size(uint64_t& size) {
+    LARGE_INTEGER value{};
+    if (!::GetFileSizeEx(m_handle.Get(), &value)) {
+        m_lastError = ::GetLastError();
+        return false;
+    }
+    size = static_cast<uint64_t>(value.QuadPart);
+    return true;
+}
+
+size_t HostFileReader::Read(uint8_t* buffer, size_t count) {
+    size_t total = 0;
+    while (total < count) {
+        DWORD piece = count - total < kMaxPiece ? static_cast<DWORD>(count - total) : kMaxPiece;
+        DWORD got = 0;
+        if (!::ReadFile(m_handle.Get(), buffer + total, piece, &got, nullptr)) {
+            m_lastError = ::GetLastError();
+            break;
+        }
+        if (got == 0) {
+            break;
+        }
+        total += got;
+    }
+    return total;
+}
+
+// ---- replacing ----------------------------------------------------------------------------
+
+HostFileReplacer::~HostFileReplacer() {
+    Discard();
+}
+
+void HostFileReplacer::Discard() noexcept {
+    m_handle.Reset();
+    if (!m_committed && !m_temporary.empty()) {
+        (void)::DeleteFileW(m_temporary.c_str());
+    }
+    m_temporary.clear();
+}
+
+HostFileError HostFileReplacer::Open(const std::wstring& target) {
+    Discard();
+    m_committed = false;
+    if (HasNul(target)) {
+        return Classify(ERROR_INVALID_NAME);
+    }
+    if (target.empty()) {
+        return Classify(ERROR_PATH_NOT_FOUND);
+    }
+    m_target = target;
+
+    // An existing target must accept writing, exactly as if it were opened and truncated here
+    // (a read-only file or a folder answers "access denied", a missing folder "path not found").
+    HANDLE probe =
+        ::CreateFileW(target.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                      nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (probe == INVALID_HANDLE_VALUE) {
+        DWORD code = ::GetLastError();
+        if (code != ERROR_FILE_NOT_FOUND) {
+            return Classify(code);
+        }
+    } else {
+        ::CloseHandle(probe);
+    }
+
+    const std::wstring prefix = FolderPrefix(target);
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        std::wstring candidate = TemporaryName(prefix);
+        HANDLE file = ::CreateFileW(candidate.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                                    FILE_ATTRIBUTE_NORMAL, nullptr);
+        if (file != INVALID_HANDLE_VALUE) {
+            m_handle.Reset(file);
+            m_temporary = candidate;
+            return {};
+        }
+        DWORD code = ::GetLastError();
+        if (code != ERROR_FILE_EXISTS && code != ERROR_ALREADY_EXISTS) {
+            return Classify(code);
+        }
+    }
+    return Classify(ERROR_FILE_EXISTS);
+}
+
+bool HostFileReplacer::Write(const uint8_t* data, size_t count) {
+    size_t total = 0;
+    while (total < count) {
+        DWORD piece = count - total < kMaxPiece ? static_cast<DWORD>(count - total) : kMaxPiece;
+        DWORD put = 0;
+        if (!::WriteFile(m_handle.Get(), data + total, piece, &put, nullptr)) {
+            m_lastError = ::GetLastError();
+            return false;
+        }
+        if (put == 0) {
+            m_lastError = ERROR_DISK_FULL;
+            return false;
+        }
+        total += put;
+    }
+    return true;
+}
+
+bool HostFileReplacer::Commit() {
+    if (!m_handle.IsValid()) {
+        m_lastError = ERROR_INVALID_HANDLE;
+        return false;
+    }
+    // A delayed write error shows up at the flush or the close; either one fails the transfer.
+    if (!::FlushFileBuffers(m_handle.Get()) || !m_handle.Close()) {
+        m_lastError = ::GetLastError();
+        return false;
+    }
+    if (!::MoveFileExW(m_temporary.c_str(), m_target.c_str(),
+                       MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
+        m_lastError = ::GetLastError();
+        return false;
+    }
+    m_committed = true;
+    m_temporary.clear();
+    return true;
+}
+
+} // namespace vela::common

@@ -1,0 +1,126 @@
+#pragma once
+
+#include "common/StringConverter.h"
+#include "kom/protocol/PrinterDeviceBase.h"
+#include "support/FakePrinter.h"
+#include "support/PauseRecorder.h"
+#include "support/TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <string>
+#include <typeinfo>
+#include <vector>
+
+namespace vela::test {
+
+// Whether a read-only file can still be opened for writing here (root on Linux, and wine run by
+// root, which maps the read-only attribute onto permission bits); tests of "access denied" skip.
+inline bool RunningPrivileged() {
+    static const bool privileged = [] {
+        TempDir probeDir;
+        const std::string probe = probeDir.File("probe");
+        WriteHostFile(probe, {1});
+        std::filesystem::permissions(probe, std::filesystem::perms::owner_read);
+        const bool writable = std::ofstream(probe, std::ios::binary | std::ios::app).good();
+        std::filesystem::permissions(probe, std::filesystem::perms::owner_all);
+        return writable;
+    }();
+    return privileged;
+}
+
+using FsDevice = vela::kom::PrinterDeviceBase<FakeTransport, NoOpSynchronizer, vela::common::StringConverter>;
+
+inline vela::kom::ConnectedPrinter TestPrinter() {
+    return {0x1234, 0x0001, L"fake:printer", L"QRV Test"};
+}
+
+inline std::string Narrow(const std::wstring& text) {
+    return vela::common::StringConverter::ToUtf8(text);
+}
+
+// Runs `call` and checks that it throws exactly E with the given message and source.
+template <class E, class F>
+::testing::AssertionResult ThrowsExactly(F&& call, const std::wstring& message, const std::wstring& source) {
+    try {
+        call();
+    } catch (const E& e) {
+        if (typeid(e) != typeid(E)) {
+            return ::testing::AssertionFailure() << "threw the subclass " << Narrow(e.ExceptionName());
+        }
+        if (e.Message() != message || e.Source() != source) {
+            return ::testing::AssertionFailure()
+                   << "threw " << Narrow(e.Source()) << ": " << Narrow(e.Message()) << " instead of "
+                   << Narrow(source) << ": " << Narrow(message);
+        }
+        return ::testing::AssertionSuccess();
+    } catch (const vela::common::Exception& e) {
+        return ::testing::AssertionFailure() << "threw " << Narrow(e.ExceptionName()) << " ("
+                                             << Narrow(e.Source()) << ": " << Narrow(e.Message()) << ")";
+    }
+    return ::testing::AssertionFailure() << "nothing thrown";
+}
+
+// After any operation the lock is released and every transport that was opened is closed again.
+inline ::testing::AssertionResult TransactionClosed(const FakePrinter& printer) {
+    if (NoOpSynchronizer::Held() != 0) {
+        return ::testing::AssertionFailure() << "lock still held";
+    }
+    if (printer.Opens() != printer.Closes()) {
+        return ::testing::AssertionFailure()
+               << printer.Opens() << " opens, " << printer.Closes() << " closes";
+    }
+    return ::testing::AssertionSuccess();
+}
+
+// The 257-byte path field built independently of the library.
+inline std::vector<uint8_t> PathField(const std::string& utf8) {
+    std::vector<uint8_t> field(utf8.begin(), utf8.end());
+    field.resize(257, 0x00);
+    return field;
+}
+
+inline std::vector<uint8_t> Concat(std::initializer_list<std::vector<uint8_t>> parts) {
+    std::vector<uint8_t> all;
+    for (const auto& p : parts) {
+        all.insert(all.end(), p.begin(), p.end());
+    }
+    return all;
+}
+
+inline std::vector<uint8_t> LittleEndian32(uint32_t v) {
+    return {uint8_t(v), uint8_t(v >> 8), uint8_t(v >> 16), uint8_t(v >> 24)};
+}
+
+// Payload of a get reply: byte 1 the command, a path field, the declared length, data, extra bytes.
+inline std::vector<uint8_t> FileReplyPayload(const std::vector<uint8_t>& data,
+                                             std::optional<uint32_t> declared = {}, uint8_t command = 0x21,
+                                             size_t trailing = 0) {
+    return Concat({{0x00, command},
+                   PathField("/x"),
+                   LittleEndian32(declared ? *declared : static_cast<uint32_t>(data.size())),
+                   data,
+                   std::vector<uint8_t>(trailing, 0xEE)});
+}
+
+// Payload of a folder content reply around the listing text.
+inline std::vector<uint8_t> ListingReplyPayload(const std::string& text, uint8_t command = 0x22) {
+    return Concat({{0x00, command}, PathField("/x"), std::vector<uint8_t>(text.begin(), text.end())});
+}
+
+// The fixture every file-system test uses: a scripted printer, recorded pauses, captured log.
+class FileSystemTest : public ::testing::Test {
+protected:
+    FileSystemTest() { NoOpSynchronizer::Reset(); }
+
+    FakePrinter printer;
+    PauseRecorder pauses;
+    LogCapture log;
+    FsDevice device{TestPrinter()};
+    TempDir dir;
+};
+
+} // namespace vela::test

@@ -1,0 +1,290 @@
+#include "FileSystemTestSupport.h"
+
+#include "common/MD5FileHash.h"
+#include "kom/QRVException.h"
+
+#include <algorithm>
+#include <filesystem>
+
+using namespace vela::kom;
+using namespace vela::test;
+using vela::common::LogLevel;
+
+namespace {
+
+const std::vector<uint8_t> kPoll = Hex("C3 00 00 00 09 60 04 01 80");
+
+std::vector<uint8_t> Pattern(size_t size) {
+    std::vector<uint8_t> bytes(size);
+    for (size_t i = 0; i < size; ++i) {
+        bytes[i] = static_cast<uint8_t>(i * 7 + i / 251);
+    }
+    return bytes;
+}
+
+std::vector<uint8_t> GetRequest(uint8_t command, const std::string& path) {
+    return Concat({Hex("C3 00 00 01 0A 60 04 01"), {command}, PathField(path)});
+}
+
+std::vector<uint8_t> Digest(const std::wstring& file) {
+    vela::common::MD5FileHash hash;
+    std::vector<uint8_t> digest;
+    hash.GetHash(file, digest);
+    return digest;
+}
+
+class FileTransfer : public FileSystemTest {
+protected:
+    // An existing host file whose contents must survive every failed get.
+    void CreateKeeper() { WriteHostFile(dir.File("keep.bin"), kKeeper); }
+    ::testing::AssertionResult KeeperUntouched() {
+        if (ReadHostFile(dir.File("keep.bin")) != kKeeper) {
+            return ::testing::AssertionFailure() << "host file changed";
+        }
+        if (ListDirectory(dir.Path()) != std::vector<std::string>{"keep.bin"}) {
+            return ::testing::AssertionFailure() << "stray files in the host folder";
+        }
+        return ::testing::AssertionSuccess();
+    }
+    const std::vector<uint8_t> kKeeper = Pattern(5000);
+};
+
+} // namespace
+
+// ---- put ---------------------------------------------------------------------------------------
+
+TEST_F(FileTransfer, PutOfAnEmptyFileIs287BytesEndingInTheDigestOfNothing) {
+    WriteHostFile(dir.File("empty.bin"), {});
+    printer.QueueCompletion(2, 0);
+    EXPECT_EQ(device.PutFile(L"/images/a.png", dir.WFile("empty.bin")), 0);
+
+    const auto expected = Concat({Hex("C3 00 00 01 1F 60 04 01 31 01"),
+                                  PathField("/images/a.png"),
+                                  {0, 0, 0, 0},
+                                  Hex("D4 1D 8C D9 8F 00 B2 04 E9 80 09 98 EC F8 42 7E"),
+                                  kPoll});
+    EXPECT_EQ(ToHex(printer.AllWritten()), ToHex(expected));
+    EXPECT_TRUE(TransactionClosed(printer));
+    EXPECT_TRUE(log.Contains(L"PrinterDevice::PutFile()"));
+    EXPECT_EQ(log.Lines().front().level, LogLevel::info);
+}
+
+TEST_F(FileTransfer, PutCarriesBothLengthsTheDataAndTheDigestAndReportsEveryChunk) {
+    const auto data = Pattern(70000);
+    WriteHostFile(dir.File("big.bin"), data);
+    std::vector<std::pair<uint64_t, uint64_t>> progress;
+    device.SetProgressCallback([&](uint64_t done, uint64_t total) { progress.emplace_back(done, total); });
+    printer.QueueCompletion(2, 9); // a result code the poll does not map is the put's result
+    EXPECT_EQ(device.PutFile(L"/d/big.bin", dir.WFile("big.bin")), 9);
+
+    const uint32_t total = 287 + 70000;
+    const auto expected = Concat({{0xC3, uint8_t(total >> 24), uint8_t(total >> 16), uint8_t(total >> 8),
+                                   uint8_t(total), 0x60, 0x04, 0x01, 0x31, 0x01},
+                                  PathField("/d/big.bin"),
+                                  LittleEndian32(70000),
+                                  data,
+                                  Digest(dir.WFile("big.bin")),
+                                  kPoll});
+    EXPECT_TRUE(printer.AllWritten() == expected);
+
+    // One report per 8192-byte chunk of the message, none for the completion poll afterwards.
+    ASSERT_EQ(progress.size(), (total + 8191) / 8192);
+    EXPECT_EQ(progress.front(), std::make_pair(uint64_t{8192}, uint64_t{total}));
+    EXPECT_EQ(progress.back(), std::make_pair(uint64_t{total}, uint64_t{total}));
+}
+
+TEST_F(FileTransfer, APathOf300Utf8BytesIsCutTo257) {
+    std::string utf8 = "/ab";
+    while (utf8.size() < 300) {
+        utf8 += "\xE2\x82\xAC"; // the euro sign: three bytes, one code unit
+    }
+    ASSERT_EQ(utf8.size(), 300u);
+    const std::wstring path = vela::common::StringConverter::FromUtf8(utf8);
+    WriteHostFile(dir.File("f"), {0x42});
+    printer.QueueCompletion(2, 0);
+    EXPECT_EQ(device.PutFile(path, dir.WFile("f")), 0);
+
+    const auto written = printer.AllWritten();
+    ASSERT_GT(written.size(), 267u);
+    // No terminating zero, and the cut falls inside a character, as the printer expects.
+    EXPECT_EQ(std::string(written.begin() + 10, written.begin() + 267), utf8.substr(0, 257));
+    EXPECT_EQ(written[267], 1); // the data length follows directly
+}
+
+TEST_F(FileTransfer, CompletionErrorsOfAPutReachTheCaller) {
+    WriteHostFile(dir.File("f"), {1});
+    printer.QueueCompletion(2, 1);
+    EXPECT_THROW(device.PutFile(L"/f", dir.WFile("f")), FileAlreadyExistsException);
+    printer.QueueCompletion(2, 3);
+    EXPECT_THROW(device.PutFile(L"/f", dir.WFile("f")), NoFreeDiskSpaceException);
+    EXPECT_TRUE(TransactionClosed(printer));
+}
+
+TEST_F(FileTransfer, AFileBeyondTheFourGigabyteLengthFieldIsRefusedBeforeItIsRead) {
+    WriteHostFile(dir.File("huge.bin"), {});
+    std::filesystem::resize_file(dir.File("huge.bin"), (uint64_t{1} << 32) - 287 + 1); // sparse
+    EXPECT_TRUE(ThrowsExactly<QRVException>([&] { device.PutFile(L"/f", dir.WFile("huge.bin")); },
+                                            L"'File too large'", L"PrinterDevice::LoadFile()"));
+    EXPECT_TRUE(printer.RawWrites().empty());
+    EXPECT_TRUE(TransactionClosed(printer));
+}
+
+TEST_F(FileTransfer, HostFilesThatCannotBeReadMapToTheirKinds) {
+    const std::wstring source = L"PrinterDevice::LoadFile()";
+    EXPECT_TRUE(ThrowsExactly<FileNotFoundException>([&] { device.PutFile(L"/f", dir.WFile("missing.bin")); },
+                                                     L"'Couldn't open file'", source));
+    EXPECT_TRUE(ThrowsExactly<PathNotFoundException>(
+        [&] { device.PutFile(L"/f", dir.WFile("no-such-folder/missing.bin")); }, L"'Couldn't open path'",
+        source));
+    // A folder is refused as "access denied" on every platform.
+    EXPECT_TRUE(ThrowsExactly<NoPermissionException>(
+        [&] { device.PutFile(L"/f", vela::common::StringConverter::FromUtf8(dir.Path())); },
+        L"'Access denied'", source));
+    EXPECT_TRUE(printer.RawWrites().empty());
+    EXPECT_TRUE(TransactionClosed(printer));
+
+    EXPECT_TRUE(ThrowsExactly<FileNotFoundException>([&] { device.LoadFile(dir.WFile("missing.bin")); },
+                                                     L"'Couldn't open file'", source));
+    WriteHostFile(dir.File("some.bin"), {9, 8, 7});
+    EXPECT_EQ(device.LoadFile(dir.WFile("some.bin")), (std::vector<uint8_t>{9, 8, 7}));
+}
+
+// ---- get ---------------------------------------------------------------------------------------
+
+TEST_F(FileTransfer, GetReplacesTheHostFileAndReportsTheBytesReceived) {
+    CreateKeeper();
+    const auto data = Pattern(600 * 1024);
+    std::vector<std::pair<uint64_t, uint64_t>> progress;
+    device.SetProgressCallback([&](uint64_t done, uint64_t total) { progress.emplace_back(done, total); });
+    printer.QueueCompletion(2, 0);
+    printer.QueueReply(FileReplyPayload(data, {}, 0x21, 40)); // bytes after the data are not saved
+    EXPECT_EQ(device.GetFile(L"/jobs/a.job", dir.WFile("keep.bin")), 0);
+
+    EXPECT_TRUE(ReadHostFile(dir.File("keep.bin")) == data);
+    EXPECT_EQ(ListDirectory(dir.Path()), std::vector<std::string>{"keep.bin"});
+    EXPECT_EQ(ToHex(printer.AllWritten()),
+              ToHex(Concat({GetRequest(0x29, "/jobs/a.job"), kPoll, GetRequest(0x21, "/jobs/a.job")})));
+    EXPECT_EQ(printer.PendingBytes(), 0u);
+    const uint64_t n = data.size();
+    EXPECT_EQ(progress, (std::vector<std::pair<uint64_t, uint64_t>>{{262144, n}, {524288, n}, {n, n}}));
+    EXPECT_TRUE(TransactionClosed(printer));
+    EXPECT_TRUE(log.Contains(L"PrinterDevice::GetFile()"));
+}
+
+TEST_F(FileTransfer, GetOfAnEmptyPrinterFileCreatesAnEmptyHostFile) {
+    printer.QueueCompletion(2, 0);
+    printer.QueueReply(FileReplyPayload({}));
+    EXPECT_EQ(device.GetFile(L"/empty", dir.WFile("new.bin")), 0);
+    EXPECT_TRUE(HostFileExists(dir.File("new.bin")));
+    EXPECT_TRUE(ReadHostFile(dir.File("new.bin")).empty());
+}
+
+TEST_F(FileTransfer, AFailedFirstCompletionEndsTheGetBeforeAnyHostFileIsTouched) {
+    CreateKeeper();
+    printer.QueueCompletion(2, 9);
+    EXPECT_EQ(device.GetFile(L"/a", dir.WFile("keep.bin")), 9);
+    printer.QueueCompletion(2, 200);
+    EXPECT_EQ(device.GetFile(L"/a", dir.WFile("new.bin")), 200);
+
+    EXPECT_TRUE(KeeperUntouched());
+    const auto once = Concat({GetRequest(0x29, "/a"), kPoll});
+    EXPECT_EQ(ToHex(printer.AllWritten()), ToHex(Concat({once, once})));
+    EXPECT_TRUE(TransactionClosed(printer));
+
+    printer.QueueCompletion(2, 2);
+    EXPECT_TRUE(ThrowsExactly<FileNotFoundException>([&] { device.GetFile(L"/a", dir.WFile("keep.bin")); },
+                                                     L"'Wrong file name'",
+                                                     L"PrinterDevice::WaitForCompletion()"));
+    EXPECT_TRUE(KeeperUntouched());
+}
+
+TEST_F(FileTransfer, BadGetRepliesFailBeforeTheHostFileIsTouchedAndLeaveNothingUnread) {
+    CreateKeeper();
+    const std::wstring get = L"PrinterDevice::GetFile()";
+    const std::wstring save = L"PrinterDevice::SaveFile()";
+    const auto data = Pattern(1000);
+    const uint32_t replySize = 263 + 1000;
+
+    struct Case {
+        const char* name;
+        std::vector<uint8_t> payload;
+        std::wstring message;
+        std::wstring source;
+    };
+    const std::vector<Case> cases = {
+        {"255 bytes", std::vector<uint8_t>(255, 0x21), L"'Wrong reply size'", get},
+        {"echoes the prepare command", FileReplyPayload(data, {}, 0x29), L"'Wrong reply'", get},
+        {"length equals the reply size", FileReplyPayload(data, replySize), L"'Corrupted data length'", save},
+        // Passes "smaller than the reply" but runs past its end.
+        {"length one below the reply size", FileReplyPayload(data, replySize - 1), L"'Corrupted data length'",
+         save},
+        {"too short for the length field", Concat({{0x00, 0x21}, PathField("/x"), {0x00}}),
+         L"'Corrupted data length'", save},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        printer.QueueCompletion(2, 0);
+        printer.QueueReply(c.payload);
+        if (c.payload.size() < 256) {
+            printer.QueueReply({0x01, 0x02, 0x03}); // what the queue purge must swallow
+        }
+        if (c.message == L"'Wrong reply'" || c.message == L"'Wrong reply size'") {
+            EXPECT_TRUE(ThrowsExactly<ReplyException>([&] { device.GetFile(L"/a", dir.WFile("keep.bin")); },
+                                                      c.message, c.source));
+        } else {
+            EXPECT_TRUE(ThrowsExactly<DeviceException>([&] { device.GetFile(L"/a", dir.WFile("keep.bin")); },
+                                                       c.message, c.source));
+        }
+        EXPECT_EQ(printer.PendingBytes(), 0u);
+        EXPECT_TRUE(KeeperUntouched());
+        EXPECT_TRUE(TransactionClosed(printer));
+    }
+}
+
+TEST_F(FileTransfer, AGetThatBreaksOffMidDataLeavesTheOldFileAndNoTemporaryFile) {
+    CreateKeeper();
+    const auto frame = Frame(FileReplyPayload(Pattern(100000)));
+    printer.QueueCompletion(2, 0);
+    printer.QueueBytes(std::vector<uint8_t>(frame.begin(), frame.begin() + 60000)); // then silence
+    EXPECT_THROW(device.GetFile(L"/a", dir.WFile("keep.bin")), vela::common::UsbPrintDeviceReadException);
+    EXPECT_TRUE(KeeperUntouched());
+    EXPECT_TRUE(TransactionClosed(printer));
+}
+
+TEST_F(FileTransfer, HostFilesThatCannotBeWrittenMapToTheirKindsAfterTheWholeReply) {
+    const std::wstring save = L"PrinterDevice::SaveFile()";
+    printer.QueueCompletion(2, 0);
+    printer.QueueReply(FileReplyPayload(Pattern(3000)));
+    EXPECT_TRUE(ThrowsExactly<PathNotFoundException>(
+        [&] { device.GetFile(L"/a", dir.WFile("nowhere/x.bin")); }, L"'Couldn't open path'", save));
+    EXPECT_EQ(printer.PendingBytes(), 0u);
+
+    printer.QueueCompletion(2, 0);
+    printer.QueueReply(FileReplyPayload(Pattern(3000)));
+    EXPECT_TRUE(ThrowsExactly<NoPermissionException>(
+        [&] { device.GetFile(L"/a", vela::common::StringConverter::FromUtf8(dir.Path())); },
+        L"'Access denied'", save));
+    EXPECT_EQ(printer.PendingBytes(), 0u);
+    EXPECT_TRUE(ListDirectory(dir.Path()).empty());
+    EXPECT_TRUE(TransactionClosed(printer));
+}
+
+TEST_F(FileTransfer, SaveFileWritesOnlyAnIntactDataPart) {
+    CreateKeeper();
+    const std::wstring save = L"PrinterDevice::SaveFile()";
+    device.SaveFile(dir.WFile("out.bin"), FileReplyPayload({1, 2, 3}, {}, 0x21, 5));
+    EXPECT_EQ(ReadHostFile(dir.File("out.bin")), (std::vector<uint8_t>{1, 2, 3}));
+
+    const auto tooLong = FileReplyPayload({1, 2, 3}, 4);
+    EXPECT_TRUE(ThrowsExactly<DeviceException>([&] { device.SaveFile(dir.WFile("keep.bin"), tooLong); },
+                                               L"'Corrupted data length'", save));
+    EXPECT_TRUE(ThrowsExactly<DeviceException>(
+        [&] {
+            device.SaveFile(dir.WFile("keep.bin"), {0x00, 0x21});
+        },
+        L"'Corrupted data length'", save));
+    EXPECT_TRUE(ThrowsExactly<PathNotFoundException>(
+        [&] { device.SaveFile(dir.WFile("nowhere/x"), FileReplyPayload({1})); }, L"'Couldn't open path'",
+        save));
+    EXPECT_EQ(ReadHostFile(dir.File("keep.bin")), kKeeper);
+}

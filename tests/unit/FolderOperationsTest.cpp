@@ -1,0 +1,208 @@
+#include "FileSystemTestSupport.h"
+
+#include "kom/QRVException.h"
+#include "kom/filesystem/DiskSpaceReply.h"
+#include "kom/filesystem/FolderListingParser.h"
+
+#include <climits>
+
+using namespace vela::kom;
+using namespace vela::test;
+
+namespace {
+
+const std::vector<uint8_t> kPoll = Hex("C3 00 00 00 09 60 04 01 80");
+const std::wstring kListing = L"PrinterDevice::GetFolderContent()";
+
+std::vector<FolderListingEntry> Parse(const std::string& text) {
+    return ParseFolderListing(reinterpret_cast<const uint8_t*>(text.data()), text.size(), kListing);
+}
+
+std::vector<uint8_t> PathRequest(uint8_t command, const std::string& path) {
+    return Concat({Hex("C3 00 00 01 0A 60 04 01"), {command}, PathField(path)});
+}
+
+class FolderOperations : public FileSystemTest {};
+
+} // namespace
+
+// ---- listing -----------------------------------------------------------------------------------
+
+TEST(FolderListingParser, ReadsCommaEndedEntries) {
+    auto entries = Parse("a.txt:12:f,docs::d,");
+    ASSERT_EQ(entries.size(), 2u);
+    EXPECT_EQ(entries[0].name, "a.txt");
+    EXPECT_TRUE(entries[0].isFile);
+    EXPECT_EQ(entries[0].size, 12);
+    EXPECT_EQ(entries[1].name, "docs");
+    EXPECT_FALSE(entries[1].isFile);
+    EXPECT_EQ(entries[1].size, 0);
+
+    EXPECT_EQ(Parse("a.txt:12:f,docs::d").size(), 1u); // the unfinished last entry is dropped
+    EXPECT_EQ(Parse("no colon here,x:1:f,").size(), 1u);
+    EXPECT_TRUE(Parse("").empty());
+    EXPECT_TRUE(ParseFolderListing(nullptr, 0, kListing).empty());
+}
+
+TEST(FolderListingParser, SizesConvertLikeACIntegerConversion) {
+    auto entries = Parse("a:12ab:f,b:abc:f,c: -7:f,d:99999999999:f,e:-99999999999:f,");
+    ASSERT_EQ(entries.size(), 5u);
+    EXPECT_EQ(entries[0].size, 12);
+    EXPECT_EQ(entries[1].size, 0);
+    EXPECT_TRUE(entries[1].isFile); // a size field that is not a number still makes a file
+    EXPECT_EQ(entries[2].size, -7);
+    EXPECT_EQ(entries[3].size, INT32_MAX);
+    EXPECT_EQ(entries[4].size, INT32_MIN);
+}
+
+TEST(FolderListingParser, TypeLettersMustAgreeWithTheSize) {
+    vela::test::LogCapture log;
+    EXPECT_TRUE(ThrowsExactly<ReplyException>([] { Parse("a:5:d,"); },
+                                              L"'Found directory instead of file name'", kListing));
+    EXPECT_TRUE(ThrowsExactly<ReplyException>([] { Parse("docs::f,"); },
+                                              L"'Found file name instead of directory'", kListing));
+    // Without a second colon the letter examined is the byte after the entry's comma.
+    EXPECT_TRUE(ThrowsExactly<ReplyException>([] { Parse("x:5,d:1:f,"); },
+                                              L"'Found directory instead of file name'", kListing));
+    EXPECT_TRUE(ThrowsExactly<ReplyException>([] { Parse("x:,f"); },
+                                              L"'Found file name instead of directory'", kListing));
+    auto atEnd = Parse("x:5,");
+    ASSERT_EQ(atEnd.size(), 1u);
+    EXPECT_EQ(atEnd[0].size, 5);
+    // Other letters are not examined.
+    EXPECT_EQ(Parse("a:1:x,b::?,").size(), 2u);
+}
+
+TEST_F(FolderOperations, ListingPausesUnderTheLockThenSendsBothRequests) {
+    printer.QueueCompletion(2, 0);
+    printer.QueueReply(ListingReplyPayload("a.txt:12:f,\xC3\xA9t\xC3\xA9::d,unfinished"));
+    auto content = device.GetFolderContent(L"/mnt/data/images");
+
+    ASSERT_EQ(content.size(), 2u);
+    EXPECT_EQ(content[0]->Name(), L"a.txt");
+    EXPECT_TRUE(content[0]->IsFile());
+    EXPECT_FALSE(content[0]->IsDirectory());
+    EXPECT_EQ(content[0]->Size(), 12);
+    EXPECT_EQ(content[1]->Name(), L"\u00e9t\u00e9");
+    EXPECT_TRUE(content[1]->IsDirectory());
+
+    EXPECT_EQ(ToHex(printer.AllWritten()), ToHex(Concat({PathRequest(0x2A, "/mnt/data/images"), kPoll,
+                                                         PathRequest(0x22, "/mnt/data/images")})));
+    ASSERT_FALSE(pauses.Pauses().empty());
+    EXPECT_EQ(pauses.Pauses().front(), 1000u);
+    EXPECT_TRUE(TransactionClosed(printer));
+    EXPECT_TRUE(log.Contains(L"PrinterDevice::GetFolderContent()"));
+}
+
+TEST_F(FolderOperations, ListingFailures) {
+    // A failed first completion gives an empty list and no second request.
+    printer.QueueCompletion(2, 8);
+    EXPECT_TRUE(device.GetFolderContent(L"/x").empty());
+    EXPECT_EQ(printer.AllWritten().size(), 266u + 9u);
+
+    printer.QueueCompletion(2, 0);
+    printer.QueueReply(std::vector<uint8_t>(255, 0x22));
+    printer.QueueReply({0x01}); // swallowed by the queue purge
+    EXPECT_TRUE(ThrowsExactly<ReplyException>([&] { device.GetFolderContent(L"/x"); }, L"'Wrong reply size'",
+                                              kListing));
+    EXPECT_EQ(printer.PendingBytes(), 0u);
+
+    printer.QueueCompletion(2, 0);
+    printer.QueueReply(ListingReplyPayload("a:1:f,", 0x2A));
+    EXPECT_TRUE(
+        ThrowsExactly<ReplyException>([&] { device.GetFolderContent(L"/x"); }, L"'Wrong reply'", kListing));
+
+    printer.QueueCompletion(2, 0);
+    printer.QueueReply(ListingReplyPayload("a:1:d,"));
+    EXPECT_THROW(device.GetFolderContent(L"/x"), ReplyException);
+    EXPECT_TRUE(TransactionClosed(printer));
+}
+
+// ---- delete and rename -------------------------------------------------------------------------
+
+TEST_F(FolderOperations, DeleteAndRenameSendTheirRequestsAndReturnTheCompletionResult) {
+    printer.QueueCompletion(2, 0);
+    EXPECT_EQ(device.DeleteFile(L"/jobs/old.job"), 0);
+    EXPECT_EQ(ToHex(printer.AllWritten()), ToHex(Concat({PathRequest(0x32, "/jobs/old.job"), kPoll})));
+
+    const size_t before = printer.AllWritten().size();
+    printer.QueueCompletion(2, 12);
+    EXPECT_EQ(device.RenameFile(L"/a/old", L"/a/new"), 12);
+    const auto written = printer.AllWritten();
+    const auto expected =
+        Concat({Hex("C3 00 00 02 0B 60 04 01 33"), PathField("/a/old"), PathField("/a/new"), kPoll});
+    EXPECT_EQ(expected.size(), 523u + 9u);
+    EXPECT_EQ(ToHex(std::vector<uint8_t>(written.begin() + before, written.end())), ToHex(expected));
+
+    printer.QueueCompletion(2, 2);
+    EXPECT_THROW(device.DeleteFile(L"/nope"), FileNotFoundException);
+    printer.QueueCompletion(2, 6);
+    EXPECT_THROW(device.RenameFile(L"/a", L"/b"), NoPermissionException);
+    EXPECT_TRUE(TransactionClosed(printer));
+}
+
+// ---- folder detail -----------------------------------------------------------------------------
+
+TEST_F(FolderOperations, FolderDetailReadsTheZeroEndedNameFromOffsetSeven) {
+    const std::wstring source = L"PrinterDevice::GetFolderDetail()";
+    const auto reply = [](uint8_t command, const std::string& tail) {
+        return Concat({{0x00, command, 1, 2, 3, 4, 5}, std::vector<uint8_t>(tail.begin(), tail.end())});
+    };
+    printer.QueueReply(reply(0x23, std::string("/mnt/data/jobs\0junk", 19)));
+    EXPECT_EQ(device.GetJobFileLibraryPath(), L"/mnt/data/jobs");
+    EXPECT_EQ(ToHex(printer.AllWritten()), "C3 00 00 00 0A 60 04 01 23 01");
+
+    // The four library getters ask with selectors 1 to 4.
+    for (int i = 0; i < 3; ++i) {
+        printer.QueueReply(reply(0x23, std::string("\0", 1)));
+    }
+    EXPECT_EQ(device.GetTemplateLibraryPath(), L"");
+    device.GetImageLibraryPath();
+    device.GetUpdateLibraryPath();
+    const auto& writes = printer.RawWrites();
+    ASSERT_EQ(writes.size(), 4u);
+    for (size_t i = 0; i < writes.size(); ++i) {
+        EXPECT_EQ(static_cast<size_t>(writes[i].back()), i + 1);
+    }
+
+    printer.QueueReply(reply(0x24, std::string("/x\0", 3)));
+    EXPECT_TRUE(ThrowsExactly<ReplyException>([&] { device.GetFolderDetail(7); }, L"'Wrong reply'", source));
+    printer.QueueReply(reply(0x23, "/no/zero"));
+    EXPECT_TRUE(ThrowsExactly<PathException>([&] { device.GetFolderDetail(7); },
+                                             L"'No path name delimiter found'", source));
+    printer.QueueReply({0x00});
+    EXPECT_THROW(device.GetFolderDetail(7), ReplyException);
+    EXPECT_TRUE(TransactionClosed(printer));
+}
+
+// ---- disk space --------------------------------------------------------------------------------
+
+TEST_F(FolderOperations, DiskSpaceDecodesBothCountsOfAnExact18ByteReply) {
+    const std::wstring source = L"PrinterDevice::GetDiskSpace()";
+    const auto reply = [](uint8_t command) {
+        return Concat({{0x00, command}, Hex("08 07 06 05 04 03 02 01"), Hex("FF 00 00 00 00 00 00 80")});
+    };
+    printer.QueueReply(reply(0x28));
+    uint64_t first = 0, second = 0;
+    device.GetDiskSpace(first, second);
+    EXPECT_EQ(first, 0x0102030405060708u);
+    EXPECT_EQ(second, 0x80000000000000FFu);
+    EXPECT_EQ(ToHex(printer.AllWritten()), "C3 00 00 00 09 60 04 01 24");
+
+    // The printer answers with 0x28, so an echo of the query's 0x24 is wrong.
+    printer.QueueReply(reply(0x24));
+    EXPECT_TRUE(
+        ThrowsExactly<ReplyException>([&] { device.GetDiskSpace(first, second); }, L"'Wrong reply'", source));
+
+    auto shortReply = reply(0x28);
+    shortReply.pop_back();
+    printer.QueueReply(shortReply);
+    printer.QueueReply({0x01, 0x02}); // swallowed by the queue purge
+    EXPECT_TRUE(ThrowsExactly<ReplyException>([&] { device.GetDiskSpace(first, second); },
+                                              L"'Wrong reply size'", source));
+    EXPECT_EQ(printer.PendingBytes(), 0u);
+    EXPECT_TRUE(TransactionClosed(printer));
+
+    // The decoder alone is safe on anything.
+    EXPECT_THROW(DecodeDiskSpaceReply(nullptr, 18, source), ReplyException);
+}
