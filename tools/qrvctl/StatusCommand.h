@@ -1,0 +1,26 @@
+#pragma once
+
+#include "Console.h"
+#include "PrinterSession.h"
+#include "gateway/PrinterStatusItem.h"
+
+#include <vector>
+
+namespace vela::qrvctl {
+
+// `qrvctl status`: every status field with a readable name, and what needs attention.
+// `qrvctl status --watch`: then the changes and print interrupts the printer reports, as they
+// arrive from the library's monitor thread, until Ctrl+C (SIGINT) or SIGTERM.
+class StatusCommand {
+public:
+    using Items = std::vector<vela::printer::communication::PrinterStatusItem>;
+
+    static void Show(Console& console, PrinterSession& session);
+    // Returns when interrupted. Throws CommandError when the printer sends no status reports.
+    static void Watch(Console& console, PrinterSession& session);
+
+    // {"power": "ok", ...} for the given items (all or only the changed ones).
+    static nlohmann::json ToJson(const Items& items);
+};
+
+} // namespace vela::qrvctl
