@@ -43,6 +43,8 @@ CLI::App* AddCommand(CLI::App& app, Action& chosen, const std::string& name, con
                      Action run) {
     CLI::App* command = app.add_subcommand(name, description);
     command->fallthrough();
+    // Printer paths start with '/': never take them for Windows-style options.
+    command->allow_windows_style_options(false);
     command->callback([&chosen, run] { chosen = run; });
     return command;
 }
@@ -65,6 +67,7 @@ int CommandLine::Run(const std::vector<std::string>& arguments, Console& console
     CLI::App app{kDescription, "qrvctl"};
     app.footer(kFooter);
     app.require_subcommand(1);
+    app.allow_windows_style_options(false);
     app.set_version_flag("--version", "qrvctl 0.1.0");
     app.add_option("--printer", options.printer, "The printer to use, by its name (see `qrvctl list`)")
         ->type_name("NAME")
