@@ -11,6 +11,9 @@ namespace vela::qrvctl {
 // `update PACKAGE`. The print orders (all but reboot and update) end with the library's fixed
 // 5 s pause that gives the printer time to carry them out; an update takes at least 24 s (a
 // fixed 4 s after the copy and 20 s after the apply order). Both are shown while they run.
+// Each call blocks on its printer transactions (and the fixed pauses named below), runs on the
+// command's thread, and throws CommandError or the gateway's host exceptions (ErrorReport.h
+// turns them into messages and exit codes).
 class ControlCommands {
 public:
     enum class Order { feed, cut, resume, clearError, clearCutterJam, reboot };

@@ -11,6 +11,9 @@ namespace vela::qrvctl {
 // absolute, '/'-separated UTF-8 ("/mnt/data/images/logo.png"); host paths are the system's.
 // `get` and `put` show their progress (see ProgressReporter). A get writes the host file
 // completely or not at all (the library writes a temporary file and renames it).
+// Each call blocks on its printer transactions (and the fixed pauses named below), runs on the
+// command's thread, and throws CommandError or the gateway's host exceptions (ErrorReport.h
+// turns them into messages and exit codes).
 class FileCommands {
 public:
     static void List(Console& console, PrinterSession& session, const std::string& printerFolder);

@@ -7,6 +7,7 @@
 namespace vela::qrvctl {
 
 // `qrvctl list`: the attached and virtual printers as discovery sees them. Opens nothing.
+// Blocks on discovery (QRVPrinters::ListPrinters); throws its native kinds (ErrorReport.h).
 class ListCommand {
 public:
     static void Run(Console& console, PrinterSession& session);
