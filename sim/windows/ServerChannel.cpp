@@ -309,7 +309,7 @@ private:
             m_serving = true;
             m_changed.notify_all();
         }
-        for (;;) {
+        for (bool serving = m_failure.empty(); serving;) {
             const DWORD result =
                 ::WaitForMultipleObjects(static_cast<DWORD>(handles.size()), handles.data(), FALSE, INFINITE);
             if (result == WAIT_OBJECT_0) {
@@ -321,9 +321,7 @@ private:
             } else {
                 AdvanceAll();
             }
-            if (!m_failure.empty()) {
-                break;
-            }
+            serving = m_failure.empty();
         }
         // The requests of this thread end with it; the records must stay valid until they have.
         std::lock_guard<std::mutex> lock(m_mutex);
