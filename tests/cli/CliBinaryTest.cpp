@@ -1,0 +1,85 @@
+// The real qrvctl executable: with its own in-process simulator (--simulate), and pointed at a
+// simulator of this test through QRV_VIRTUAL_PRINTERS. Spawned programs pause for real, so only
+// one print order runs here; the others are checked in-process (CliCommandsTest).
+#include "CliTestSupport.h"
+
+#include "common/StringConverter.h"
+#include "support/TestSupport.h"
+
+#include <chrono>
+
+namespace vela::test {
+namespace {
+
+TEST(CliBinary, SimulateAnswersStatusInfoAndListAsJson) {
+    ScopedEnvironment none("QRV_VIRTUAL_PRINTERS", L"");
+    const CliResult status = RunTool({"--simulate", "--json", "status"});
+    ASSERT_EQ(status.code, 0) << status.err;
+    EXPECT_EQ(status.Json()["printer"], "QRV Simulator");
+    EXPECT_EQ(status.Json()["status"].size(), 11u);
+    EXPECT_EQ(status.Json()["errors"], nlohmann::json::array());
+
+    const CliResult info = RunTool({"--simulate", "--json", "info"});
+    ASSERT_EQ(info.code, 0) << info.err;
+    EXPECT_EQ(info.Json()["model"], "VELA QRV 410");
+    EXPECT_FALSE(info.Json()["versions"]["firmware"].get<std::string>().empty());
+
+    const CliResult list = RunTool({"--simulate", "list", "--json"});
+    ASSERT_EQ(list.code, 0) << list.err;
+    const nlohmann::json printers = list.Json()["printers"];
+    ASSERT_EQ(printers.size(), 1u);
+    EXPECT_EQ(printers[0]["name"], "QRV Simulator");
+    EXPECT_EQ(printers[0]["usbId"], "0922:0025");
+    EXPECT_EQ(printers[0]["virtual"], true);
+    EXPECT_FALSE(printers[0]["printerPath"].get<std::string>().empty());
+}
+
+TEST(CliBinary, OnePrintOrderTakesTheRealFixedPause) {
+    ScopedEnvironment none("QRV_VIRTUAL_PRINTERS", L"");
+    const auto start = std::chrono::steady_clock::now();
+    const CliResult feed = RunTool({"--simulate", "--json", "feed"});
+    const auto elapsed = std::chrono::steady_clock::now() - start;
+    ASSERT_EQ(feed.code, 0) << feed.err;
+    EXPECT_EQ(feed.Json()["command"], "feed");
+    EXPECT_GE(elapsed, std::chrono::milliseconds(5000));
+}
+
+TEST(CliBinary, ExitCodesOfTheExecutable) {
+    ScopedEnvironment none("QRV_VIRTUAL_PRINTERS", L"");
+    EXPECT_EQ(RunTool({"no-such-command"}).code, 2);
+    const CliResult missing = RunTool({"--printer", "Nobody Here", "--json", "status"});
+    EXPECT_EQ(missing.code, 3);
+    EXPECT_EQ(missing.Json()["error"]["kind"], "printerNotFound");
+    const CliResult notFound = RunTool({"--simulate", "get", "/mnt/data/images/none.png", "none.png"});
+    EXPECT_EQ(notFound.code, 5);
+    EXPECT_NE(
+        notFound.err.find("qrvctl: QRVDeviceGateway::GetFile(): File not Found '/mnt/data/images/none.png'"),
+        std::string::npos)
+        << notFound.err;
+    EXPECT_EQ(RunTool({"ls", "--help"}).code, 0);
+}
+
+// A simulator of this process serves the spawned tool, which finds it through the environment;
+// the test then sees what arrived on the printer.
+TEST(CliBinary, PutThroughTheEnvironmentWithPlainProgressWhenPiped) {
+    vela::sim::Simulator::Options options;
+    options.name = "Spawned Tool Printer";
+    vela::sim::Simulator printer(options);
+    ScopedEnvironment entry("QRV_VIRTUAL_PRINTERS",
+                            vela::common::StringConverter::FromUtf8(printer.EntryText()));
+    TempDir host;
+    const auto bytes = TestBytes(200 * 1024, 4);
+    WriteHostFile(host.File("art.bin"), bytes);
+
+    const CliResult put = RunTool({"put", host.File("art.bin"), "/mnt/data/images/art.bin"});
+    ASSERT_EQ(put.code, 0) << put.err;
+    EXPECT_EQ(printer.Printer().ReadFile("/mnt/data/images/art.bin"), bytes);
+    EXPECT_NE(put.out.find("Copied "), std::string::npos);
+    // The counts are the bytes on the channel (the file and its request's header).
+    EXPECT_NE(put.err.find("put art.bin: "), std::string::npos) << put.err;
+    EXPECT_NE(put.err.find(" bytes (100%)"), std::string::npos) << put.err;
+    EXPECT_EQ(put.err.find('\r'), std::string::npos);
+}
+
+} // namespace
+} // namespace vela::test

@@ -1,0 +1,285 @@
+// The tool's commands, run in this process through its command line against a simulator, with
+// the library's fixed pauses recorded instead of slept.
+#include "CliTestSupport.h"
+
+#include "CommandLine.h"
+#include "InterruptSignal.h"
+#include "common/StringConverter.h"
+#include "sim/RequestDecoder.h"
+#include "support/TestSupport.h"
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <thread>
+
+namespace vela::test {
+namespace {
+
+using vela::sim::RequestKind;
+
+size_t Count(const std::vector<uint32_t>& pauses, uint32_t milliseconds) {
+    return static_cast<size_t>(std::count(pauses.begin(), pauses.end(), milliseconds));
+}
+
+TEST_F(CliTest, PrintOrdersSendTheirCodesEachFollowedByTheFixedPause) {
+    const std::vector<std::pair<std::string, uint8_t>> orders = {
+        {"feed", 10}, {"cut", 4}, {"resume", 1}, {"clear-error", 3}, {"clear-cutter-jam", 15}};
+    for (const auto& [command, code] : orders) {
+        SCOPED_TRACE(command);
+        m_pauses.Clear();
+        const CliResult result = Run({"--json", command});
+        ASSERT_EQ(result.code, 0) << result.out << result.err;
+        EXPECT_EQ(result.Json()["command"], command);
+        EXPECT_EQ(OrderCodes(RequestKind::printControl).back(), code);
+        EXPECT_EQ(Count(m_pauses.Pauses(), 5000), 1u);
+        // Piped: the wait is announced in one plain line, never redrawn.
+        EXPECT_NE(result.err.find(command + ": order sent; the printer gets a fixed 5 s"), std::string::npos);
+        EXPECT_EQ(result.err.find('\r'), std::string::npos);
+    }
+    EXPECT_EQ(OrderCodes(RequestKind::printControl), (std::vector<uint8_t>{10, 4, 1, 3, 15}));
+
+    m_pauses.Clear();
+    ASSERT_EQ(Run({"reboot"}).code, 0);
+    // The order has no reply: the printer may still be reading it when the command returns.
+    for (int i = 0; i < 500 && Printer().CountRequests(RequestKind::deviceControl) == 0; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    EXPECT_EQ(OrderCodes(RequestKind::deviceControl), std::vector<uint8_t>{2});
+    EXPECT_EQ(Count(m_pauses.Pauses(), 5000), 0u);
+}
+
+TEST_F(CliTest, FilesMakeTheRoundTripAndTheFolderShowsThem) {
+    TempDir host;
+    const auto bytes = TestBytes(300 * 1024 + 17, 1);
+    WriteHostFile(host.File("label.bin"), bytes);
+
+    CliResult put = Run({"--json", "put", host.File("label.bin"), "/mnt/data/images/"});
+    ASSERT_EQ(put.code, 0) << put.err;
+    EXPECT_EQ(put.Json()["printerPath"], "/mnt/data/images/label.bin");
+    EXPECT_EQ(put.Json()["bytes"], bytes.size());
+    EXPECT_EQ(Printer().ReadFile("/mnt/data/images/label.bin"), bytes);
+    // Piped: one plain progress line per quarter, the last one complete.
+    size_t lines = 0;
+    for (size_t at = put.err.find("put label.bin: "); at != std::string::npos;
+         at = put.err.find("put label.bin: ", at + 1)) {
+        ++lines;
+    }
+    EXPECT_EQ(lines, 4u) << put.err;
+    EXPECT_NE(put.err.find(" bytes (100%)"), std::string::npos) << put.err;
+
+    const nlohmann::json listing = Run({"--json", "ls", "/mnt/data/images"}).Json();
+    ASSERT_EQ(listing["entries"].size(), 1u);
+    EXPECT_EQ(listing["entries"][0]["name"], "label.bin");
+    EXPECT_EQ(listing["entries"][0]["type"], "file");
+    EXPECT_EQ(listing["entries"][0]["size"], bytes.size());
+
+    // Into a folder: the file keeps its printer name.
+    CliResult get = Run({"--json", "get", "/mnt/data/images/label.bin", host.Path()});
+    ASSERT_EQ(get.code, 0) << get.err;
+    EXPECT_EQ(ReadHostFile(get.Json()["hostFile"].get<std::string>()), bytes);
+
+    ASSERT_EQ(Run({"mv", "/mnt/data/images/label.bin", "/mnt/data/templates/label.bin"}).code, 0);
+    EXPECT_TRUE(Printer().ReadFile("/mnt/data/templates/label.bin").has_value());
+    ASSERT_EQ(Run({"rm", "/mnt/data/templates/label.bin"}).code, 0);
+    EXPECT_FALSE(Printer().ReadFile("/mnt/data/templates/label.bin").has_value());
+
+    const nlohmann::json df = Run({"--json", "df"}).Json();
+    EXPECT_EQ(df["totalKiB"], df["freeKiB"].get<uint64_t>() + df["usedKiB"].get<uint64_t>());
+    EXPECT_NEAR(df["totalKiB"].get<double>(), static_cast<double>(Printer().DiskCapacity() >> 10), 1.0);
+}
+
+TEST_F(CliTest, LogsAreListedAndFetched) {
+    const nlohmann::json listed = Run({"--json", "logs"}).Json();
+    EXPECT_EQ(listed["logs"], (nlohmann::json{"/mnt/data/settings/syslog", "/mnt/data/settings/syslog.1"}));
+
+    TempDir host;
+    const std::string folder = host.File("fetched/logs");
+    CliResult fetched = Run({"--json", "logs", "--fetch", folder});
+    ASSERT_EQ(fetched.code, 0) << fetched.err;
+    const nlohmann::json logs = fetched.Json()["logs"];
+    ASSERT_EQ(logs.size(), 2u);
+    for (const auto& log : logs) {
+        const auto printerCopy = Printer().ReadFile(log["printerPath"].get<std::string>());
+        ASSERT_TRUE(printerCopy.has_value());
+        EXPECT_EQ(ReadHostFile(log["hostFile"].get<std::string>()), *printerCopy);
+    }
+}
+
+TEST_F(CliTest, StatusAndInfoNameEveryField) {
+    Printer().SetCutterJammed(true);
+    const CliResult status = Run({"--json", "status"});
+    ASSERT_EQ(status.code, 0) << status.err;
+    const nlohmann::json fields = status.Json()["status"];
+    EXPECT_EQ(fields.size(), 11u);
+    EXPECT_EQ(fields["cutter"], "jammed");
+    EXPECT_EQ(fields["cassetteDoor"], "closed");
+    EXPECT_EQ(fields["battery"], "level4");
+    EXPECT_EQ(status.Json()["errors"], (nlohmann::json{{{"field", "cutter"}, {"value", "jammed"}}}));
+    const CliResult text = Run({"status"});
+    EXPECT_NE(text.out.find("Needs attention  Cutter jammed"), std::string::npos) << text.out;
+
+    Printer().SetExternalPower(true, true);
+    const nlohmann::json info = Run({"--json", "info"}).Json();
+    EXPECT_EQ(info["versions"]["firmware"], Printer().GetVersions().firmware);
+    EXPECT_EQ(info["deviceId"], Printer().GetVersions().deviceId);
+    EXPECT_EQ(info["battery"],
+              (nlohmann::json{{"percent", 80}, {"status", "level4"}, {"charging", "charging"}}));
+    EXPECT_EQ(info["externalPower"], "connected");
+    EXPECT_EQ(info["folders"]["update"], "/mnt/data/update");
+    Printer().SetCassettePresent(false);
+    EXPECT_TRUE(Run({"--json", "info"}).Json()["cassetteSku"].is_null());
+}
+
+TEST_F(CliTest, UpdateShowsItsPhasesAndInstallsThePackage) {
+    TempDir host;
+    WriteHostFile(host.File("qrv-fw-3.1.4.pkg"), TestBytes(64 * 1024, 2));
+    const CliResult update = Run({"--json", "update", host.File("qrv-fw-3.1.4.pkg")});
+    ASSERT_EQ(update.code, 0) << update.err;
+    EXPECT_EQ(update.Json()["firmwareBefore"], "1.8.2");
+    EXPECT_EQ(update.Json()["firmwareAfter"], "3.1.4");
+    // The package does not stay on the printer.
+    for (const auto& file : Printer().Files()) {
+        EXPECT_EQ(file.path.find("/mnt/data/update/"), std::string::npos) << file.path;
+    }
+    EXPECT_EQ(Count(m_pauses.Pauses(), 4000), 1u);
+    EXPECT_EQ(Count(m_pauses.Pauses(), 20000), 1u);
+    size_t at = 0;
+    for (const char* phase :
+         {"update: waiting until the printer", "update: copying qrv-fw-3.1.4.pkg", "(100%)",
+          "update: applying", "update: the printer installs", "update: cleaning up", "update: done in"}) {
+        const size_t found = update.err.find(phase, at);
+        ASSERT_NE(found, std::string::npos) << "missing or out of order: " << phase << "\n" << update.err;
+        at = found;
+    }
+
+    const CliResult missing = Run({"--json", "update", host.File("nothing.pkg")});
+    EXPECT_EQ(missing.code, 5);
+    EXPECT_EQ(missing.Json()["error"]["kind"], "notFound");
+}
+
+TEST_F(CliTest, EachFailureKindHasItsExitCodeAndJsonError) {
+    TempDir host;
+    WriteHostFile(host.File("a.bin"), TestBytes(1000, 3));
+    Printer().WriteFile("/mnt/data/images/taken.bin", {1, 2, 3});
+    struct Case {
+        std::vector<std::string> arguments;
+        int code;
+        const char* kind;
+    };
+    const std::vector<Case> cases = {
+        {{"get", "/mnt/data/images/none.png", host.File("none.png")}, 5, "notFound"},
+        {{"ls", "/mnt/data/nowhere"}, 5, "notFound"},
+        {{"put", host.File("a.bin"), "/mnt/data/settings/a.bin"}, 4, "accessDenied"},
+        {{"put", host.File("a.bin"), "/mnt/data/images/taken.bin"}, 8, "invalidName"},
+        {{"put", host.File("a.bin"), "/mnt/data/images/a*b.bin"}, 8, "invalidName"},
+        {{"put", host.File("no-such-file"), "/mnt/data/images/x.bin"}, 5, "notFound"},
+        {{"rm", "relative/path"}, 8, "invalidName"},
+    };
+    for (const auto& c : cases) {
+        std::vector<std::string> arguments{"--json"};
+        arguments.insert(arguments.end(), c.arguments.begin(), c.arguments.end());
+        const CliResult result = Run(arguments);
+        SCOPED_TRACE(result.out + result.err);
+        EXPECT_EQ(result.code, c.code);
+        EXPECT_EQ(result.Json()["error"]["kind"], c.kind);
+        EXPECT_EQ(result.Json()["error"]["exitCode"], c.code);
+        EXPECT_FALSE(result.Json()["error"]["message"].get<std::string>().empty());
+    }
+    // A failed get leaves no host file behind.
+    EXPECT_FALSE(HostFileExists(host.File("none.png")));
+
+    Printer().SetDiskCapacity(Printer().DiskUsed() + 100);
+    EXPECT_EQ(Run({"put", host.File("a.bin"), "/mnt/data/images/big.bin"}).code, 6);
+
+    // A printer that keeps answering the status query wrongly: retried (pauses recorded), then
+    // reported as a communication failure.
+    Printer().InjectFault(vela::sim::Fault::WrongCommandByte().For(RequestKind::statusQuery).Persistent());
+    const CliResult garbled = Run({"status"});
+    EXPECT_EQ(garbled.code, 7) << garbled.err;
+    EXPECT_NE(garbled.err.find("qrvctl: QRVDeviceGateway::GetPrinterStatus(): Printer Communication Error"),
+              std::string::npos)
+        << garbled.err;
+    EXPECT_NE(garbled.err.find("hint:"), std::string::npos);
+}
+
+TEST_F(CliTest, PrinterChoiceAndUsageErrors) {
+    // The simulator is the only printer: no --printer needed.
+    EXPECT_EQ(Run({"--json", "status"}, false).Json()["printer"], kPrinter);
+
+    const CliResult unknown = Run({"--printer", "cli test printer", "status"}, false);
+    EXPECT_EQ(unknown.code, 3);
+    EXPECT_NE(unknown.err.find("the printers are: 'CLI Test Printer'"), std::string::npos) << unknown.err;
+
+    // A second printer makes the choice ambiguous.
+    vela::sim::Simulator::Options other;
+    other.name = "Second Printer";
+    vela::sim::Simulator second(other);
+    ScopedEnvironment both("QRV_VIRTUAL_PRINTERS", vela::common::StringConverter::FromUtf8(
+                                                       m_simulator.EntryText() + ";" + second.EntryText()));
+    const CliResult ambiguous = Run({"status"}, false);
+    EXPECT_EQ(ambiguous.code, 2);
+    EXPECT_NE(ambiguous.err.find("2 printers are attached: 'CLI Test Printer', 'Second Printer'"),
+              std::string::npos);
+    EXPECT_EQ(Run({"--printer", "Second Printer", "status"}, false).code, 0);
+
+    for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
+             {"frobnicate"}, {"get", "/only/one"}, {"status", "--bogus"}, {}}) {
+        EXPECT_EQ(Run(arguments, false).code, 2);
+    }
+    const CliResult usage = Run({"--json", "ls"}, false);
+    EXPECT_EQ(usage.Json()["error"]["kind"], "usage");
+
+    const CliResult help = Run({"--help"}, false);
+    EXPECT_EQ(help.code, 0);
+    for (const char* command :
+         {"list", "status", "info", "ls", "get", "put", "mv", "rm", "df", "logs", "feed", "cut", "resume",
+          "clear-error", "clear-cutter-jam", "reboot", "update", "doctor"}) {
+        EXPECT_NE(help.out.find(std::string("\n  ") + command + " "), std::string::npos) << command;
+    }
+    EXPECT_EQ(help.out.find("demo"), std::string::npos);
+}
+
+// The watch ends with Ctrl+C: here the signal is raised in this process once the events are in.
+TEST_F(CliTest, WatchShowsChangesAndInterruptsUntilCtrlC) {
+    SharedTextBuffer out;
+    SharedTextBuffer err;
+    std::ostream outStream(&out);
+    std::ostream errStream(&err);
+    vela::qrvctl::Console console(outStream, errStream, false, 80);
+    std::thread user([&] {
+        if (out.WaitFor("\"event\":\"snapshot\"", 20000)) {
+            Printer().SetDoorOpen(true);
+            out.WaitFor("\"event\":\"interrupt\"", 20000);
+            out.WaitFor("\"cassetteDoor\":\"open\"", 20000);
+        }
+        // Only a running watch catches the signal; without one it would end the test program.
+        if (vela::qrvctl::InterruptSignal::Active()) {
+            std::raise(SIGINT);
+        }
+    });
+    const int code =
+        vela::qrvctl::CommandLine::Run({"--printer", kPrinter, "--json", "status", "--watch"}, console);
+    user.join();
+    EXPECT_EQ(code, 0) << err.Text();
+
+    std::vector<nlohmann::json> events;
+    std::istringstream lines(out.Text());
+    for (std::string line; std::getline(lines, line);) {
+        events.push_back(nlohmann::json::parse(line));
+    }
+    ASSERT_EQ(events.size(), 3u) << out.Text();
+    EXPECT_EQ(events[0]["status"]["cassetteDoor"], "closed");
+    const auto interrupt =
+        std::find_if(events.begin(), events.end(), [](const auto& e) { return e["event"] == "interrupt"; });
+    ASSERT_NE(interrupt, events.end());
+    EXPECT_EQ((*interrupt)["issue"], "cassetteDoorOpen");
+    const auto change =
+        std::find_if(events.begin(), events.end(), [](const auto& e) { return e["event"] == "status"; });
+    ASSERT_NE(change, events.end());
+    // Only what changed against the state shown before.
+    EXPECT_EQ((*change)["changes"], (nlohmann::json{{"cassetteDoor", "open"}}));
+}
+
+} // namespace
+} // namespace vela::test

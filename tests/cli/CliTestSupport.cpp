@@ -1,0 +1,107 @@
+#include "CliTestSupport.h"
+
+#include "CommandLine.h"
+#include "common/StringConverter.h"
+#include "sim/RequestDecoder.h"
+
+#include <chrono>
+#include <random>
+#include <sstream>
+#include <thread>
+
+namespace vela::test {
+
+namespace {
+vela::sim::Simulator::Options SimulatorOptions() {
+    vela::sim::Simulator::Options options;
+    options.name = CliTest::kPrinter;
+    options.model = "410";
+    return options;
+}
+} // namespace
+
+std::string SharedTextBuffer::Text() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_text;
+}
+
+bool SharedTextBuffer::Contains(const std::string& part) const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_text.find(part) != std::string::npos;
+}
+
+bool SharedTextBuffer::WaitFor(const std::string& part, uint32_t timeoutMs) const {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (!Contains(part)) {
+        if (std::chrono::steady_clock::now() >= end) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return true;
+}
+
+SharedTextBuffer::int_type SharedTextBuffer::overflow(int_type c) {
+    if (!traits_type::eq_int_type(c, traits_type::eof())) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_text.push_back(traits_type::to_char_type(c));
+    }
+    return traits_type::not_eof(c);
+}
+
+std::streamsize SharedTextBuffer::xsputn(const char* data, std::streamsize size) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_text.append(data, static_cast<size_t>(size));
+    return size;
+}
+
+nlohmann::json CliResult::Json() const {
+    try {
+        return nlohmann::json::parse(out);
+    } catch (const std::exception& e) {
+        ADD_FAILURE() << "not one JSON document (" << e.what() << "):\n" << out << "\nstderr:\n" << err;
+        return nlohmann::json();
+    }
+}
+
+CliTest::CliTest()
+    : m_simulator(SimulatorOptions()),
+      m_environment("QRV_VIRTUAL_PRINTERS",
+                    vela::common::StringConverter::FromUtf8(m_simulator.EntryText())) {}
+
+CliResult CliTest::Run(std::vector<std::string> arguments, bool namePrinter) {
+    if (namePrinter) {
+        arguments.insert(arguments.begin(), {"--printer", kPrinter});
+    }
+    SharedTextBuffer out;
+    SharedTextBuffer err;
+    std::ostream outStream(&out);
+    std::ostream errStream(&err);
+    vela::qrvctl::Console console(outStream, errStream, false, 80);
+    CliResult result;
+    result.code = vela::qrvctl::CommandLine::Run(arguments, console);
+    result.out = out.Text();
+    result.err = err.Text();
+    return result;
+}
+
+std::vector<uint8_t> CliTest::OrderCodes(vela::sim::RequestKind kind) {
+    std::vector<uint8_t> codes;
+    for (const auto& record : m_simulator.Printer().Requests()) {
+        if (record.kind == kind) {
+            codes.push_back(vela::sim::DecodeRequest(record.raw).request.code);
+        }
+    }
+    return codes;
+}
+
+std::vector<uint8_t> TestBytes(size_t size, uint32_t seed) {
+    std::mt19937 generator(seed);
+    std::vector<uint8_t> bytes(size);
+    for (auto& byte : bytes) {
+        byte = static_cast<uint8_t>(generator());
+    }
+    return bytes;
+}
+
+} // namespace vela::test

@@ -1,0 +1,236 @@
+#include "CommandLine.h"
+
+#include "CommandError.h"
+#include "ControlCommands.h"
+#include "DemoCommand.h"
+#include "DoctorCommand.h"
+#include "ErrorReport.h"
+#include "FileCommands.h"
+#include "GlobalOptions.h"
+#include "InfoCommand.h"
+#include "ListCommand.h"
+#include "LogSetup.h"
+#include "PrinterSession.h"
+#include "StatusCommand.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <functional>
+#include <sstream>
+
+namespace vela::qrvctl {
+
+namespace {
+
+using Action = std::function<ExitCode(PrinterSession&)>;
+
+const char* const kDescription =
+    "qrvctl - look at and manage QRV label printers (VELA QRV 210, VELA QRV 410) over USB.";
+
+const char* const kFooter =
+    "Printers are chosen with --printer NAME (the print-queue name `qrvctl list` shows; default:\n"
+    "$QRV_PRINTER); with one printer attached it is used without asking. --simulate runs against\n"
+    "a simulated printer inside this process, no hardware needed. Every command takes --json (one\n"
+    "JSON document on standard output, errors included). `qrvctl COMMAND --help` tells more.\n"
+    "\n"
+    "Exit codes: 0 ok, 1 other failure, 2 usage, 3 printer not found, 4 access denied,\n"
+    "5 file or folder not found, 6 printer disk full, 7 communication, 8 invalid printer path\n"
+    "or name, 130 interrupted.";
+
+// Adds a command whose only work is `run`, marking it as the one to run when it is parsed.
+CLI::App* AddCommand(CLI::App& app, Action& chosen, const std::string& name, const std::string& description,
+                     Action run) {
+    CLI::App* command = app.add_subcommand(name, description);
+    command->fallthrough();
+    // Printer paths start with '/': never take them for Windows-style options.
+    command->allow_windows_style_options(false);
+    command->callback([&chosen, run] { chosen = run; });
+    return command;
+}
+
+ExitCode Done(const std::function<void()>& work) {
+    work();
+    return ExitCode::ok;
+}
+
+bool WantsJson(const std::vector<std::string>& arguments) {
+    return std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
+}
+
+} // namespace
+
+int CommandLine::Run(const std::vector<std::string>& arguments, Console& console) {
+    GlobalOptions options;
+    Action chosen;
+
+    CLI::App app{kDescription, "qrvctl"};
+    app.footer(kFooter);
+    app.require_subcommand(1);
+    app.allow_windows_style_options(false);
+    app.set_version_flag("--version", "qrvctl 0.1.0");
+    app.add_option("--printer", options.printer, "The printer to use, by its name (see `qrvctl list`)")
+        ->type_name("NAME")
+        ->envname("QRV_PRINTER");
+    app.add_flag("--simulate", options.simulate,
+                 "Use a simulated QRV 410 that runs inside this process (no printer needed)");
+    app.add_flag("--json", options.json, "Print the result as one JSON document (field names: see README)");
+    app.add_flag("-v,--verbose", options.verbose, "Show the library's log (info level) on standard error");
+
+    AddCommand(app, chosen, "list",
+               "List the attached and virtual printers: name, model, serial, USB id, paths",
+               [&](PrinterSession& s) { return Done([&] { ListCommand::Run(console, s); }); });
+
+    bool watch = false;
+    AddCommand(app, chosen, "status", "Show every status field of the printer and what needs attention",
+               [&](PrinterSession& s) {
+                   return Done(
+                       [&] { watch ? StatusCommand::Watch(console, s) : StatusCommand::Show(console, s); });
+               })
+        ->add_flag("--watch", watch,
+                   "Then show status changes and print interrupts as the printer reports them, until Ctrl+C");
+
+    AddCommand(
+        app, chosen, "info",
+        "Show versions, device id, cassette SKU, battery, external power, disk space and library folders",
+        [&](PrinterSession& s) { return Done([&] { InfoCommand::Run(console, s); }); });
+
+    std::string folder;
+    AddCommand(app, chosen, "ls", "List a folder on the printer",
+               [&](PrinterSession& s) { return Done([&] { FileCommands::List(console, s, folder); }); })
+        ->add_option("PATH", folder, "Printer folder, e.g. /mnt/data/images")
+        ->required();
+
+    std::string printerPath;
+    std::string hostFile;
+    auto* get = AddCommand(app, chosen, "get", "Copy a file from the printer to this computer",
+                           [&](PrinterSession& s) {
+                               return Done([&] { FileCommands::Get(console, s, printerPath, hostFile); });
+                           });
+    get->add_option("PRINTER_PATH", printerPath, "File on the printer, e.g. /mnt/data/images/logo.png")
+        ->required();
+    get->add_option("HOST_FILE", hostFile, "Where to write it (a folder keeps the printer's file name)")
+        ->required();
+    get->footer("The host file is written completely or not at all. Progress goes to standard error.");
+
+    auto* put = AddCommand(app, chosen, "put", "Copy a file from this computer to the printer",
+                           [&](PrinterSession& s) {
+                               return Done([&] { FileCommands::Put(console, s, hostFile, printerPath); });
+                           });
+    put->add_option("HOST_FILE", hostFile, "The file to copy")->required();
+    put->add_option(
+           "PRINTER_PATH", printerPath,
+           "Where it goes on the printer, e.g. /mnt/data/images/logo.png (ending in '/': keeps its name)")
+        ->required();
+    put->footer(
+        "Only the library folders can be written (`qrvctl info` names them); an existing printer file\n"
+        "is not replaced: remove it first with `qrvctl rm`. Progress goes to standard error.");
+
+    std::string from;
+    std::string to;
+    auto* mv = AddCommand(app, chosen, "mv", "Rename or move a file on the printer", [&](PrinterSession& s) {
+        return Done([&] { FileCommands::Move(console, s, from, to); });
+    });
+    mv->add_option("OLD", from, "The file's printer path")->required();
+    mv->add_option("NEW", to, "Its new printer path")->required();
+
+    AddCommand(
+        app, chosen, "rm", "Delete a file on the printer",
+        [&](PrinterSession& s) { return Done([&] { FileCommands::Remove(console, s, printerPath); }); })
+        ->add_option("PATH", printerPath, "The file's printer path")
+        ->required();
+
+    AddCommand(app, chosen, "df", "Show the printer's free and used disk space",
+               [&](PrinterSession& s) { return Done([&] { FileCommands::DiskSpace(console, s); }); });
+
+    std::string fetch;
+    AddCommand(app, chosen, "logs", "List the printer's log files, or fetch them with --fetch",
+               [&](PrinterSession& s) { return Done([&] { FileCommands::Logs(console, s, fetch); }); })
+        ->add_option("--fetch", fetch, "Copy every log file into this folder (made when missing)")
+        ->type_name("DIR");
+
+    using Order = ControlCommands::Order;
+    const std::pair<Order, const char*> orders[] = {
+        {Order::feed, "Feed the label forward (the printer then gets a fixed 5 s)"},
+        {Order::cut, "Cut the label (the printer then gets a fixed 5 s)"},
+        {Order::resume, "Resume printing after an interruption (then a fixed 5 s)"},
+        {Order::clearError, "Clear the printer's errors (then a fixed 5 s)"},
+        {Order::clearCutterJam, "Clear a cutter jam (then a fixed 5 s)"},
+        {Order::reboot, "Restart the printer"},
+    };
+    for (const auto& [order, description] : orders) {
+        const Order which = order;
+        AddCommand(app, chosen, ControlCommands::Name(which), description,
+                   [&console, which](PrinterSession& s) {
+                       return Done([&] { ControlCommands::Run(console, s, which); });
+                   });
+    }
+
+    std::string package;
+    auto* update = AddCommand(
+        app, chosen, "update", "Install a firmware update package (takes at least 24 s)",
+        [&](PrinterSession& s) { return Done([&] { ControlCommands::Update(console, s, package); }); });
+    update->add_option("PACKAGE", package, "The update package file on this computer")->required();
+    update->footer(
+        "Steps: wait until the printer runs no update, copy the package into its update folder,\n"
+        "a fixed 4 s pause, the order to install, a fixed 20 s pause, wait until the printer is\n"
+        "idle, delete the package. The printer is not restarted. Progress goes to standard error.");
+
+    std::string systemRoot;
+    auto* doctor =
+        AddCommand(app, chosen, "doctor", "Find out why a printer cannot be used, and how to fix it",
+                   [&](PrinterSession& s) { return DoctorCommand::Run(console, s, systemRoot); });
+    doctor->add_option("--system-root", systemRoot, "Read /sys, /dev and /run below this folder (tests)")
+        ->group("");
+    doctor->footer(
+        "Linux: is the printer on USB, is the usblp driver bound, can this user open its printer and\n"
+        "HID nodes (else: the udev rule in udev/60-qrv-printers.rules), is there a CUPS queue, can\n"
+        "the access lock be taken. Windows: what discovery sees. Exit code: that of the first\n"
+        "failed check, 0 when nothing stands in the way.");
+
+    AddCommand(app, chosen, "demo", "Run the guided demo against a simulated printer", [&](PrinterSession&) {
+        return DemoCommand::Run(console, [&console](const std::vector<std::string>& line) {
+            return CommandLine::Run(line, console);
+        });
+    })->group("");
+
+    if (arguments.empty()) {
+        console.Out() << app.help();
+        return ToInt(ExitCode::usage);
+    }
+    const bool previousJson = console.Json();
+    console.SetJson(WantsJson(arguments));
+    std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
+    try {
+        app.parse(reversed);
+    } catch (const CLI::ParseError& e) {
+        std::ostringstream err;
+        const int code = app.exit(e, console.Out(), err);
+        if (code == 0) {
+            console.SetJson(previousJson);
+            return 0; // --help, --version
+        }
+        std::string message = e.what();
+        ErrorReport{ExitCode::usage, message.empty() ? "invalid command line" : message,
+                    "`qrvctl --help` lists the commands; `qrvctl COMMAND --help` their options."}
+            .Print(console);
+        console.SetJson(previousJson);
+        return ToInt(ExitCode::usage);
+    }
+
+    console.SetJson(options.json);
+    LogSetup log(console, options.verbose);
+    int result = 0;
+    try {
+        PrinterSession session(options);
+        result = ToInt(chosen ? chosen(session) : ExitCode::usage);
+    } catch (...) {
+        const ErrorReport report = ErrorReport::FromCurrentException();
+        report.Print(console);
+        result = ToInt(report.code);
+    }
+    console.SetJson(previousJson);
+    return result;
+}
+
+} // namespace vela::qrvctl

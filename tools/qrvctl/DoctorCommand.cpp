@@ -1,0 +1,77 @@
+#include "DoctorCommand.h"
+
+#include "DoctorChecks.h"
+
+#include <sstream>
+
+namespace vela::qrvctl {
+
+namespace {
+
+const char* LevelKey(DoctorFinding::Level level) {
+    switch (level) {
+    case DoctorFinding::Level::ok:
+        return "ok";
+    case DoctorFinding::Level::warning:
+        return "warning";
+    case DoctorFinding::Level::failure:
+        return "failure";
+    }
+    return "failure";
+}
+
+const char* LevelTag(DoctorFinding::Level level) {
+    switch (level) {
+    case DoctorFinding::Level::ok:
+        return "ok  ";
+    case DoctorFinding::Level::warning:
+        return "warn";
+    case DoctorFinding::Level::failure:
+        return "FAIL";
+    }
+    return "FAIL";
+}
+
+// Continuation lines of a multi-line fix line up under its first line.
+std::string Indented(const std::string& text, const std::string& indent) {
+    std::istringstream lines(text);
+    std::string line;
+    std::string result;
+    bool first = true;
+    while (std::getline(lines, line)) {
+        result += (first ? "" : "\n" + indent) + line;
+        first = false;
+    }
+    return result;
+}
+
+} // namespace
+
+ExitCode DoctorCommand::Run(Console& console, PrinterSession& session, const std::string& root) {
+    const auto findings = DoctorChecks::Run(session.Printers(), root);
+    ExitCode result = ExitCode::ok;
+    nlohmann::json checks = nlohmann::json::array();
+    for (const auto& finding : findings) {
+        if (finding.level == DoctorFinding::Level::failure && result == ExitCode::ok) {
+            result = finding.code == ExitCode::ok ? ExitCode::failure : finding.code;
+        }
+        checks.push_back({{"check", finding.check},
+                          {"status", LevelKey(finding.level)},
+                          {"detail", finding.detail},
+                          {"fix", finding.fix.empty() ? nlohmann::json() : nlohmann::json(finding.fix)}});
+    }
+    console.Result({{"ok", result == ExitCode::ok}, {"checks", checks}}, [&](std::ostream& out) {
+        for (const auto& finding : findings) {
+            out << LevelTag(finding.level) << "  " << finding.check << ": " << finding.detail << '\n';
+            if (!finding.fix.empty()) {
+                out << "      fix: " << Indented(finding.fix, "           ") << '\n';
+            }
+        }
+        out << (result == ExitCode::ok ? "Nothing stands in the way."
+                                       : "Fix the FAIL lines above, then run `qrvctl doctor` again.")
+            << '\n';
+    });
+    return result;
+}
+
+} // namespace vela::qrvctl

@@ -1,0 +1,11 @@
+// qrvctl: the command-line tool of the QRV communication library. See `qrvctl --help`.
+#include "Arguments.h"
+#include "CommandLine.h"
+#include "Console.h"
+#include "Terminal.h"
+
+int main(int argc, char** argv) {
+    vela::qrvctl::Terminal::Prepare();
+    return vela::qrvctl::CommandLine::Run(vela::qrvctl::CommandLineArguments(argc, argv),
+                                          vela::qrvctl::Console::Standard());
+}
