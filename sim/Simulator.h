@@ -89,7 +89,7 @@ private:
     void Start();
     void ServePrinter();
     void ServeHid();
-    void GoOffline(std::chrono::milliseconds reconnectAfter);
+    void GoOffline(std::chrono::milliseconds disconnectAfter, std::chrono::milliseconds reconnectAfter);
     // Gadget mode: the host unplugged the device; closes both nodes and re-opens them once the
     // gadget is back (or Stop() is called).
     void WaitForReplug();

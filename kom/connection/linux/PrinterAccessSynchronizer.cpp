@@ -23,7 +23,6 @@ using vela::common::LastSystemError;
 using vela::common::Log;
 using vela::common::LogAndThrow;
 using vela::common::StringConverter;
-using vela::common::SystemErrorText;
 using vela::common::UniqueHandle;
 using vela::common::Win32Error;
 
@@ -195,11 +194,11 @@ PrinterAccessSynchronizer::~PrinterAccessSynchronizer() {
     // The texts name the Windows calls so that a log reads the same on both systems.
     if (::flock(m_handle, LOCK_UN) != 0) {
         Log::LogWarning(L"~PrinterAccessSynchronizer(): SetEvent() failed: %s",
-                        SystemErrorText(LastSystemError()));
+                        Win32Error::Format(LastSystemError()));
     }
     if (!vela::common::CloseNativeHandle(m_handle)) {
         Log::LogWarning(L"~PrinterAccessSynchronizer(): CloseHandle() failed: %s",
-                        SystemErrorText(LastSystemError()));
+                        Win32Error::Format(LastSystemError()));
     }
     m_handle = vela::common::InvalidNativeHandle();
 }
