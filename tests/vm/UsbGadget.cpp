@@ -62,8 +62,6 @@ UsbGadget::UsbGadget() {
     m_vendorId = ReadHex(kGadget + "/idVendor");
     m_productId = ReadHex(kGadget + "/idProduct");
     m_serial = ReadLine(kGadget + "/strings/0x409/serialnumber");
-    m_manufacturer = ReadLine(kGadget + "/strings/0x409/manufacturer");
-    m_product = ReadLine(kGadget + "/strings/0x409/product");
     m_hasHid = Exists(kGadget + "/functions/hid.usb0");
     m_controller = ReadLine("/opt/udc");
 }

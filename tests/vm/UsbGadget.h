@@ -22,8 +22,6 @@ public:
     uint32_t VendorId() const { return m_vendorId; }
     uint32_t ProductId() const { return m_productId; }
     const std::string& Serial() const { return m_serial; }
-    const std::string& Manufacturer() const { return m_manufacturer; }
-    const std::string& Product() const { return m_product; }
     bool HasHid() const { return m_hasHid; }
     // "210" or "410", as the simulator's --model takes it.
     std::string Model() const { return m_productId == 0x0024 ? "210" : "410"; }
@@ -48,8 +46,6 @@ private:
     uint32_t m_vendorId = 0;
     uint32_t m_productId = 0;
     std::string m_serial;
-    std::string m_manufacturer;
-    std::string m_product;
     bool m_hasHid = false;
     std::string m_controller;
 };
