@@ -32,8 +32,14 @@ public:
     // The path the library opens (UTF-8 on Linux; the pipe path on Windows).
     virtual std::wstring ClientPath() const = 0;
 
+    // Read() of a device node whose USB function went away (the gadget was unbound: the host
+    // saw the printer unplugged). The channel has closed the node and is disconnected;
+    // Reconnect() opens it again once the gadget is bound and attached again.
+    static constexpr long kUnplugged = -2;
+
     // Reads what the host wrote: waits up to timeoutMs (-1: no limit) for at least one byte.
-    // Returns the byte count, 0 on time-out, -1 when the channel is closed for good.
+    // Returns the byte count, 0 on time-out, -1 when the channel is closed for good, kUnplugged
+    // (device nodes only) when the gadget went away.
     // While disconnected, Read waits for Reconnect() (0 on time-out) instead of failing, so a
     // serving loop runs on across a re-plug; -1 means the channel failed or is being destroyed.
     virtual long Read(uint8_t* buffer, size_t capacity, int timeoutMs) = 0;
@@ -45,7 +51,9 @@ public:
     // Reconnect(). Safe to call from any thread, also while another thread is in Read().
     virtual void Disconnect() = 0;
     // Plugs the printer in again at the same path where the platform allows; returns false
-    // where it does not (the new path is then ClientPath()).
+    // where it does not (the new path is then ClientPath()). A device node that is not back yet
+    // (its gadget unbound, or bound but not yet attached by the host) throws std::runtime_error
+    // and leaves the channel disconnected; try again later.
     virtual bool Reconnect() = 0;
 };
 

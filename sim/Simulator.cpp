@@ -14,6 +14,7 @@ constexpr int kReadPollMs = 100;
 constexpr size_t kReadBufferSize = size_t{64} << 10;
 constexpr std::chrono::milliseconds kHidWait{200};
 constexpr std::chrono::milliseconds kHidRetry{100};
+constexpr std::chrono::milliseconds kReplugPoll{100};
 constexpr const char* kVariable = "QRV_VIRTUAL_PRINTERS";
 
 std::string SerialFromName(const std::string& name) {
@@ -147,6 +148,10 @@ void Simulator::ServePrinter() {
     try {
         while (!m_stopping) {
             long count = m_printerChannel->Read(buffer.data(), buffer.size(), kReadPollMs);
+            if (count == ServerChannel::kUnplugged) {
+                WaitForReplug();
+                continue;
+            }
             if (count < 0) {
                 if (!m_stopping) {
                     Trace("sim: the printer channel closed for good; no longer serving");
@@ -203,6 +208,39 @@ void Simulator::GoOffline(std::chrono::milliseconds disconnectAfter,
         Trace("sim: back on a new path; QRV_VIRTUAL_PRINTERS=" + EntryText());
     }
     m_changed.notify_all();
+}
+
+void Simulator::WaitForReplug() {
+    // The host unplugged the gadget. Its other node goes now as well: a descriptor left open on
+    // it until the gadget is bound again would corrupt the kernel when closed (ServerChannel.cpp).
+    m_connected = false;
+    if (m_hidChannel) {
+        m_hidChannel->Disconnect();
+    }
+    m_printer.ResetChannel();
+    Trace("sim: unplugged by the host; waiting to be plugged in again");
+    bool printerBack = false;
+    while (WaitUnlessStopping(kReplugPoll)) {
+        try {
+            if (!printerBack) {
+                m_printerChannel->Reconnect();
+                printerBack = true;
+            }
+            if (m_hidChannel) {
+                m_hidChannel->Reconnect();
+            }
+        } catch (const std::runtime_error&) {
+            continue; // not back yet
+        }
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            m_connected = true;
+            ++m_reconnections;
+        }
+        Trace("sim: plugged in again");
+        m_changed.notify_all();
+        return;
+    }
 }
 
 void Simulator::ServeHid() {

@@ -30,8 +30,9 @@ namespace vela::sim {
 // Two threads serve it: one reads the printer channel, feeds the bytes to the SimPrinter engine
 // and writes its replies; one writes the engine's HID reports to the HID channel. A reboot order
 // or an injected disconnect takes both channels off (ServerChannel::Disconnect) and plugs them
-// in again (Reconnect) after the engine's delay. On Windows, where a reconnection may move the
-// pipe, PrinterPath() tells the current path.
+// in again (Reconnect) after the engine's delay. In gadget mode, a host that unplugs the device
+// (its UDC unbound) takes both nodes off until the gadget is bound and attached again. On
+// Windows, where a reconnection may move the pipe, PrinterPath() tells the current path.
 //
 // Thread safety: all members may be called from any thread. Printer() gives the engine, whose
 // setters, faults, file access and logs are thread-safe too. Stop() (or the destructor) ends the
@@ -89,6 +90,9 @@ private:
     void ServePrinter();
     void ServeHid();
     void GoOffline(std::chrono::milliseconds disconnectAfter, std::chrono::milliseconds reconnectAfter);
+    // Gadget mode: the host unplugged the device; closes both nodes and re-opens them once the
+    // gadget is back (or Stop() is called).
+    void WaitForReplug();
     void Trace(const std::string& line) const;
     // Sleeps up to `duration`; false when Stop() cut it short.
     bool WaitUnlessStopping(std::chrono::milliseconds duration);

@@ -129,7 +129,7 @@ public:
         m_folder = pattern;
         m_clientPath = m_folder + (kind == Kind::printer ? "/printer" : "/hid");
         try {
-            Plug();
+            Plug(false);
         } catch (...) {
             RemoveFolder();
             throw;
@@ -137,9 +137,19 @@ public:
     }
 
     // An existing device node (the USB gadget's device side).
+    //
+    // When the gadget is unbound (the host sees the printer unplugged), the printer function's
+    // node reports POLLERR|POLLHUP and its reads fail with ENODEV; the HID function's node says
+    // nothing until a write fails. The node must then be closed at once: on the 6.1 kernels the
+    // harness boots, binding the gadget again re-initialises the function's character device
+    // under any descriptor still open on the old node, and closing that descriptor afterwards
+    // corrupts the kernel's list of the device's inodes (a BUG in cd_forget, then a hung guest).
+    // So Read() closes the node as soon as it sees the function gone and reports kUnplugged; the
+    // owner closes its other nodes of the same gadget too and calls Reconnect() until the
+    // gadget is back.
     LinuxServerChannel(const std::string& nodePath, Kind) : m_isPty(false), m_clientPath(nodePath) {
         InitWake();
-        Plug();
+        Plug(false);
     }
 
     ~LinuxServerChannel() override {
@@ -194,6 +204,10 @@ public:
             if (n == kInterrupted) {
                 continue; // state changed (unplugged or closing): look again
             }
+            if (n == kGone) {
+                Unplug(lock);
+                return kUnplugged;
+            }
             if (n < 0) {
                 m_failed = true;
             }
@@ -229,13 +243,15 @@ public:
             return false;
         }
         Unplug(lock);
-        Plug();
+        Plug(true);
         m_changed.notify_all();
         return true;
     }
 
 private:
-    static constexpr long kInterrupted = -2;
+    static constexpr long kInterrupted = -3;
+    static constexpr long kGone = -4; // a device node whose function went away
+    static constexpr int kHungUp = 2; // WaitFor: POLLERR/POLLHUP without input
 
     // Counts a Read/Write in progress; constructed and destroyed with the mutex held.
     struct CallGuard {
@@ -257,8 +273,10 @@ private:
         }
     }
 
-    // Opens a fresh cable. Called with the mutex held (or from the constructor).
-    void Plug() {
+    // Opens a fresh cable. Called with the mutex held (or from the constructor). `attached`: a
+    // device node must be in use by the host already (a re-plug), not merely present: between
+    // binding the gadget and the host's configuration the printer node reports a hang-up.
+    void Plug(bool attached) {
         Link link;
         if (m_isPty) {
             link = OpenPty();
@@ -277,6 +295,10 @@ private:
             link.device = Fd(::open(m_clientPath.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK));
             if (link.device.Get() < 0) {
                 Fail("open " + m_clientPath);
+            }
+            pollfd p{link.device.Get(), POLLIN | POLLOUT, 0};
+            if (attached && ::poll(&p, 1, 0) == 1 && (p.revents & (POLLERR | POLLHUP)) != 0) {
+                throw std::runtime_error("ServerChannel: " + m_clientPath + " is not attached to a host yet");
             }
         }
         // Drain a wake-up left from an earlier Unplug.
@@ -342,23 +364,35 @@ private:
                 }
                 return 0;
             }
-            return (p[0].revents & POLLNVAL) != 0 ? -1 : 1;
+            if ((p[0].revents & POLLNVAL) != 0) {
+                return -1;
+            }
+            return (p[0].revents & (POLLERR | POLLHUP)) != 0 && (p[0].revents & events) == 0 ? kHungUp : 1;
         }
     }
 
     long ReadSome(int fd, uint8_t* buffer, size_t capacity, bool forever, Clock::time_point deadline) const {
+        bool hungUp = false;
         for (;;) {
             ssize_t n = ::read(fd, buffer, capacity);
             if (n > 0) {
                 return static_cast<long>(n);
             }
-            if (n < 0 && errno != EAGAIN && errno != EINTR) {
+            const bool failed = n < 0 && errno != EAGAIN && errno != EINTR;
+            if (!m_isPty && (failed || n == 0 || hungUp)) {
+                // ENODEV (or end of file, or a hang-up with nothing to read): the function went away.
+                return !failed || errno == ENODEV || errno == ESHUTDOWN || errno == EIO ? kGone : -1;
+            }
+            if (failed) {
                 return -1;
             }
-            if (n == 0 && !m_isPty) {
-                return -1; // end of file on a device node: its function went away
-            }
             int ready = WaitFor(fd, POLLIN, forever, deadline);
+            if (ready == kHungUp) {
+                // Let read() tell why. (A pseudo-terminal never hangs up here: the server keeps
+                // a slave descriptor of its own open.)
+                hungUp = true;
+                continue;
+            }
             if (ready != 1) {
                 return ready; // time-out, wake-up or error
             }
