@@ -1,0 +1,94 @@
+// qrv-sim: a simulated QRV label printer on the OS channels that the library opens.
+//
+//   qrv-sim --name "Label Printer" --model 410 [--serial S] [--no-hid] [--trace] [--gadget]
+//
+// Prints "QRV_VIRTUAL_PRINTERS=<entry>" (one line) for the user to export, then serves until
+// interrupted (SIGINT, SIGTERM; Ctrl+C on Windows).
+#include "sim/Simulator.h"
+
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <string>
+#include <thread>
+
+namespace {
+
+std::atomic<bool> g_interrupted{false};
+
+extern "C" void OnSignal(int) {
+    g_interrupted = true;
+}
+
+void Usage(std::FILE* out) {
+    std::fprintf(out, "usage: qrv-sim [--name NAME] [--model 210|410] [--serial SERIAL] [--no-hid] [--trace] "
+                      "[--gadget]\n"
+                      "  --name NAME      print-queue name the application uses (default \"Label Printer\")\n"
+                      "  --model 210|410  printer model (default 410)\n"
+                      "  --serial SERIAL  serial number / device id (default: derived from the name)\n"
+                      "  --no-hid         no HID channel (no status reports)\n"
+                      "  --trace          log every frame to standard error\n"
+                      "  --gadget         serve /dev/g_printer0 and /dev/hidg0 (USB gadget, VM harness)\n");
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    vela::sim::Simulator::Options options;
+    for (int i = 1; i < argc; ++i) {
+        std::string arg = argv[i];
+        auto value = [&](const char* name) -> const char* {
+            if (i + 1 >= argc) {
+                std::fprintf(stderr, "qrv-sim: %s needs a value\n", name);
+                return nullptr;
+            }
+            return argv[++i];
+        };
+        if (arg == "--name" || arg == "--model" || arg == "--serial") {
+            const char* v = value(arg.c_str());
+            if (v == nullptr) {
+                return 2;
+            }
+            (arg == "--name" ? options.name : arg == "--model" ? options.model : options.serial) = v;
+        } else if (arg == "--no-hid") {
+            options.hid = false;
+        } else if (arg == "--trace") {
+            options.trace = [](const std::string& line) { std::fprintf(stderr, "%s\n", line.c_str()); };
+        } else if (arg == "--gadget") {
+            options.gadget = true;
+        } else if (arg == "--help" || arg == "-h") {
+            Usage(stdout);
+            return 0;
+        } else {
+            std::fprintf(stderr, "qrv-sim: unknown argument '%s'\n", arg.c_str());
+            Usage(stderr);
+            return 2;
+        }
+    }
+
+    std::signal(SIGINT, OnSignal);
+    std::signal(SIGTERM, OnSignal);
+    try {
+        vela::sim::Simulator simulator(options);
+        if (options.gadget) {
+            // On the gadget the printer appears on the host's USB bus; nothing to export.
+            std::printf("qrv-sim: serving %s on %s and %s\n", options.name.c_str(),
+                        options.gadgetPrinterNode.c_str(),
+                        options.hid ? options.gadgetHidNode.c_str() : "(no HID)");
+        } else {
+            std::printf("QRV_VIRTUAL_PRINTERS=%s\n", simulator.EntryText().c_str());
+        }
+        std::fflush(stdout);
+        while (!g_interrupted) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+        simulator.Stop();
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "qrv-sim: %s\n", e.what());
+        return 1;
+    }
+    return 0;
+}

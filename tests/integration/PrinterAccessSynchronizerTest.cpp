@@ -1,0 +1,242 @@
+// The machine-wide printer lock between processes (the qrv-test-helper child) and within one.
+
+#include "kom/connection/PrinterAccessSynchronizer.h"
+#include "common/StringConverter.h"
+#include "common/SystemError.h"
+#include "kom/QRVException.h"
+#include "support/TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <random>
+#include <set>
+#include <thread>
+
+#ifndef _WIN32
+#include <sys/stat.h>
+#endif
+
+using vela::common::StringConverter;
+using vela::kom::ConnectedPrinter;
+using vela::kom::PrinterAccessSynchronizer;
+using vela::kom::PrinterBuzyException;
+using vela::test::ChildProcess;
+using vela::test::LogCapture;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+double SecondsSince(Clock::time_point start) {
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+ConnectedPrinter Printer(const std::string& utf8Name) {
+    ConnectedPrinter printer;
+    printer.printerName = StringConverter::FromUtf8(utf8Name);
+    return printer;
+}
+
+class PrinterAccessSynchronizerTest : public ::testing::Test {
+protected:
+    // Names unique to this run, so that parallel test processes never meet.
+    std::string Name(const std::string& suffix = "") {
+        std::string name = "qrv-test-" + m_run + "-" + std::to_string(m_names.size()) + suffix;
+        m_names.push_back(name);
+        return name;
+    }
+    void TearDown() override {
+#ifndef _WIN32
+        // The lock files stay after use (removing one could split a waiter from the holder);
+        // a test cleans up the ones it made.
+        for (const auto& name : m_names) {
+            std::error_code ec;
+            std::filesystem::remove(
+                StringConverter::ToUtf8(PrinterAccessSynchronizer::LockName(StringConverter::FromUtf8(name))),
+                ec);
+        }
+#endif
+    }
+
+private:
+    std::string m_run = std::to_string(std::random_device{}());
+    std::vector<std::string> m_names;
+};
+
+// Starts `hold-lock NAME MS` and waits until the child holds the lock.
+std::unique_ptr<ChildProcess> StartHolder(const std::string& name, int holdMs) {
+    auto child =
+        std::make_unique<ChildProcess>(std::vector<std::string>{"hold-lock", name, std::to_string(holdMs)});
+    EXPECT_EQ(child->ReadLine(), "locked");
+    return child;
+}
+
+} // namespace
+
+TEST_F(PrinterAccessSynchronizerTest, SecondHolderIsBusyAfterTenSecondsWhileOtherNamesStayFree) {
+    LogCapture log;
+    const std::string name = Name();
+    auto holder = StartHolder(name, 60000);
+
+    auto start = Clock::now();
+    { PrinterAccessSynchronizer other(Printer(Name("-other"))); }
+    EXPECT_LT(SecondsSince(start), 1.0) << "a different printer name must not wait";
+
+    start = Clock::now();
+    try {
+        PrinterAccessSynchronizer lock(Printer(name));
+        FAIL() << "took a lock that another process holds";
+    } catch (const PrinterBuzyException& e) {
+        const double seconds = SecondsSince(start);
+        EXPECT_GE(seconds, 9.9);
+        EXPECT_LE(seconds, 13.0);
+        const std::wstring expected = L"Unable to acquire '" +
+                                      PrinterAccessSynchronizer::LockName(Printer(name).printerName) +
+                                      L"' event";
+        EXPECT_EQ(e.Message(), expected);
+        EXPECT_EQ(e.Source(), L"PrinterAccessSynchronizer()");
+        EXPECT_TRUE(log.Contains(L"PrinterAccessSynchronizer(): PrinterBuzyException: " + expected));
+    }
+    EXPECT_TRUE(holder->Running());
+}
+
+TEST_F(PrinterAccessSynchronizerTest, WaitersGetTheLockAsSoonAsItIsReleasedInEitherDirection) {
+    const std::string name = Name();
+    {
+        auto holder = StartHolder(name, 1000);
+        const auto start = Clock::now();
+        PrinterAccessSynchronizer lock(Printer(name));
+        const double waited = SecondsSince(start);
+        EXPECT_GE(waited, 0.5);
+        EXPECT_LT(waited, 5.0);
+        EXPECT_EQ(holder->ReadLine(), "released");
+        EXPECT_EQ(holder->Wait(), 0);
+    }
+    {
+        auto lock = std::make_unique<PrinterAccessSynchronizer>(Printer(name));
+        ChildProcess waiter({"try-lock", name});
+        std::this_thread::sleep_for(std::chrono::milliseconds(1000));
+        lock.reset();
+        const std::string line = waiter.ReadLine();
+        ASSERT_EQ(line.rfind("locked ", 0), 0u) << line;
+        const long ms = std::stol(line.substr(7));
+        EXPECT_GE(ms, 500);
+        EXPECT_LT(ms, 5000);
+        EXPECT_EQ(waiter.Wait(), 0);
+    }
+}
+
+TEST_F(PrinterAccessSynchronizerTest, TwoObjectsOfOneProcessExcludeEachOther) {
+    const auto printer = Printer(Name());
+    auto first = std::make_unique<PrinterAccessSynchronizer>(printer);
+    std::atomic<bool> taken{false};
+    std::thread second([&] {
+        PrinterAccessSynchronizer lock(printer);
+        taken = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    EXPECT_FALSE(taken) << "the lock must not be re-entrant nor shared within a process";
+    first.reset();
+    second.join();
+    EXPECT_TRUE(taken);
+}
+
+TEST_F(PrinterAccessSynchronizerTest, ReleaseAndRetakeNeverBlocksAndHoldersNeverOverlap) {
+    const std::string name = Name();
+    const auto start = Clock::now();
+    for (int i = 0; i < 500; ++i) {
+        PrinterAccessSynchronizer lock(Printer(name));
+    }
+    EXPECT_LT(SecondsSince(start), 5.0);
+
+    vela::test::TempDir markers;
+    ChildProcess a({"lock-hammer", name, "200", markers.Path()});
+    ChildProcess b({"lock-hammer", name, "200", markers.Path()});
+    EXPECT_EQ(a.ReadLine(30000), "done 0");
+    EXPECT_EQ(b.ReadLine(30000), "done 0");
+    EXPECT_EQ(a.Wait(), 0);
+    EXPECT_EQ(b.Wait(), 0);
+}
+
+TEST_F(PrinterAccessSynchronizerTest, HostileNamesGiveDistinctLocksThatWork) {
+    std::vector<std::string> names{
+        "../x", "a/b", "a%2Fb", "a%b", "with space", "..",
+        ".",    "/",   "",      "%",   "tab\tname",  "Drucker B\xC3\xBCro \xE5\x90\x8D\xE5\x89\x8D"};
+#ifndef _WIN32
+    names.push_back("a\\b");
+    names.push_back("../../../../../../../../etc/passwd");
+#endif
+    const std::string run = Name();
+    std::set<std::wstring> lockNames;
+    for (const auto& suffix : names) {
+        const std::string name = run + suffix;
+        const auto printer = Printer(name);
+        lockNames.insert(PrinterAccessSynchronizer::LockName(printer.printerName));
+        PrinterAccessSynchronizer lock(printer);
+    }
+    EXPECT_EQ(lockNames.size(), names.size()) << "two names share one lock";
+
+#ifndef _WIN32
+    namespace fs = std::filesystem;
+    const fs::path folder =
+        fs::path(StringConverter::ToUtf8(PrinterAccessSynchronizer::LockName(L"plain"))).parent_path();
+    for (const auto& suffix : names) {
+        const std::string name = run + suffix;
+        const fs::path lockFile =
+            StringConverter::ToUtf8(PrinterAccessSynchronizer::LockName(StringConverter::FromUtf8(name)));
+        SCOPED_TRACE(lockFile.string());
+        EXPECT_EQ(lockFile.parent_path(), folder);
+        EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(lockFile)));
+        std::error_code ec;
+        fs::remove(lockFile, ec);
+    }
+#endif
+}
+
+TEST_F(PrinterAccessSynchronizerTest, NonAsciiNameIsTheSameLockInEveryProcess) {
+    const std::string name = Name(" Drucker B\xC3\xBCro \xE5\x90\x8D");
+    auto holder = StartHolder(name, 800);
+    const auto start = Clock::now();
+    PrinterAccessSynchronizer lock(Printer(name));
+    EXPECT_GE(SecondsSince(start), 0.4) << "the child's lock was not the same as ours";
+}
+
+#ifndef _WIN32
+TEST_F(PrinterAccessSynchronizerTest, KilledHolderFreesTheLockAtOnce) {
+    // The named event of Windows stays taken when its holder dies; the Linux lock is released by
+    // the kernel, which is why it was chosen.
+    const std::string name = Name();
+    auto holder = StartHolder(name, 60000);
+    holder->Kill();
+    EXPECT_EQ(holder->Wait(), 128 + 9);
+    const auto start = Clock::now();
+    PrinterAccessSynchronizer lock(Printer(name));
+    EXPECT_LT(SecondsSince(start), 1.0);
+}
+
+TEST_F(PrinterAccessSynchronizerTest, LockFileIsSharedByEveryAccountDespiteTheUmask) {
+    const std::string name = Name();
+    const mode_t previous = ::umask(077);
+    { PrinterAccessSynchronizer lock(Printer(name)); }
+    ::umask(previous);
+    struct stat st {};
+    ASSERT_EQ(
+        ::stat(
+            StringConverter::ToUtf8(PrinterAccessSynchronizer::LockName(Printer(name).printerName)).c_str(),
+            &st),
+        0);
+    EXPECT_EQ(st.st_mode & 0777, 0666u);
+}
+
+TEST_F(PrinterAccessSynchronizerTest, PlantedSymlinkIsRefusedWithASystemError) {
+    const std::string name = Name();
+    const std::string lockFile =
+        StringConverter::ToUtf8(PrinterAccessSynchronizer::LockName(Printer(name).printerName));
+    vela::test::TempDir target;
+    std::filesystem::create_symlink(target.File("victim"), lockFile);
+    EXPECT_THROW(PrinterAccessSynchronizer{Printer(name)}, vela::common::Win32Error);
+    EXPECT_FALSE(vela::test::HostFileExists(target.File("victim")));
+}
+#endif

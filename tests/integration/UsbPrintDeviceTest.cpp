@@ -1,0 +1,236 @@
+// The production printer channel against a simulated printer on the platform's own channel
+// (a pseudo-terminal on Linux, named pipes on Windows).
+
+#include "common/UsbPrintDevice.h"
+#include "common/Exception.h"
+#include "sim/ServerChannel.h"
+#include "support/TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
+using namespace vela::common;
+using vela::sim::ServerChannel;
+using vela::test::LogCapture;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+size_t OpenHandles() {
+#ifdef _WIN32
+    DWORD count = 0;
+    GetProcessHandleCount(GetCurrentProcess(), &count);
+    return count;
+#else
+    return vela::test::ListDirectory("/proc/self/fd").size();
+#endif
+}
+
+double SecondsSince(Clock::time_point start) {
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+std::vector<uint8_t> Pattern(size_t size) {
+    std::vector<uint8_t> bytes(size);
+    for (size_t i = 0; i < size; ++i) {
+        bytes[i] = static_cast<uint8_t>(i * 31 + (i >> 9));
+    }
+    return bytes;
+}
+
+// Collects what the host writes until `count` bytes arrived or `timeoutMs` passed.
+std::vector<uint8_t> Receive(ServerChannel& peer, size_t count, int timeoutMs = 5000) {
+    std::vector<uint8_t> got;
+    uint8_t buffer[4096];
+    const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (got.size() < count && Clock::now() < deadline) {
+        long n = peer.Read(buffer, sizeof buffer, 100);
+        if (n > 0) {
+            got.insert(got.end(), buffer, buffer + n);
+        } else if (n < 0) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+    }
+    return got;
+}
+
+// Host reads until `count` bytes arrived (each Read makes at most one raw read).
+std::vector<uint8_t> HostReceive(UsbPrintDevice& device, size_t count) {
+    std::vector<uint8_t> got;
+    for (int i = 0; i < 50 && got.size() < count; ++i) {
+        auto part = device.Read(static_cast<uint32_t>(count - got.size()));
+        got.insert(got.end(), part.begin(), part.end());
+    }
+    return got;
+}
+
+void ExpectRoundTrip(ServerChannel& peer, const std::wstring& path) {
+    UsbPrintDevice device(path);
+    const std::vector<uint8_t> request{0xC3, 0x00, 0x00, 0x00, 0x09, 0x60, 0x04, 0x01, 0x80};
+    EXPECT_EQ(device.Write(request), request.size());
+    EXPECT_EQ(Receive(peer, request.size()), request);
+    const auto reply = Pattern(300);
+    ASSERT_TRUE(peer.Write(reply.data(), reply.size()));
+    EXPECT_EQ(HostReceive(device, reply.size()), reply);
+}
+
+class UsbPrintDeviceTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        peer = ServerChannel::Create(ServerChannel::Kind::printer);
+        path = peer->ClientPath();
+    }
+    std::unique_ptr<ServerChannel> peer;
+    std::wstring path;
+};
+
+} // namespace
+
+TEST_F(UsbPrintDeviceTest, RoundTripsRepeatedlyWithoutLeakingHandles) {
+    ExpectRoundTrip(*peer, path); // the first use may set up lasting state in the peer
+    const size_t before = OpenHandles();
+    for (int i = 0; i < 20; ++i) {
+        ExpectRoundTrip(*peer, path);
+    }
+    EXPECT_EQ(OpenHandles(), before);
+
+    // A padded message reaches the printer with its pad byte.
+    UsbPrintDevice device(path);
+    const auto message = Pattern(512);
+    EXPECT_EQ(device.Write(message), 512u);
+    auto expected = message;
+    expected.push_back(0x00);
+    EXPECT_EQ(Receive(*peer, 513), expected);
+}
+
+TEST_F(UsbPrintDeviceTest, LargeWriteArrivesWholeInChunks) {
+    UsbPrintDevice device(path);
+    const auto data = Pattern(20000);
+    std::vector<uint8_t> received;
+    std::thread printer([&] { received = Receive(*peer, data.size(), 10000); });
+    int hooks = 0;
+    device.SetWriteCallback([&] { ++hooks; });
+    EXPECT_EQ(device.WriteBytes(data.data(), static_cast<uint32_t>(data.size())), data.size());
+    printer.join();
+    EXPECT_EQ(received, data);
+    EXPECT_EQ(hooks, 3) << "one hook call per chunk of at most 8192 bytes";
+
+    // A message of exactly one chunk goes out padded as 8192 + 1.
+    hooks = 0;
+    const auto chunk = Pattern(8192);
+    std::thread printer2([&] { received = Receive(*peer, chunk.size() + 1, 10000); });
+    EXPECT_EQ(device.Write(chunk), chunk.size());
+    printer2.join();
+    EXPECT_EQ(hooks, 2);
+    ASSERT_EQ(received.size(), chunk.size() + 1);
+    EXPECT_EQ(received.back(), 0x00);
+}
+
+TEST_F(UsbPrintDeviceTest, SilentPrinterTimesOutAfterThreeSecondsAndTheChannelStaysUsable) {
+    LogCapture log;
+    const size_t before = OpenHandles();
+    {
+        UsbPrintDevice device(path);
+        const auto start = Clock::now();
+        try {
+            device.Read(16);
+            FAIL() << "a silent printer must time out";
+        } catch (const UsbPrintDeviceReadException& e) {
+            const double seconds = SecondsSince(start);
+            EXPECT_GE(seconds, 2.9);
+            EXPECT_LE(seconds, 4.5);
+            EXPECT_EQ(e.Message(), L"Unable to read data from UsbPrint device, timeout");
+            EXPECT_EQ(e.Source(), L"UsbPrintDevice::ReadBytes()");
+        }
+        EXPECT_TRUE(log.Contains(L"UsbPrintDevice::Read(" + path + L") failed: timeout"));
+        EXPECT_TRUE(log.Contains(L"UsbPrintDevice::ReadBytes(): UsbPrintDeviceReadException: Unable to read "
+                                 L"data from UsbPrint device, timeout"));
+
+        const std::vector<uint8_t> late{1, 2, 3, 4};
+        ASSERT_TRUE(peer->Write(late.data(), late.size()));
+        EXPECT_EQ(HostReceive(device, late.size()), late);
+    }
+    EXPECT_EQ(OpenHandles(), before);
+}
+
+TEST_F(UsbPrintDeviceTest, UnpluggedPrinterFailsFastWithTypedErrorsAndWorksAgainWhenReplugged) {
+    LogCapture log;
+    const std::vector<uint8_t> request{0xC3, 0x00, 0x00, 0x00, 0x07, 0x60, 0x01};
+    {
+        UsbPrintDevice device(path);
+        peer->Disconnect();
+        auto start = Clock::now();
+        EXPECT_THROW(device.Write(request), UsbPrintDeviceWriteException);
+        EXPECT_THROW(device.Read(10), UsbPrintDeviceReadException);
+        EXPECT_LT(SecondsSince(start), 2.0) << "a hang-up is no reason to wait for the time limit";
+        EXPECT_THROW(UsbPrintDevice{path}, UsbPrintDeviceConnectionException);
+    }
+    if (!peer->Reconnect()) {
+        path = peer->ClientPath();
+    }
+    ExpectRoundTrip(*peer, path);
+
+    // Pulled while the host waits for a reply: the read ends well before its time limit.
+    UsbPrintDevice device(path);
+    std::thread puller([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        peer->Disconnect();
+    });
+    const auto start = Clock::now();
+    EXPECT_THROW(device.Read(10), UsbPrintDeviceException);
+    puller.join();
+    EXPECT_LT(SecondsSince(start), 2.5);
+    EXPECT_TRUE(log.ContainsSubstring(
+        L"UsbPrintDevice::ReadBytes(): UsbPrintDeviceReadException: Unable to read data "
+        L"from UsbPrint device"));
+}
+
+TEST_F(UsbPrintDeviceTest, PeerReaderSurvivesAReplug) {
+    std::atomic<bool> done{false};
+    std::vector<uint8_t> received;
+    std::thread printer([&] {
+        received = Receive(*peer, 3, 10000);
+        done = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    const auto start = Clock::now();
+    peer->Disconnect();
+    EXPECT_LT(SecondsSince(start), 1.0) << "Disconnect must not wait for a blocked Read";
+    if (!peer->Reconnect()) {
+        path = peer->ClientPath();
+    }
+    {
+        UsbPrintDevice device(path);
+        device.Write({7, 8, 9});
+        printer.join();
+    }
+    EXPECT_TRUE(done);
+    EXPECT_EQ(received, (std::vector<uint8_t>{7, 8, 9}));
+}
+
+TEST(UsbPrintDeviceOpen, MissingPathIsAConnectionErrorThatLeaksNothing) {
+    LogCapture log;
+    vela::test::TempDir folder;
+    const std::wstring missing = folder.WFile("no-such-printer");
+    const size_t before = OpenHandles();
+    for (int i = 0; i < 5; ++i) {
+        try {
+            UsbPrintDevice device(missing);
+            FAIL() << "opened a path that does not exist";
+        } catch (const UsbPrintDeviceConnectionException& e) {
+            EXPECT_EQ(e.Message(), L"Unable to open UsbPrint device for writing");
+            EXPECT_EQ(e.Source(), L"UsbPrintDevice()");
+        }
+    }
+    EXPECT_EQ(OpenHandles(), before);
+    EXPECT_TRUE(log.ContainsSubstring(L"UsbPrintDevice::UsbPrintDevice(" + missing + L") failed: "));
+    EXPECT_TRUE(log.Contains(
+        L"UsbPrintDevice(): UsbPrintDeviceConnectionException: Unable to open UsbPrint device for writing"));
+}
