@@ -1,5 +1,6 @@
 #pragma once
 
+#include "kom/connection/FirmwareUpdate.h"
 #include "kom/connection/INativeQRVListener.h"
 #include "kom/connection/QRVDevice.h"
 
@@ -18,62 +19,91 @@ namespace vela::kom {
 // Blocking: every operation is one or more protocol transactions (see PrinterDeviceBase) plus
 // the fixed pauses: 500 ms between query retries (10 attempts), 4000 ms after a failed probe in
 // SetPrinterName, 5000 ms after print orders, 24 s and more in ApplyUpdate.
-// Throws the vela::kom / vela::common kinds unchanged (the gateway maps them).
-// Threads: operations run on the caller's thread; listeners are called on the monitor thread.
-// Register/DeregisterListener may be called from any thread (the list is guarded).
+// Throws the vela::kom / vela::common kinds unchanged (the gateway maps them). An operation that
+// needs the printer, called before a successful SetPrinterName, throws InvalidOperationException
+// "Printer not found".
+// Threads: the operations of one facade run on one caller thread at a time; listeners are called
+// on the monitor thread. Register/DeregisterListener and the constructors and destructor may run
+// on any thread (the process-wide state is guarded), but never inside a listener call.
 class NativeQRVDevice {
 public:
-    enum class UpdatePhase { waitingForPrinter, copying, applying, waiting, cleaningUp, done };
+    using UpdatePhase = FirmwareUpdate::Phase;
     using ProgressCallback = std::function<void(uint64_t done, uint64_t total)>;
-    using UpdatePhaseCallback = std::function<void(UpdatePhase phase)>;
+    using UpdatePhaseCallback = FirmwareUpdate::PhaseCallback;
 
+    static constexpr uint32_t kProbeFailurePauseMs = 4000;
+
+    // Counts the facade; makes the process-wide stop event when there is none. No I/O.
     explicit NativeQRVDevice(uint32_t stopWaitExtraMs);
     NativeQRVDevice(const std::wstring& printerName, uint32_t stopWaitExtraMs);
+    // The last facade stops the monitor thread (waits up to stopWaitExtraMs + 5000 ms), closes the
+    // stop event and empties the listener list. Never throws.
     ~NativeQRVDevice();
     NativeQRVDevice(const NativeQRVDevice&) = delete;
     NativeQRVDevice& operator=(const NativeQRVDevice&) = delete;
 
-    // Finds the printer (exact, case-sensitive queue name) among the connected ones; throws
-    // DeviceNotFoundException when it is not there.
+    // Finds the printer (exact, case-sensitive queue name) among the connected ones and binds to
+    // it; throws DeviceNotFoundException (message: the name) when it is not there, leaving the
+    // previous binding. Without a monitor thread it probes the printer once (folder query); a
+    // channel failure of the probe costs a 4000 ms pause and is not reported.
     void SetPrinterName(const std::wstring& name);
     std::wstring GetPrinterName() const { return m_printerName; }
 
+    // Status, retried on ReplyException; a pause that does not end as a time-out answers the
+    // fall-back record 3,4,3,3,8,8,4,8,4,8,4,2,0.
     PrinterStatus GetPrinterStatus();
-    uint32_t GetBatteryStatus();
-    uint32_t GetChargingStatus();
-    uint32_t GetExternalPowerStatus();
+    uint32_t GetBatteryStatus();       // field 10 of that record
+    uint32_t GetChargingStatus();      // field 11
+    uint32_t GetExternalPowerStatus(); // field 9
+    // Retried on ReplyException; no cassette answers "" at once.
     std::wstring GetCassetteIdentifier();
+    // Retried on every vela::common::Exception; the last one leaves as a plain
+    // vela::common::Exception (message and source kept).
     PrinterVersion GetPrinterVersion();
+    // The sixth version text; retried on ReplyException, fall-back "".
     std::wstring GetDeviceID();
-    std::wstring GetPrinterType();
+    std::wstring GetPrinterType(); // "Not implemented yet!": the printer has no such query
     std::wstring GetImageLibraryPath();
     std::wstring GetJobFileLibraryPath();
     std::wstring GetTemplateLibraryPath();
     std::wstring GetUpdateLibraryPath();
     int32_t GetDiskSpace(uint64_t& first, uint64_t& second); // always 0; the counts travel out
+    // Control orders, not retried.
     void Reboot();
     void ResumePrinting();
     void ClearError();
     void ClearCutterJamError();
     void FeedForward();
     void CutLabel();
-    // Paths are null-terminated wide strings; a null pointer gives −1 without touching the printer.
+    // Paths are null-terminated wide strings; a null pointer gives -1 without touching the printer.
     int32_t GetFile(const wchar_t* printerPath, const wchar_t* hostFileName);
     int32_t PutFile(const wchar_t* printerPath, const wchar_t* hostFileName);
     int32_t Rename(const wchar_t* oldPath, const wchar_t* newPath);
     int32_t Delete(const wchar_t* path);
     std::vector<std::unique_ptr<PathInfo>> GetFolderContent(const std::wstring& path);
+    // The files of "/mnt/data/settings" whose name contains "syslog", as full printer paths, in
+    // the printer's order.
     std::vector<std::wstring> GetLogFileNameList();
+    // See FirmwareUpdate: 0, or -1 for a null path or one without a host path separator
+    // (backslash on Windows, slash elsewhere).
     int32_t ApplyUpdate(const wchar_t* packagePath);
 
+    // Null is ignored; a listener is stored once. The first listener starts the monitor thread
+    // when no thread handle is held (a failure to start is ignored).
     void RegisterListener(INativeQRVListener* listener);
+    // Removing the only listener stops the thread, closes the stop event (the next facade
+    // constructor makes a new one) and empties the list; otherwise the first equal entry goes.
+    // When it returns, the listener is not being called and will not be called again.
     void DeregisterListener(INativeQRVListener* listener);
 
     // Optional progress of puts/gets (also the copy step of an update) and the update's phases.
+    // Called on the caller's thread during the operation.
     void SetProgressCallback(ProgressCallback callback);
     void SetUpdatePhaseCallback(UpdatePhaseCallback callback) { m_updatePhase = std::move(callback); }
 
 private:
+    QRVDevice& Device(const wchar_t* operation) const;
+
     std::wstring m_printerName;
     std::unique_ptr<QRVDevice> m_device;
     uint32_t m_stopWaitExtraMs;

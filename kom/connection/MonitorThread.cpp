@@ -1,0 +1,58 @@
+#include "kom/connection/MonitorThread.h"
+
+#include <chrono>
+#include <system_error>
+
+namespace vela::kom {
+
+MonitorThread::~MonitorThread() {
+    Close();
+}
+
+uint32_t MonitorThread::Start(std::function<void()> body) {
+    Close();
+    auto shared = std::make_shared<Shared>();
+    try {
+        m_thread = std::thread([shared, body = std::move(body)]() {
+            body();
+            // The very last step: after this the thread touches nothing of its owner.
+            std::lock_guard<std::mutex> lock(shared->mutex);
+            shared->active = false;
+            shared->ended.notify_all();
+        });
+    } catch (const std::system_error& e) {
+        return e.code().value() != 0 ? static_cast<uint32_t>(e.code().value()) : 1u;
+    }
+    m_shared = std::move(shared);
+    return 0;
+}
+
+bool MonitorThread::IsStillActive() const {
+    if (!m_shared) {
+        return false;
+    }
+    std::lock_guard<std::mutex> lock(m_shared->mutex);
+    return m_shared->active;
+}
+
+bool MonitorThread::Wait(uint32_t milliseconds) const {
+    if (!m_shared) {
+        return true;
+    }
+    std::unique_lock<std::mutex> lock(m_shared->mutex);
+    return m_shared->ended.wait_for(lock, std::chrono::milliseconds(milliseconds),
+                                    [this] { return !m_shared->active; });
+}
+
+void MonitorThread::Close() {
+    if (m_thread.joinable()) {
+        if (IsStillActive()) {
+            m_thread.detach();
+        } else {
+            m_thread.join();
+        }
+    }
+    m_shared.reset();
+}
+
+} // namespace vela::kom

@@ -1,0 +1,114 @@
+#include "kom/connection/QRVDevice.h"
+
+#include "common/Log.h"
+#include "common/SystemError.h"
+
+namespace vela::kom {
+
+using vela::common::Event;
+using vela::common::Log;
+using vela::common::WaitResult;
+
+namespace {
+
+#ifdef _WIN32
+constexpr uint32_t kInvalidHandleError = 6; // ERROR_INVALID_HANDLE
+#else
+constexpr uint32_t kInvalidHandleError = 9; // EBADF
+#endif
+
+// The monitor body. It works on copies only: a run that Stop gave up on may outlive the device.
+void RunDeviceMonitor(const ConnectedPrinter& printer, const std::shared_ptr<Event>& stopEvent, uint32_t mode,
+                      const std::function<void(int32_t)>& callback) {
+    bool ranOut = false;
+    bool stopped = false;
+    try {
+        {
+            PrinterAccessSynchronizer lock(printer);
+            vela::common::UsbPrintDevice channel(printer.devicePath);
+            auto step = [&stopEvent]() {
+                if (!stopEvent) {
+                    vela::common::SetLastSystemError(kInvalidHandleError); // the closed stop event
+                    return WaitResult::failed;
+                }
+                return stopEvent->Wait(QRVDevice::kMonitorStepMs);
+            };
+            WaitResult result = step();
+            for (uint32_t i = 0; result == WaitResult::timeout && i < QRVDevice::kMonitorSteps; ++i) {
+                result = step();
+            }
+            if (result == WaitResult::failed) {
+                Log::LogWarning(L"QRVDevice::StatusMonitor - WaitForSingleObject() failed: %s",
+                                vela::common::SystemErrorText(vela::common::LastSystemError()));
+            }
+            ranOut = result == WaitResult::timeout;
+            stopped = result == WaitResult::signalled;
+        } // channel closed, lock released before anybody is told
+        if (callback && (ranOut || (stopped && mode == 2))) {
+            callback(ranOut ? -1 : 0);
+        }
+    } catch (const vela::common::Exception& e) {
+        Log::LogWarning(L"QRVDevice::StatusMonitor - exception caught: %s %s %s", e.Source(),
+                        e.ExceptionName(), e.Message());
+    } catch (...) {
+        Log::LogWarning(L"QRVDevice::StatusMonitor - exception caught: %s %s %s", L"", L"unknown", L"");
+    }
+}
+
+} // namespace
+
+QRVDevice::QRVDevice(const ConnectedPrinter& printer)
+    : QRVDeviceBase(printer), m_stopEvent(std::make_shared<Event>(Event::Mode::autoReset, false)) {}
+
+QRVDevice::~QRVDevice() {
+    Stop();
+}
+
+int32_t QRVDevice::StartMonitor(std::function<void(int32_t)> callback) {
+    return StartMonitorMode(1, std::move(callback));
+}
+
+int32_t QRVDevice::StartMonitorExclusive(std::function<void(int32_t)> callback) {
+    return StartMonitorMode(2, std::move(callback));
+}
+
+int32_t QRVDevice::StartMonitorMode(uint32_t mode, std::function<void(int32_t)> callback) {
+    std::lock_guard<std::mutex> guard(m_monitorMutex);
+    if (m_thread.IsStillActive()) {
+        return -1;
+    }
+    m_thread.Close(); // forget a finished run
+    m_mode = mode;
+    m_callback = std::move(callback);
+    uint32_t error =
+        m_thread.Start([printer = m_printer, stopEvent = m_stopEvent, mode, callback = m_callback]() {
+            RunDeviceMonitor(printer, stopEvent, mode, callback);
+        });
+    return static_cast<int32_t>(error);
+}
+
+void QRVDevice::Stop() {
+    std::lock_guard<std::mutex> guard(m_monitorMutex);
+    if (m_thread.Exists() && m_thread.IsStillActive()) {
+        if (!m_stopEvent) {
+            vela::common::SetLastSystemError(kInvalidHandleError);
+        }
+        if (!m_stopEvent || !m_stopEvent->Set()) {
+            Log::LogError(L"QRVDevice::Stop - SetEvent() failed: %s",
+                          vela::common::SystemErrorText(vela::common::LastSystemError()));
+        }
+        if (!m_thread.Wait(kStopWaitMs)) {
+            // A time-out has no system error of its own: name it as the wait would.
+            Log::LogWarning(L"QRVDevice::Stop - WaitForSingleObject(m_hThread) failed: %s", L"timeout");
+        }
+    }
+    m_thread.Close();
+    m_stopEvent.reset();
+}
+
+uint32_t QRVDevice::MonitorMode() const {
+    std::lock_guard<std::mutex> guard(m_monitorMutex);
+    return m_mode;
+}
+
+} // namespace vela::kom
