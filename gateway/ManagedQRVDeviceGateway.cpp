@@ -1,0 +1,370 @@
+#include "gateway/ManagedQRVDeviceGateway.h"
+
+#include "common/Log.h"
+#include "gateway/GatewayErrorHandler.h"
+#include "gateway/StatusConversion.h"
+#include "kom/QRVException.h"
+
+#include <exception>
+
+namespace vela::kom {
+
+namespace host = vela::printer::communication;
+using vela::common::Log;
+using Handler = GatewayErrorHandler;
+using FileSubject = GatewayErrorHandler::FileSubject;
+
+namespace {
+
+constexpr const wchar_t* kCreateEntry = L"QRVDeviceGateway::CreateQRVDevice()";
+
+// A wide string handed to the facade as a null-terminated path: a zero inside it would silently
+// cut the path short, so it is refused as a bad path character.
+const wchar_t* PathArgument(const std::wstring& path, const wchar_t* entry) {
+    if (path.find(L'\0') != std::wstring::npos) {
+        throw InvalidPathCharsException(L"'Invalid path characters found'", entry);
+    }
+    return path.c_str();
+}
+
+} // namespace
+
+ManagedQRVDeviceGateway::~ManagedQRVDeviceGateway() {
+    Release();
+}
+
+NativeQRVDevice& ManagedQRVDeviceGateway::Facade(const wchar_t* entry) const {
+    if (!m_pNativeQRVDevice) {
+        // Thrown inside the operation's handler, which logs it once as "Printer Not Found".
+        throw vela::common::InvalidOperationException(L"Printer not found", entry);
+    }
+    return *m_pNativeQRVDevice;
+}
+
+void ManagedQRVDeviceGateway::ThrowIfCalledFromSubscriber(const wchar_t* entry) const {
+    // Tearing the facade down from the monitor thread would make it wait for itself and then
+    // return into a destroyed listener.
+    if (m_pNativeListener && m_pNativeListener->IsForwardingOnThisThread()) {
+        std::wstring line = std::wstring(entry) + L": Unknown Error: not allowed inside an event subscriber";
+        Log::LogWarning(line);
+        throw host::PrinterException(line);
+    }
+}
+
+void ManagedQRVDeviceGateway::Open(const std::wstring& printerName) {
+    Log::LogInfo(L"QRVDeviceGateway::Open()");
+    ThrowIfCalledFromSubscriber(L"QRVDeviceGateway::Open()");
+    Release();
+    try {
+        m_pNativeQRVDevice = std::make_unique<NativeQRVDevice>(kStopWaitExtraMs);
+        if (m_progress) {
+            m_pNativeQRVDevice->SetProgressCallback(m_progress);
+        }
+        if (m_updatePhase) {
+            m_pNativeQRVDevice->SetUpdatePhaseCallback(m_updatePhase);
+        }
+        m_pNativeListener = std::make_unique<NativeQRVListenerImp>(*this);
+        m_pNativeQRVDevice->SetPrinterName(printerName);
+        m_pNativeQRVDevice->RegisterListener(m_pNativeListener.get());
+    } catch (const QRVException& e) {
+        Release();
+        std::wstring line = std::wstring(kCreateEntry) + L": Printer Communication Error '" + printerName +
+                            L"': " + e.Message();
+        Log::LogWarning(line);
+        throw host::PrinterCommunicationException(line);
+    } catch (const vela::common::Exception& e) {
+        Release();
+        std::wstring line =
+            std::wstring(kCreateEntry) + L": Unknown Error '" + printerName + L"': " + e.Message();
+        Log::LogWarning(line);
+        throw host::PrinterException(line);
+    } catch (...) {
+        Release();
+        throw;
+    }
+}
+
+void ManagedQRVDeviceGateway::Close() {
+    ThrowIfCalledFromSubscriber(L"QRVDeviceGateway::Close()");
+    Release();
+}
+
+void ManagedQRVDeviceGateway::Release() noexcept {
+    // No event may reach this gateway while the facade goes away.
+    if (m_pNativeListener) {
+        m_pNativeListener->Disarm();
+    }
+    if (m_pNativeQRVDevice) {
+        try {
+            if (m_pNativeListener) {
+                m_pNativeQRVDevice->DeregisterListener(m_pNativeListener.get());
+            }
+        } catch (const vela::common::Exception& e) {
+            Log::LogWarning(L"QRVDeviceGateway::Close(): %s", e.Message());
+        } catch (const std::exception& e) {
+            Log::LogWarning(L"QRVDeviceGateway::Close(): %s", e.what());
+        } catch (...) {
+            Log::LogWarning(L"QRVDeviceGateway::Close(): failed to stop listening");
+        }
+        m_pNativeQRVDevice.reset(); // the facade's destructor never throws
+    }
+    m_pNativeListener.reset();
+}
+
+void ManagedQRVDeviceGateway::SetProgressCallback(ProgressCallback callback) {
+    m_progress = std::move(callback);
+    if (m_pNativeQRVDevice) {
+        m_pNativeQRVDevice->SetProgressCallback(m_progress);
+    }
+}
+
+void ManagedQRVDeviceGateway::SetUpdatePhaseCallback(UpdatePhaseCallback callback) {
+    m_updatePhase = std::move(callback);
+    if (m_pNativeQRVDevice) {
+        m_pNativeQRVDevice->SetUpdatePhaseCallback(m_updatePhase);
+    }
+}
+
+// --- operations, in declaration order -------------------------------------------------------
+
+ManagedQRVDeviceGateway::VersionList ManagedQRVDeviceGateway::GetVersions() {
+    const wchar_t* entry = L"QRVDeviceGateway::GetVersions()";
+    Log::LogInfo(entry);
+    return Handler::RunShort(entry, [&] {
+        PrinterVersion v = Facade(entry).GetPrinterVersion();
+        return VersionList{{L"OS", v.GetOSVersion()},           {L"Firmware", v.GetFWVersion()},
+                           {L"Application", v.GetAppVersion()}, {L"Overall", v.GetOverallVersion()},
+                           {L"Auxiliary", v.Text(4)},           {L"DeviceID", v.Text(5)},
+                           {L"RootFS", v.GetRootFSVersion()}};
+    });
+}
+
+int32_t ManagedQRVDeviceGateway::ApplyUpdate(const std::wstring& fileName) {
+    const wchar_t* entry = L"QRVDeviceGateway::ApplyUpdate()";
+    Log::LogInfo(entry);
+    return Handler::RunShort(entry, [&] {
+        NativeQRVDevice& facade = Facade(entry);
+        return facade.ApplyUpdate(PathArgument(fileName, entry));
+    });
+}
+
+void ManagedQRVDeviceGateway::Reboot() {
+    const wchar_t* entry = L"QRVDeviceGateway::Reboot()";
+    Log::LogInfo(entry);
+    Handler::RunShort(entry, [&] { Facade(entry).Reboot(); });
+}
+
+std::wstring ManagedQRVDeviceGateway::GetDeviceID() {
+    const wchar_t* entry = L"QRVDeviceGateway::GetDeviceID()";
+    Log::LogInfo(entry);
+    return Handler::RunShort(entry, [&] { return Facade(entry).GetDeviceID(); });
+}
+
+std::wstring ManagedQRVDeviceGateway::GetPrinterType() {
+    const wchar_t* entry = L"QRVDeviceGateway::GetPrinterType()";
+    Log::LogInfo(entry);
+    return Handler::RunShort(entry, [&] { return Facade(entry).GetPrinterType(); });
+}
+
+std::wstring ManagedQRVDeviceGateway::GetUpdateLibraryPath() {
+    const wchar_t* entry = L"QRVDeviceGateway::GetUpdatePath()";
+    Log::LogInfo(entry);
+    return Handler::RunShort(entry, [&] { return Facade(entry).GetUpdateLibraryPath(); });
+}
+
+std::wstring ManagedQRVDeviceGateway::GetImageLibraryPath() {
+    const wchar_t* entry = L"QRVDeviceGateway::GetImageLibraryPath()";
+    Log::LogInfo(entry);
+    return Handler::RunShort(entry, [&] { return Facade(entry).GetImageLibraryPath(); });
+}
+
+std::wstring ManagedQRVDeviceGateway::GetJobFileLibraryPath() {
+    const wchar_t* entry = L"QRVDeviceGateway::GetJobfileLibraryPath()";
+    Log::LogInfo(entry);
+    return Handler::RunShort(entry, [&] { return Facade(entry).GetJobFileLibraryPath(); });
+}
+
+std::wstring ManagedQRVDeviceGateway::GetTemplateLibraryPath() {
+    const wchar_t* entry = L"QRVDeviceGateway::GetTemaplateLibraryPath()";
+    Log::LogInfo(entry);
+    return Handler::RunShort(entry, [&] { return Facade(entry).GetTemplateLibraryPath(); });
+}
+
+void ManagedQRVDeviceGateway::FeedForward() {
+    const wchar_t* entry = L"QRVDeviceGateway::FeedForward()";
+    Log::LogInfo(entry);
+    Handler::RunShort(entry, [&] { Facade(entry).FeedForward(); });
+}
+
+void ManagedQRVDeviceGateway::CutLabel() {
+    const wchar_t* entry = L"QRVDeviceGateway::CutLabel()";
+    Log::LogInfo(entry);
+    Handler::RunShort(entry, [&] { Facade(entry).CutLabel(); });
+}
+
+void ManagedQRVDeviceGateway::SetCutterMode(host::TapeCutMode) {}
+
+int32_t ManagedQRVDeviceGateway::GetFile(const std::wstring& printerPath, const std::wstring& fileName) {
+    const wchar_t* entry = L"QRVDeviceGateway::GetFile()";
+    Log::LogInfo(entry);
+    return Handler::RunFile(entry, FileSubject::Path(printerPath), [&] {
+        NativeQRVDevice& facade = Facade(entry);
+        return facade.GetFile(PathArgument(printerPath, entry), PathArgument(fileName, entry));
+    });
+}
+
+int32_t ManagedQRVDeviceGateway::PutFile(const std::wstring& printerPath, const std::wstring& fileName) {
+    const wchar_t* entry = L"QRVDeviceGateway::PutFile()";
+    Log::LogInfo(entry);
+    return Handler::RunFile(entry, FileSubject::Path(printerPath), [&] {
+        NativeQRVDevice& facade = Facade(entry);
+        return facade.PutFile(PathArgument(printerPath, entry), PathArgument(fileName, entry));
+    });
+}
+
+int32_t ManagedQRVDeviceGateway::RenameFile(const std::wstring& oldFileName,
+                                            const std::wstring& newFileName) {
+    const wchar_t* entry = L"QRVDeviceGateway::RenameFile()";
+    Log::LogInfo(entry);
+    return Handler::RunFile(entry, FileSubject::Rename(oldFileName, newFileName), [&] {
+        NativeQRVDevice& facade = Facade(entry);
+        return facade.Rename(PathArgument(oldFileName, entry), PathArgument(newFileName, entry));
+    });
+}
+
+int32_t ManagedQRVDeviceGateway::DeleteFile(const std::wstring& printerPath) {
+    const wchar_t* entry = L"QRVDeviceGateway::DeleteFile()";
+    Log::LogInfo(entry);
+    return Handler::RunFile(entry, FileSubject::Path(printerPath), [&] {
+        NativeQRVDevice& facade = Facade(entry);
+        return facade.Delete(PathArgument(printerPath, entry));
+    });
+}
+
+std::vector<host::FileComponent> ManagedQRVDeviceGateway::GetFiles(const std::wstring& printerPath) {
+    const wchar_t* entry = L"QRVDeviceGateway::GetFiles()";
+    Log::LogInfo(entry);
+    return Handler::RunDirectory(entry, &printerPath, [&] {
+        NativeQRVDevice& facade = Facade(entry);
+        PathArgument(printerPath, entry);
+        std::vector<std::unique_ptr<PathInfo>> content = facade.GetFolderContent(printerPath);
+        std::vector<host::FileComponent> files;
+        files.reserve(content.size());
+        for (const auto& info : content) {
+            host::FileType type = info->IsFile() ? host::FileType::file : host::FileType::directory;
+            files.push_back(host::FileComponent(info->Name(), type, info->Size()));
+        }
+        return files;
+    });
+}
+
+std::vector<std::wstring> ManagedQRVDeviceGateway::GetLogFiles() {
+    const wchar_t* entry = L"QRVDeviceGateway::GetLogFiles()";
+    Log::LogInfo(entry);
+    return Handler::RunDirectory(entry, nullptr, [&] { return Facade(entry).GetLogFileNameList(); });
+}
+
+void ManagedQRVDeviceGateway::GetDiskSpaceKB(uint64_t& freeDiskSpace, uint64_t& usedDiskSpace) {
+    const wchar_t* entry = L"QRVDeviceGateway::GetDiskSpaceKB()";
+    Log::LogInfo(entry);
+    Handler::RunShort(entry, [&] {
+        uint64_t first = 0;
+        uint64_t second = 0;
+        Facade(entry).GetDiskSpace(first, second);
+        freeDiskSpace = first >> 10;
+        usedDiskSpace = second >> 10;
+    });
+}
+
+std::vector<host::PrinterStatusItem> ManagedQRVDeviceGateway::GetPrinterStatus() {
+    const wchar_t* entry = L"QRVDeviceGateway::GetPrinterStatus()";
+    Log::LogInfo(entry);
+    return Handler::RunShort(entry,
+                             [&] { return StatusConversion::AllItems(Facade(entry).GetPrinterStatus()); });
+}
+
+std::vector<host::PrinterStatusItem> ManagedQRVDeviceGateway::GetFilteredPrinterErrorStatus() {
+    const wchar_t* entry = L"QRVDeviceGateway::GetPrinterFilteredErrorStatus()";
+    Log::LogInfo(entry);
+    return Handler::RunShort(entry,
+                             [&] { return StatusConversion::ErrorItems(Facade(entry).GetPrinterStatus()); });
+}
+
+uint32_t ManagedQRVDeviceGateway::GetBatteryChargedPercentage() {
+    const wchar_t* entry = L"QRVDeviceGateway::GetBatteryChargedPercentage()";
+    Log::LogInfo(entry);
+    return Handler::RunShort(
+        entry, [&] { return StatusConversion::BatteryChargedPercentage(Facade(entry).GetBatteryStatus()); });
+}
+
+host::EBatteryStatus ManagedQRVDeviceGateway::GetBatteryStatus() {
+    const wchar_t* entry = L"QRVDeviceGateway::GetBatteryStatus()";
+    Log::LogInfo(entry);
+    return Handler::RunShort(entry, [&] {
+        return StatusConversion::GetBatteryStatus(Facade(entry).GetBatteryStatus())
+            .As<host::EBatteryStatus>();
+    });
+}
+
+host::EChargingStatus ManagedQRVDeviceGateway::GetChargingStatus() {
+    const wchar_t* entry = L"QRVDeviceGateway::GetChargingStatus()";
+    Log::LogInfo(entry);
+    return Handler::RunShort(entry, [&] {
+        return StatusConversion::GetChargingStatus(Facade(entry).GetChargingStatus())
+            .As<host::EChargingStatus>();
+    });
+}
+
+host::EExternalPowerSupplyStatus ManagedQRVDeviceGateway::GetExternalPowerStatus() {
+    const wchar_t* entry = L"QRVDeviceGateway::GetExternalPowerStatus()";
+    Log::LogInfo(entry);
+    return Handler::RunShort(entry, [&] {
+        return StatusConversion::GetExternalPowerStatus(Facade(entry).GetExternalPowerStatus())
+            .As<host::EExternalPowerSupplyStatus>();
+    });
+}
+
+std::wstring ManagedQRVDeviceGateway::GetCassetteIdentifier() {
+    const wchar_t* entry = L"QRVDeviceGateway::GetCassetteIdentifier()";
+    Log::LogInfo(entry);
+    return Handler::RunShort(entry, [&] { return Facade(entry).GetCassetteIdentifier(); });
+}
+
+void ManagedQRVDeviceGateway::ResumePrinting() {
+    const wchar_t* entry = L"QRVDeviceGateway::ResumePrinting()";
+    Log::LogInfo(entry);
+    Handler::RunShort(entry, [&] { Facade(entry).ResumePrinting(); });
+}
+
+void ManagedQRVDeviceGateway::ClearErrors() {
+    const wchar_t* entry = L"QRVDeviceGateway::ClearErrors()";
+    Log::LogInfo(entry);
+    Handler::RunShort(entry, [&] { Facade(entry).ClearError(); });
+}
+
+void ManagedQRVDeviceGateway::ClearCutterJamError() {
+    const wchar_t* entry = L"QRVDeviceGateway::ClearCutterJamError()";
+    Log::LogInfo(entry);
+    Handler::RunShort(entry, [&] { Facade(entry).ClearCutterJamError(); });
+}
+
+// --- events -----------------------------------------------------------------------------------
+
+void ManagedQRVDeviceGateway::OnNativePrinterStatusChangedEvent(const PrinterStatus& status) {
+    ThrowPrinterStatusChangedEvent(PrinterStatusEventArgs(StatusConversion::ChangedItems(status)));
+}
+
+void ManagedQRVDeviceGateway::OnNativePrinterInterruptEvent(uint32_t code, uint32_t value) {
+    ThrowPrintInterruptEvent(
+        PrintInterruptEventArgs(code, StatusConversion::GetPrintInterruptIssue(code), value));
+}
+
+void ManagedQRVDeviceGateway::ThrowPrinterStatusChangedEvent(const PrinterStatusEventArgs& args) {
+    m_onPrinterStatusChanged.Raise(args);
+}
+
+void ManagedQRVDeviceGateway::ThrowPrintInterruptEvent(const PrintInterruptEventArgs& args) {
+    m_onPrintInterrupt.Raise(args);
+}
+
+} // namespace vela::kom

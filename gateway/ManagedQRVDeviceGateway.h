@@ -1,0 +1,156 @@
+#pragma once
+
+#include "gateway/Delegates.h"
+#include "gateway/HostException.h"
+#include "gateway/IKelvoCommunication.h"
+#include "gateway/NativeQRVListenerImp.h"
+#include "kom/connection/NativeQRVDevice.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace vela::kom {
+
+// The library's public class: one printer, opened by its print-queue name.
+//
+// Every operation forwards to the one NativeQRVDevice the gateway owns and turns a native failure
+// into one warning line in the log and one host exception whose message is that line
+// (GatewayErrorHandler.h has the table). Without an open printer (before Open, after Close)
+// every operation throws PrinterNotFoundException with
+// "QRVDeviceGateway::<Operation>(): Printer Not Found: Printer not found".
+//
+// Blocking: each operation blocks for its printer transaction(s) — up to 10 s for the printer's
+// access lock, 3 s per USB transfer, and the fixed pauses of the native layer: query retries
+// (up to 10 attempts 500 ms apart) for the status, cassette, version and device-id queries,
+// 5 s after print orders (FeedForward, CutLabel, ResumePrinting, ClearErrors,
+// ClearCutterJamError), 1 s before a listing, at least 24 s for ApplyUpdate, and up to about 4 s
+// in Open when the printer's channel fails. Close may wait up to 9 s for the monitor thread.
+//
+// Threads: operations may be called from any thread, also from event subscribers; the printer's
+// access lock makes concurrent operations run one after another. Open, Close and destruction
+// must not overlap other calls on the same gateway, and must not be made from inside an event
+// subscriber of this gateway (Open and Close then throw PrinterException).
+// Events: OnPrinterStatusChanged and OnPrintInterrupt are raised on the library's status monitor
+// thread; a subscriber must return quickly (the next printer report waits for it). The other five
+// events are offered for the host's own use; the library does not raise them.
+class ManagedQRVDeviceGateway : public vela::printer::communication::IKelvoCommunication {
+public:
+    using StringPassDelegate = vela::printer::communication::StringPassDelegate;
+    using UnsignedIntPassDelegate = vela::printer::communication::UnsignedIntPassDelegate;
+    using PrinterStatusItem = vela::printer::communication::PrinterStatusItem;
+    using PrinterStatusEventArgs = vela::printer::communication::PrinterStatusEventArgs;
+    using PrintInterruptEventArgs = vela::printer::communication::PrintInterruptEventArgs;
+    using ProgressCallback = NativeQRVDevice::ProgressCallback;
+    using UpdatePhaseCallback = NativeQRVDevice::UpdatePhaseCallback;
+
+    // The wait for the monitor thread on Close, on top of the facade's own 5000 ms.
+    static constexpr uint32_t kStopWaitExtraMs = 4000;
+
+    ManagedQRVDeviceGateway() = default;
+    ~ManagedQRVDeviceGateway() override; // releases like Close; never throws
+    ManagedQRVDeviceGateway(const ManagedQRVDeviceGateway&) = delete;
+    ManagedQRVDeviceGateway& operator=(const ManagedQRVDeviceGateway&) = delete;
+
+    // Closes what is open, finds the printer by its exact queue name and starts listening to its
+    // status reports. Throws PrinterCommunicationException when the printer is not connected or
+    // answers wrongly ("QRVDeviceGateway::CreateQRVDevice(): Printer Communication Error '<name>':
+    // <reason>"), PrinterException for other failures ("... Unknown Error '<name>': <reason>");
+    // the gateway is closed after a failure.
+    void Open(const std::wstring& printerName) override;
+    // Stops listening and releases the printer. Repeatable; never fails except when called from
+    // inside an event subscriber of this gateway (PrinterException).
+    void Close() override;
+    bool IsOpen() const { return m_pNativeQRVDevice != nullptr; }
+
+    // Version texts: "OS", "Firmware", "Application", "Overall", "Auxiliary", "DeviceID", "RootFS".
+    VersionList GetVersions() override;
+    // Installs the update package at host path `fileName` (0; -1 for a path the update cannot use).
+    int32_t ApplyUpdate(const std::wstring& fileName) override;
+    void Reboot() override;
+    std::wstring GetDeviceID() override;
+    std::wstring GetPrinterType() override;
+    std::wstring GetUpdateLibraryPath() override;
+    std::wstring GetImageLibraryPath() override;
+    std::wstring GetJobFileLibraryPath() override;
+    std::wstring GetTemplateLibraryPath() override;
+    void FeedForward() override;
+    void CutLabel() override;
+    // The printer decides how it cuts; the setting is accepted and ignored. Never blocks or throws.
+    void SetCutterMode(vela::printer::communication::TapeCutMode mode) override;
+
+    // File operations: `printerPath` is the file on the printer ("/..."), `fileName` the host file.
+    // Their failure lines quote the printer path (RenameFile: both names). A path holding a zero
+    // character is rejected as an invalid name before anything is sent.
+    int32_t GetFile(const std::wstring& printerPath, const std::wstring& fileName) override;
+    int32_t PutFile(const std::wstring& printerPath, const std::wstring& fileName) override;
+    int32_t RenameFile(const std::wstring& oldFileName, const std::wstring& newFileName) override;
+    int32_t DeleteFile(const std::wstring& printerPath) override;
+    std::vector<vela::printer::communication::FileComponent>
+    GetFiles(const std::wstring& printerPath) override;
+    // Full printer paths of the printer's system log files.
+    std::vector<std::wstring> GetLogFiles() override;
+    // The printer's two disk counts in whole KiB (bytes shifted right by 10); unchanged on failure.
+    void GetDiskSpaceKB(uint64_t& freeDiskSpace, uint64_t& usedDiskSpace) override;
+
+    // All eleven status items, kinds 0..10 in order.
+    std::vector<PrinterStatusItem> GetPrinterStatus() override;
+    // Only the items a user has to act on (see StatusConversion::ErrorItems for the list).
+    std::vector<PrinterStatusItem> GetFilteredPrinterErrorStatus() override;
+    // 0, 20, 40, 60, 80 or 100 for the battery's levels; 0 when the battery reports an error or
+    // its state is unknown.
+    uint32_t GetBatteryChargedPercentage() override;
+    vela::printer::communication::EBatteryStatus GetBatteryStatus() override;
+    vela::printer::communication::EChargingStatus GetChargingStatus() override;
+    vela::printer::communication::EExternalPowerSupplyStatus GetExternalPowerStatus() override;
+    // The inserted cassette's SKU; empty when there is no cassette.
+    std::wstring GetCassetteIdentifier() override;
+    void ResumePrinting() override;
+    void ClearErrors() override;
+    void ClearCutterJamError() override;
+
+    StringEvent& OnUSBPrinterDisconnect() override { return m_onUSBPrinterDisconnect; }
+    StringEvent& OnCassetteIdentifierChanged() override { return m_onCassetteIdentifierChanged; }
+    StringEvent& OnPrinterException() override { return m_onPrinterException; }
+    UnsignedIntEvent& OnBatteryStatusChanged() override { return m_onBatteryStatusChanged; }
+    UnsignedIntEvent& OnBatteryChargedPercentageChanged() override {
+        return m_onBatteryChargedPercentageChanged;
+    }
+    PrinterStatusChangedEvent& OnPrinterStatusChanged() override { return m_onPrinterStatusChanged; }
+    PrintInterruptEvent& OnPrintInterrupt() override { return m_onPrintInterrupt; }
+
+    // Called by the native listener on the monitor thread. A change record holds each changed
+    // field's new value and the "unchanged" marker elsewhere; the event carries one item per
+    // changed field, in field order. Subscriber failures propagate to the caller.
+    void OnNativePrinterStatusChangedEvent(const PrinterStatus& status);
+    void OnNativePrinterInterruptEvent(uint32_t code, uint32_t value);
+    // Raise the two events from prepared arguments, on the calling thread.
+    void ThrowPrinterStatusChangedEvent(const PrinterStatusEventArgs& args);
+    void ThrowPrintInterruptEvent(const PrintInterruptEventArgs& args);
+
+    // Progress of file transfers (also the copy step of an update) and the update's phases,
+    // called on the thread that runs the operation. Kept across Open/Close. Set them while no
+    // operation runs.
+    void SetProgressCallback(ProgressCallback callback);
+    void SetUpdatePhaseCallback(UpdatePhaseCallback callback);
+
+private:
+    NativeQRVDevice& Facade(const wchar_t* entry) const;
+    void ThrowIfCalledFromSubscriber(const wchar_t* entry) const;
+    void Release() noexcept;
+
+    StringEvent m_onUSBPrinterDisconnect;
+    StringEvent m_onCassetteIdentifierChanged;
+    StringEvent m_onPrinterException;
+    UnsignedIntEvent m_onBatteryStatusChanged;
+    UnsignedIntEvent m_onBatteryChargedPercentageChanged;
+    PrinterStatusChangedEvent m_onPrinterStatusChanged;
+    PrintInterruptEvent m_onPrintInterrupt;
+    std::unique_ptr<NativeQRVDevice> m_pNativeQRVDevice;
+    std::unique_ptr<NativeQRVListenerImp> m_pNativeListener;
+    ProgressCallback m_progress;
+    UpdatePhaseCallback m_updatePhase;
+};
+
+} // namespace vela::kom
