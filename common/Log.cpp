@@ -20,7 +20,7 @@ FormatArg::FormatArg(const void* p)
 
 namespace {
 
-struct Spec {
+struct Directive {
     bool left = false, zero = false, plus = false, space = false, alternate = false;
     int width = -1, precision = -1;
 };
@@ -35,14 +35,14 @@ std::wstring Digits(uint64_t value, unsigned base, bool upper) {
     return out;
 }
 
-std::wstring Pad(std::wstring body, const Spec& spec, const std::wstring& prefix, bool numeric) {
+std::wstring Pad(std::wstring body, const Directive& directive, const std::wstring& prefix, bool numeric) {
     int len = static_cast<int>(body.size() + prefix.size());
-    if (spec.width > len) {
-        size_t fill = static_cast<size_t>(spec.width - len);
-        if (spec.left) {
+    if (directive.width > len) {
+        size_t fill = static_cast<size_t>(directive.width - len);
+        if (directive.left) {
             return prefix + body + std::wstring(fill, L' ');
         }
-        if (spec.zero && numeric && spec.precision < 0) {
+        if (directive.zero && numeric && directive.precision < 0) {
             return prefix + std::wstring(fill, L'0') + body;
         }
         return std::wstring(fill, L' ') + prefix + body;
@@ -50,7 +50,7 @@ std::wstring Pad(std::wstring body, const Spec& spec, const std::wstring& prefix
     return prefix + body;
 }
 
-std::wstring Convert(wchar_t conv, const Spec& spec, const FormatArg& arg) {
+std::wstring Convert(wchar_t conv, const Directive& directive, const FormatArg& arg) {
     switch (conv) {
     case L's': {
         std::wstring text;
@@ -61,30 +61,30 @@ std::wstring Convert(wchar_t conv, const Spec& spec, const FormatArg& arg) {
         } else {
             text = std::to_wstring(arg.Unsigned());
         }
-        if (spec.precision >= 0 && static_cast<size_t>(spec.precision) < text.size()) {
-            text.resize(static_cast<size_t>(spec.precision));
+        if (directive.precision >= 0 && static_cast<size_t>(directive.precision) < text.size()) {
+            text.resize(static_cast<size_t>(directive.precision));
         }
-        return Pad(text, spec, L"", false);
+        return Pad(text, directive, L"", false);
     }
     case L'c':
         if (arg.GetKind() == FormatArg::Kind::text) {
-            return Pad(arg.Text().substr(0, 1), spec, L"", false);
+            return Pad(arg.Text().substr(0, 1), directive, L"", false);
         }
-        return Pad(std::wstring(1, static_cast<wchar_t>(arg.Unsigned())), spec, L"", false);
+        return Pad(std::wstring(1, static_cast<wchar_t>(arg.Unsigned())), directive, L"", false);
     case L'd':
     case L'i': {
         if (arg.GetKind() == FormatArg::Kind::text) {
-            return Pad(arg.Text(), spec, L"", false);
+            return Pad(arg.Text(), directive, L"", false);
         }
         int64_t v = arg.Signed();
         bool negative = arg.GetKind() == FormatArg::Kind::integer && v < 0;
         uint64_t magnitude = negative ? 0 - static_cast<uint64_t>(v) : arg.Unsigned();
         std::wstring body = Digits(magnitude, 10, false);
-        if (spec.precision >= 0 && static_cast<int>(body.size()) < spec.precision) {
-            body.insert(0, static_cast<size_t>(spec.precision) - body.size(), L'0');
+        if (directive.precision >= 0 && static_cast<int>(body.size()) < directive.precision) {
+            body.insert(0, static_cast<size_t>(directive.precision) - body.size(), L'0');
         }
-        std::wstring sign = negative ? L"-" : spec.plus ? L"+" : spec.space ? L" " : L"";
-        return Pad(body, spec, sign, true);
+        std::wstring sign = negative ? L"-" : directive.plus ? L"+" : directive.space ? L" " : L"";
+        return Pad(body, directive, sign, true);
     }
     case L'u':
     case L'x':
@@ -92,7 +92,7 @@ std::wstring Convert(wchar_t conv, const Spec& spec, const FormatArg& arg) {
     case L'o':
     case L'p': {
         if (arg.GetKind() == FormatArg::Kind::text) {
-            return Pad(arg.Text(), spec, L"", false);
+            return Pad(arg.Text(), directive, L"", false);
         }
         // Negative values print as their 32-bit two's complement, as printf does for "%x" of an int.
         uint64_t v = arg.Unsigned();
@@ -101,14 +101,14 @@ std::wstring Convert(wchar_t conv, const Spec& spec, const FormatArg& arg) {
         }
         unsigned base = conv == L'u' ? 10 : conv == L'o' ? 8 : 16;
         std::wstring body = Digits(v, base, conv == L'X');
-        if (spec.precision >= 0 && static_cast<int>(body.size()) < spec.precision) {
-            body.insert(0, static_cast<size_t>(spec.precision) - body.size(), L'0');
+        if (directive.precision >= 0 && static_cast<int>(body.size()) < directive.precision) {
+            body.insert(0, static_cast<size_t>(directive.precision) - body.size(), L'0');
         }
         std::wstring prefix;
-        if ((spec.alternate && base == 16 && v != 0) || conv == L'p') {
+        if ((directive.alternate && base == 16 && v != 0) || conv == L'p') {
             prefix = conv == L'X' ? L"0X" : L"0x";
         }
-        return Pad(body, spec, prefix, true);
+        return Pad(body, directive, prefix, true);
     }
     default:
         return std::wstring();
@@ -136,19 +136,19 @@ std::wstring FormatText(const std::wstring& format, const std::vector<FormatArg>
             out.push_back(L'%');
             continue;
         }
-        Spec spec;
+        Directive directive;
         for (; i < format.size(); ++i) {
             wchar_t f = format[i];
             if (f == L'-') {
-                spec.left = true;
+                directive.left = true;
             } else if (f == L'0') {
-                spec.zero = true;
+                directive.zero = true;
             } else if (f == L'+') {
-                spec.plus = true;
+                directive.plus = true;
             } else if (f == L' ') {
-                spec.space = true;
+                directive.space = true;
             } else if (f == L'#') {
-                spec.alternate = true;
+                directive.alternate = true;
             } else {
                 break;
             }
@@ -169,12 +169,12 @@ std::wstring FormatText(const std::wstring& format, const std::vector<FormatArg>
             }
             target = value;
         };
-        number(spec.width);
+        number(directive.width);
         if (i < format.size() && format[i] == L'.') {
             ++i;
-            number(spec.precision);
-            if (spec.precision < 0) {
-                spec.precision = 0;
+            number(directive.precision);
+            if (directive.precision < 0) {
+                directive.precision = 0;
             }
         }
         while (i < format.size() && std::wcschr(L"hlLqjzt", format[i]) != nullptr && format[i] != 0) {
@@ -191,7 +191,7 @@ std::wstring FormatText(const std::wstring& format, const std::vector<FormatArg>
             continue;
         }
         if (next < args.size()) {
-            out += Convert(conv, spec, args[next++]);
+            out += Convert(conv, directive, args[next++]);
         }
     }
     return out;

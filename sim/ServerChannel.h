@@ -34,8 +34,8 @@ public:
 
     // Reads what the host wrote: waits up to timeoutMs (-1: no limit) for at least one byte.
     // Returns the byte count, 0 on time-out, -1 when the channel is closed for good.
-    // Linux: while disconnected, Read waits for Reconnect() (0 on time-out) instead of failing,
-    // so a serving loop runs on across a re-plug; -1 means the channel failed or is being destroyed.
+    // While disconnected, Read waits for Reconnect() (0 on time-out) instead of failing, so a
+    // serving loop runs on across a re-plug; -1 means the channel failed or is being destroyed.
     virtual long Read(uint8_t* buffer, size_t capacity, int timeoutMs) = 0;
     // Sends bytes to the host (a reply, or one HID report). False when nobody can receive them
     // (Windows: no host connected; any platform: disconnected).

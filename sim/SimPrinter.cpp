@@ -521,6 +521,7 @@ void SimPrinter::DeviceControl(uint8_t code, Exchange& exchange) {
         m_pending.reset();
         exchange.result.disconnect = true;
         exchange.result.reconnectAfter = m_options.rebootDelay;
+        exchange.result.disconnectAfter = m_options.rebootGrace;
         m_assembler.Reset();
         if (exchange.tracing) {
             exchange.trace.push_back("sim: rebooting; back in " +

@@ -44,9 +44,12 @@ using HidReport = std::array<uint8_t, 8>;
 
 // What the printer does after reading some bytes.
 struct FeedResult {
-    std::vector<uint8_t> output;                 // bytes to send to the host, in this order
-    bool disconnect = false;                     // after sending them, drop the channel...
+    std::vector<uint8_t> output; // bytes to send to the host, in this order
+    bool disconnect = false;     // after sending them, drop the channel (after disconnectAfter)...
     std::chrono::milliseconds reconnectAfter{0}; // ...and plug it in again after this long
+    // A reboot lets the host's transfer of the order finish before the printer leaves the bus;
+    // an injected disconnect cuts at once (0).
+    std::chrono::milliseconds disconnectAfter{0};
 };
 
 // The printer's side of the wire protocol, without any channel: bytes in, bytes out. The serving
@@ -74,6 +77,8 @@ public:
         uint64_t diskCapacity = uint64_t{64} << 20; // bytes
         // How long the printer stays off the channel after a reboot order.
         std::chrono::milliseconds rebootDelay{2000};
+        // How long it takes the reboot order before it leaves the channel.
+        std::chrono::milliseconds rebootGrace{100};
         // A message left half-received for this long is reported as truncated (see Tick).
         std::chrono::milliseconds partialMessageTimeout{2000};
         // Headers declaring more than this are taken for garbage.

@@ -164,7 +164,7 @@ void Simulator::ServePrinter() {
                       " reply bytes lost: no host on the channel");
             }
             if (result.disconnect) {
-                GoOffline(result.reconnectAfter);
+                GoOffline(result.disconnectAfter, result.reconnectAfter);
             }
         }
     } catch (const std::exception& e) {
@@ -172,7 +172,11 @@ void Simulator::ServePrinter() {
     }
 }
 
-void Simulator::GoOffline(std::chrono::milliseconds reconnectAfter) {
+void Simulator::GoOffline(std::chrono::milliseconds disconnectAfter,
+                          std::chrono::milliseconds reconnectAfter) {
+    if (disconnectAfter.count() > 0 && !WaitUnlessStopping(disconnectAfter)) {
+        return;
+    }
     m_connected = false;
     m_printerChannel->Disconnect();
     if (m_hidChannel) {

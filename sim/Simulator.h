@@ -88,7 +88,7 @@ private:
     void Start();
     void ServePrinter();
     void ServeHid();
-    void GoOffline(std::chrono::milliseconds reconnectAfter);
+    void GoOffline(std::chrono::milliseconds disconnectAfter, std::chrono::milliseconds reconnectAfter);
     void Trace(const std::string& line) const;
     // Sleeps up to `duration`; false when Stop() cut it short.
     bool WaitUnlessStopping(std::chrono::milliseconds duration);

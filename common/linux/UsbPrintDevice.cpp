@@ -106,7 +106,7 @@ UsbPrintDevice::UsbPrintDevice(const std::wstring& devicePath) : UsbPrintDeviceB
     }
     if (fd < 0) {
         const uint32_t code = LastSystemError();
-        Log::LogError(L"UsbPrintDevice::UsbPrintDevice(%s) failed: %s", devicePath, SystemErrorText(code));
+        Log::LogError(L"UsbPrintDevice::UsbPrintDevice(%s) failed: %s", devicePath, Win32Error::Format(code));
         LogAndThrow(UsbPrintDeviceConnectionException(L"Unable to open UsbPrint device for writing",
                                                       L"UsbPrintDevice()"));
     }
@@ -120,7 +120,7 @@ UsbPrintDevice::~UsbPrintDevice() {
         if (!CloseNativeHandle(m_writeHandle)) {
             Log::LogWarning(L"UsbPrintDevice::~UsbPrintDevice() failed for device path '%s': unable to close "
                             L"write handle: %s",
-                            GetDevicePath(), SystemErrorText(LastSystemError()));
+                            GetDevicePath(), Win32Error::Format(LastSystemError()));
         }
         m_writeHandle = InvalidNativeHandle();
     }
@@ -128,7 +128,7 @@ UsbPrintDevice::~UsbPrintDevice() {
         if (!CloseNativeHandle(m_readHandle)) {
             Log::LogWarning(L"UsbPrintDevice::~UsbPrintDevice() failed for device path '%s': unable to close "
                             L"read handle: %s",
-                            GetDevicePath(), SystemErrorText(LastSystemError()));
+                            GetDevicePath(), Win32Error::Format(LastSystemError()));
         }
         m_readHandle = InvalidNativeHandle();
     }
@@ -140,12 +140,12 @@ uint32_t UsbPrintDevice::WriteChunk(const uint8_t* data, uint32_t length) {
 
     auto fail = [&](bool started, int error) {
         if (!started) {
-            Log::LogError(L"UsbPrintDevice::WriteBytes(%s) failed: %s", path, SystemErrorText(error));
+            Log::LogError(L"UsbPrintDevice::WriteBytes(%s) failed: %s", path, Win32Error::Format(error));
             LogAndThrow(UsbPrintDeviceWriteException(L"Unable to write data to UsbPrint device",
                                                      L"UsbPrintDevice::WriteBytes"));
         }
         Log::LogError(L"UsbPrintDevice::WriteBytes(%s): GetOverlappedResult failed %s", path,
-                      SystemErrorText(error));
+                      Win32Error::Format(error));
         LogAndThrow(UsbPrintDeviceWriteException(
             L"Unable to write data to UsbPrint device, GetOverlappedResult failed",
             L"UsbPrintDevice::WriteBytes()"));
@@ -162,7 +162,7 @@ uint32_t UsbPrintDevice::WriteChunk(const uint8_t* data, uint32_t length) {
         }
         if (outcome.readiness == Readiness::failed) {
             Log::LogError(L"UsbPrintDevice::WriteBytes(%s): WaitForSingleObject failed: %s", path,
-                          SystemErrorText(static_cast<uint32_t>(outcome.error)));
+                          Win32Error::Format(static_cast<uint32_t>(outcome.error)));
             LogAndThrow(UsbPrintDeviceWriteException(L"Unable to write data to UsbPrint device",
                                                      L"UsbPrintDevice::WriteBytes()"));
         }
@@ -214,12 +214,12 @@ uint32_t UsbPrintDevice::ReadBytes(uint8_t* buffer, uint32_t capacity) {
 
     auto fail = [&](bool started, int error) {
         if (!started) {
-            Log::LogError(L"UsbPrintDevice::Read(%s) failed: %s", path, SystemErrorText(error));
+            Log::LogError(L"UsbPrintDevice::Read(%s) failed: %s", path, Win32Error::Format(error));
             LogAndThrow(UsbPrintDeviceReadException(L"Unable to read data from UsbPrint device",
                                                     L"UsbPrintDevice::ReadBytes()"));
         }
         Log::LogError(L"UsbPrintDevice::ReadBytes(%s): GetOverlappedResult failed %s", path,
-                      SystemErrorText(error));
+                      Win32Error::Format(error));
         LogAndThrow(UsbPrintDeviceReadException(
             L"Unable to read data from UsbPrint device, GetOverlappedResult failed",
             L"UsbPrintDevice::ReadBytes()"));
@@ -250,7 +250,7 @@ uint32_t UsbPrintDevice::ReadBytes(uint8_t* buffer, uint32_t capacity) {
         }
         if (outcome.readiness == Readiness::failed) {
             Log::LogError(L"UsbPrintDevice::Read(%s): WaitForSingleObject failed: %s", path,
-                          SystemErrorText(static_cast<uint32_t>(outcome.error)));
+                          Win32Error::Format(static_cast<uint32_t>(outcome.error)));
             LogAndThrow(UsbPrintDeviceReadException(L"Unable to read data from UsbPrint device",
                                                     L"UsbPrintDevice::ReadBytes()"));
         }

@@ -78,8 +78,9 @@ struct Request {
 } // namespace
 
 UsbPrintDevice::UsbPrintDevice(const std::wstring& devicePath) : UsbPrintDeviceBase(devicePath) {
-    // The write handle is unbuffered and the read handle is not; the printer class driver expects
-    // exactly this pair. (On a named pipe, the simulator's channel, the flag has no effect.)
+    // Two handles on purpose: an unbuffered one for writing and a plain one for reading, so that
+    // the two directions are opened independently. (On a named pipe, the simulator's channel,
+    // FILE_FLAG_NO_BUFFERING is accepted and has no visible effect, under wine as on Windows.)
     m_writeHandle = ::CreateFileW(devicePath.c_str(), GENERIC_WRITE, kShareMode, nullptr, OPEN_EXISTING,
                                   FILE_FLAG_OVERLAPPED | FILE_FLAG_NO_BUFFERING, nullptr);
     if (m_writeHandle == INVALID_HANDLE_VALUE) {
@@ -186,8 +187,8 @@ uint32_t UsbPrintDevice::ReadBytes(uint8_t* buffer, uint32_t capacity) {
     }
 
     // Given up: cancel the request, then wait without a limit until the system has released the
-    // caller's buffer and the record (the cancelled request completes promptly; under wine as on
-    // the printer class driver the event is set at once).
+    // caller's buffer and the record. A cancelled request completes promptly (a cancelled pipe read
+    // under wine sets the event at once); if the wait fails all the same, the record is kept alive.
     if (!::CancelIo(m_readHandle)) {
         Log::LogWarning(L"UsbPrintDevice::Read(%s): CancelIo failed: %s", path, ErrorText(::GetLastError()));
     }

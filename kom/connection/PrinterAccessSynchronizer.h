@@ -12,7 +12,8 @@ namespace vela::kom {
 // to the same printer at once. Held from construction to destruction: one protocol transaction.
 // Windows: the named event "Global\VELA.DeviceSync.<queue name>" (auto-reset, null DACL).
 // Linux: an exclusive flock() on /run/lock/VELA.DeviceSync.<escaped queue name>; unlike the
-// named event, a holder that dies releases it.
+// named event, a holder that dies releases it. Waiters also hold a shared flock() on
+// VELA.DeviceWait.<escaped queue name>, so a holder that re-takes at once cannot starve them.
 // The constructor blocks up to 10000 ms and throws PrinterBuzyException
 // "Unable to acquire '<full name>' event" when the lock stays taken, Win32Error when the system
 // refuses. Not re-entrant. The destructor never throws.

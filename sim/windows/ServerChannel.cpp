@@ -31,6 +31,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstdio>
 #include <cstring>
 #include <mutex>
 #include <random>
@@ -52,6 +53,12 @@ constexpr size_t kInboundLimit = 1024 * 1024;
 constexpr DWORD kPrinterStallMs = 5000;
 // A status report nobody reads is dropped sooner: the simulator sends a newer one later.
 constexpr DWORD kHidStallMs = 500;
+
+// A system call that failed inside the service thread.
+struct SystemFailure {
+    std::string call;
+    DWORD error;
+};
 
 [[noreturn]] void Fail(const std::string& what, DWORD error) {
     throw std::runtime_error("ServerChannel: " + what + " failed (Win32 error " + std::to_string(error) +
@@ -151,11 +158,8 @@ public:
         std::unique_lock<std::mutex> lock(m_mutex);
         CallGuard call(*this);
         for (;;) {
-            if (m_closing) {
-                return -1;
-            }
-            if (!m_failure.empty()) {
-                throw std::runtime_error(m_failure);
+            if (m_closing || !m_failure.empty()) {
+                return -1; // being destroyed, or the service thread failed (m_failure says why)
             }
             if (InboundSize() > 0 && capacity > 0) {
                 return static_cast<long>(TakeInbound(buffer, capacity));
@@ -305,7 +309,7 @@ private:
             m_serving = true;
             m_changed.notify_all();
         }
-        for (;;) {
+        for (bool serving = m_failure.empty(); serving;) {
             const DWORD result =
                 ::WaitForMultipleObjects(static_cast<DWORD>(handles.size()), handles.data(), FALSE, INFINITE);
             if (result == WAIT_OBJECT_0) {
@@ -313,12 +317,11 @@ private:
             }
             std::lock_guard<std::mutex> lock(m_mutex);
             if (result == WAIT_FAILED) {
-                m_failure = "ServerChannel: WaitForMultipleObjects failed (Win32 error " +
-                            std::to_string(::GetLastError()) + ")";
-                m_changed.notify_all();
-                break;
+                Failed("WaitForMultipleObjects", ::GetLastError());
+            } else {
+                AdvanceAll();
             }
-            AdvanceAll();
+            serving = m_failure.empty();
         }
         // The requests of this thread end with it; the records must stay valid until they have.
         std::lock_guard<std::mutex> lock(m_mutex);
@@ -329,6 +332,16 @@ private:
                 instance->op = Instance::Op::none;
             }
         }
+    }
+
+    // The channel stops serving for good: Read answers -1, Write false. The simulator has no
+    // other way to report it, so the reason goes to standard error.
+    void Failed(const std::string& call, DWORD error) {
+        if (m_failure.empty()) {
+            m_failure = "ServerChannel: " + call + " failed (Win32 error " + std::to_string(error) + ")";
+            std::fprintf(stderr, "%s\n", m_failure.c_str());
+        }
+        m_changed.notify_all();
     }
 
     size_t InboundSize() const { return m_inbound.size() - m_inboundStart; }
@@ -360,9 +373,8 @@ private:
             for (auto& instance : m_instances) {
                 changed |= Advance(*instance);
             }
-        } catch (const std::exception& e) {
-            m_failure = e.what();
-            changed = true;
+        } catch (const SystemFailure& e) {
+            Failed(e.call, e.error);
         }
         if (changed) {
             m_changed.notify_all();
@@ -449,7 +461,7 @@ private:
                 return;
             }
             if (error != ERROR_NO_DATA) {
-                Fail("ConnectNamedPipe", error);
+                throw SystemFailure{"ConnectNamedPipe", error};
             }
             ::DisconnectNamedPipe(instance.pipe.Get()); // connected and already gone: listen again
         }

@@ -7,6 +7,9 @@
 //   lock-hammer NAME N FOLDER  takes and releases the lock N times; while it holds it, it owns the
 //                              marker FOLDER/held (created exclusively). Prints "done <overlaps>",
 //                              exit 0 when no other holder was ever seen inside the lock.
+//   lock-churn NAME MS         for MS ms takes the lock, holds it 2 ms, releases it and takes it
+//                              again at once; prints "churning" after the first round, then
+//                              "done <rounds>".
 //
 // Any other failure prints "error <kind>: <message>" and exits 2.
 
@@ -145,6 +148,32 @@ vela::test::HelperCommand lockHammer("lock-hammer", [](const std::vector<std::st
     }
     Say("done " + std::to_string(overlaps));
     return overlaps == 0 ? 0 : 3;
+});
+
+vela::test::HelperCommand lockChurn("lock-churn", [](const std::vector<std::string>& args) -> int {
+    if (args.size() != 2) {
+        std::fprintf(stderr, "usage: lock-churn NAME MS\n");
+        return 2;
+    }
+    const auto printer = PrinterNamed(args[0]);
+    const auto until = Clock::now() + std::chrono::milliseconds(std::stoll(args[1]));
+    long rounds = 0;
+    try {
+        while (Clock::now() < until) {
+            PrinterAccessSynchronizer lock(printer);
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            if (rounds++ == 0) {
+                Say("churning");
+            }
+        }
+    } catch (const vela::kom::PrinterBuzyException& e) {
+        Say("busy " + StringConverter::ToUtf8(e.Message()));
+        return 1;
+    } catch (const vela::common::Exception& e) {
+        return Failed(e);
+    }
+    Say("done " + std::to_string(rounds));
+    return 0;
 });
 
 } // namespace

@@ -39,6 +39,19 @@ ConnectedPrinter Printer(const std::string& utf8Name) {
     return printer;
 }
 
+#ifndef _WIN32
+// The lock file and the waiters' file beside it.
+void RemoveLockFiles(const std::string& name) {
+    const std::string lockFile =
+        StringConverter::ToUtf8(PrinterAccessSynchronizer::LockName(StringConverter::FromUtf8(name)));
+    std::string roomFile = lockFile;
+    roomFile.replace(roomFile.rfind("VELA.DeviceSync."), 16, "VELA.DeviceWait.");
+    std::error_code ec;
+    std::filesystem::remove(lockFile, ec);
+    std::filesystem::remove(roomFile, ec);
+}
+#endif
+
 class PrinterAccessSynchronizerTest : public ::testing::Test {
 protected:
     // Names unique to this run, so that parallel test processes never meet.
@@ -52,10 +65,7 @@ protected:
         // The lock files stay after use (removing one could split a waiter from the holder);
         // a test cleans up the ones it made.
         for (const auto& name : m_names) {
-            std::error_code ec;
-            std::filesystem::remove(
-                StringConverter::ToUtf8(PrinterAccessSynchronizer::LockName(StringConverter::FromUtf8(name))),
-                ec);
+            RemoveLockFiles(name);
         }
 #endif
     }
@@ -189,8 +199,7 @@ TEST_F(PrinterAccessSynchronizerTest, HostileNamesGiveDistinctLocksThatWork) {
         SCOPED_TRACE(lockFile.string());
         EXPECT_EQ(lockFile.parent_path(), folder);
         EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(lockFile)));
-        std::error_code ec;
-        fs::remove(lockFile, ec);
+        RemoveLockFiles(name);
     }
 #endif
 }
@@ -240,3 +249,17 @@ TEST_F(PrinterAccessSynchronizerTest, PlantedSymlinkIsRefusedWithASystemError) {
     EXPECT_FALSE(vela::test::HostFileExists(target.File("victim")));
 }
 #endif
+
+TEST_F(PrinterAccessSynchronizerTest, WaiterIsNotStarvedByAHolderThatRetakesAtOnce) {
+    // A program running transactions back to back releases and re-takes the lock within
+    // microseconds; a waiter must still get its turn long before its 10 s run out.
+    const std::string name = Name();
+    ChildProcess churner({"lock-churn", name, "6000"});
+    ASSERT_EQ(churner.ReadLine(), "churning");
+    for (int turn = 0; turn < 3; ++turn) {
+        const auto start = Clock::now();
+        { PrinterAccessSynchronizer lock(Printer(name)); }
+        EXPECT_LT(SecondsSince(start), 1.0) << "turn " << turn;
+    }
+    churner.Kill();
+}

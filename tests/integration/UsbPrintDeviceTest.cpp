@@ -160,6 +160,32 @@ TEST_F(UsbPrintDeviceTest, SilentPrinterTimesOutAfterThreeSecondsAndTheChannelSt
     EXPECT_EQ(OpenHandles(), before);
 }
 
+TEST_F(UsbPrintDeviceTest, PrinterThatStopsTakingDataTimesOutOnTheStalledChunk) {
+    LogCapture log;
+    UsbPrintDevice device(path);
+    // More than any simulated channel buffers (the Windows peer keeps a few megabytes).
+    const auto data = Pattern(4 * 1024 * 1024);
+    int chunks = 0;
+    Clock::time_point lastChunk;
+    device.SetWriteCallback([&] {
+        ++chunks;
+        lastChunk = Clock::now();
+    });
+    try {
+        device.WriteBytes(data.data(), static_cast<uint32_t>(data.size()));
+        FAIL() << "a printer that reads nothing took everything";
+    } catch (const UsbPrintDeviceWriteException& e) {
+        const double seconds = SecondsSince(lastChunk);
+        EXPECT_GE(seconds, 2.9);
+        EXPECT_LE(seconds, 4.5) << "the limit applies to the stalled chunk";
+        EXPECT_EQ(e.Message(), L"Unable to write data to UsbPrint device, timeout");
+        EXPECT_EQ(e.Source(), L"UsbPrintDevice::WriteBytes()");
+    }
+    EXPECT_GE(chunks, 1);
+    EXPECT_LT(chunks, static_cast<int>(data.size() / UsbPrintDevice::kChunkSize));
+    EXPECT_TRUE(log.Contains(L"UsbPrintDevice::WriteBytes(" + path + L") failed: timeout"));
+}
+
 TEST_F(UsbPrintDeviceTest, UnpluggedPrinterFailsFastWithTypedErrorsAndWorksAgainWhenReplugged) {
     LogCapture log;
     const std::vector<uint8_t> request{0xC3, 0x00, 0x00, 0x00, 0x07, 0x60, 0x01};

@@ -9,27 +9,28 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <memory>
 #include <mutex>
-#include <vector>
 
 using vela::kom::INativeQRVListener;
 using vela::kom::NativeQRVDevice;
 using vela::kom::PrinterStatusThread;
 using vela::kom::StatusMonitorState;
+using List = std::vector<INativeQRVListener*>;
 
 namespace {
 
-// Stands in for the thread body: records each run and, when it was given a stop event, waits
-// for it (at most 10 s, so a broken stop fails the test instead of hanging it).
-class FakeMonitor {
-public:
-    FakeMonitor() {
+class ListenerRegistration : public ::testing::Test {
+protected:
+    // The thread body: records whether it got a stop event and, if so, waits for it (at most
+    // 10 s, so that a broken stop fails instead of hanging).
+    void SetUp() override {
+        ASSERT_EQ(m_state->instanceCount, 0u);
+        ASSERT_FALSE(m_state->thread.Exists());
         m_previous = PrinterStatusThread::SetMonitorBody(
             [this](const std::wstring& name, std::shared_ptr<vela::common::Event> stop) {
                 {
                     std::lock_guard<std::mutex> lock(m_mutex);
-                    m_runs.push_back({name, stop != nullptr});
+                    m_runs.push_back(name + (stop ? L"" : L" (no stop event)"));
                     m_started.notify_all();
                 }
                 if (stop) {
@@ -38,134 +39,94 @@ public:
                 return 0;
             });
     }
-    ~FakeMonitor() { PrinterStatusThread::SetMonitorBody(m_previous); }
-
-    struct Run {
-        std::wstring printerName;
-        bool hadStopEvent;
-    };
-    // The runs so far, after waiting (up to 10 s) until there are at least `atLeast`.
-    std::vector<Run> Runs(size_t atLeast = 0) const {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        m_started.wait_for(lock, std::chrono::seconds(10), [&] { return m_runs.size() >= atLeast; });
-        return m_runs;
-    }
-
-private:
-    mutable std::mutex m_mutex;
-    mutable std::condition_variable m_started;
-    std::vector<Run> m_runs;
-    PrinterStatusThread::MonitorBody m_previous;
-};
-
-class ListenerRegistration : public ::testing::Test {
-protected:
-    void SetUp() override {
-        m_state = StatusMonitorState::Instance();
-        ASSERT_EQ(m_state->instanceCount, 0u);
-        ASSERT_FALSE(m_state->thread.Exists());
-        ASSERT_EQ(m_state->ListenerCount(), 0u);
-    }
     void TearDown() override {
+        PrinterStatusThread::SetMonitorBody(m_previous);
         EXPECT_EQ(m_state->instanceCount, 0u);
         EXPECT_FALSE(m_state->thread.Exists());
         EXPECT_EQ(m_state->ListenerCount(), 0u);
     }
-    std::vector<INativeQRVListener*> Listeners() const { return m_state->Listeners(); }
+    // The runs so far, once there are at least `count`.
+    std::vector<std::wstring> Runs(size_t count) {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_started.wait_for(lock, std::chrono::seconds(10), [&] { return m_runs.size() >= count; });
+        return m_runs;
+    }
 
-    std::shared_ptr<StatusMonitorState> m_state;
-    FakeMonitor m_monitor;
+    std::shared_ptr<StatusMonitorState> m_state = StatusMonitorState::Instance();
     vela::test::RecordingListener m_a, m_b, m_c;
+    std::mutex m_mutex;
+    std::condition_variable m_started;
+    std::vector<std::wstring> m_runs;
+    PrinterStatusThread::MonitorBody m_previous;
 };
 
 } // namespace
 
-TEST_F(ListenerRegistration, ListIsKeptInOrderWithoutDuplicates) {
+TEST_F(ListenerRegistration, OrderedWithoutDuplicatesAndOneThreadForAll) {
     NativeQRVDevice facade(L"Queue 1", 0);
     facade.RegisterListener(nullptr);
-    EXPECT_TRUE(Listeners().empty());
     EXPECT_FALSE(m_state->thread.Exists()) << "a null listener starts nothing";
+    for (INativeQRVListener* l : List{&m_a, &m_a, &m_b, &m_c}) {
+        facade.RegisterListener(l);
+    }
+    EXPECT_EQ(m_state->Listeners(), (List{&m_a, &m_b, &m_c}));
+    EXPECT_EQ(Runs(1), std::vector<std::wstring>{L"Queue 1"}) << "only the first registration starts it";
 
-    facade.RegisterListener(&m_a);
-    facade.RegisterListener(&m_a);
-    facade.RegisterListener(&m_b);
-    facade.RegisterListener(&m_c);
-    EXPECT_EQ(Listeners(), (std::vector<INativeQRVListener*>{&m_a, &m_b, &m_c}));
-    EXPECT_EQ(m_monitor.Runs(1).size(), 1u) << "only the first registration starts the thread";
-
-    facade.DeregisterListener(&m_b);
-    facade.DeregisterListener(nullptr);
     vela::test::RecordingListener stranger;
-    facade.DeregisterListener(&stranger);
-    EXPECT_EQ(Listeners(), (std::vector<INativeQRVListener*>{&m_a, &m_c}));
+    for (INativeQRVListener* l : List{&m_b, nullptr, &stranger}) {
+        facade.DeregisterListener(l);
+    }
+    EXPECT_EQ(m_state->Listeners(), (List{&m_a, &m_c}));
     EXPECT_TRUE(m_state->thread.IsStillActive());
-
     facade.DeregisterListener(&m_a);
     facade.DeregisterListener(&m_c);
-    EXPECT_TRUE(Listeners().empty());
-    EXPECT_FALSE(m_state->thread.Exists());
+    EXPECT_FALSE(m_state->thread.Exists()) << "the last one stopped it";
 }
 
 TEST_F(ListenerRegistration, TheLastDeregistrationClosesTheStopEventUntilTheNextFacade) {
     NativeQRVDevice facade(L"Queue 1", 0);
-    ASSERT_NE(m_state->stopEvent, nullptr);
     facade.RegisterListener(&m_a);
-    ASSERT_EQ(m_monitor.Runs(1).size(), 1u);
-    EXPECT_EQ(m_monitor.Runs()[0].printerName, L"Queue 1");
-    EXPECT_TRUE(m_monitor.Runs()[0].hadStopEvent);
-
     facade.DeregisterListener(&m_a);
-    EXPECT_FALSE(m_state->thread.Exists()) << "the thread was stopped";
     EXPECT_EQ(m_state->stopEvent, nullptr);
 
-    // A thread started now has nothing to be stopped with.
-    facade.RegisterListener(&m_a);
-    ASSERT_EQ(m_monitor.Runs(2).size(), 2u);
-    EXPECT_FALSE(m_monitor.Runs()[1].hadStopEvent);
+    facade.RegisterListener(&m_a); // a thread that has nothing to be stopped with
     facade.DeregisterListener(&m_a);
-
     {
         NativeQRVDevice second(0);
         EXPECT_NE(m_state->stopEvent, nullptr) << "the next facade makes a new one";
-        EXPECT_EQ(second.GetPrinterName(), L"DummyPrinter");
         second.RegisterListener(&m_b);
-        ASSERT_EQ(m_monitor.Runs(3).size(), 3u);
-        EXPECT_TRUE(m_monitor.Runs()[2].hadStopEvent);
-        EXPECT_EQ(m_monitor.Runs()[2].printerName, L"DummyPrinter");
+        EXPECT_EQ(Runs(3),
+                  (std::vector<std::wstring>{L"Queue 1", L"Queue 1 (no stop event)", L"DummyPrinter"}));
     }
     // Not the last facade: the thread and the list stay.
     EXPECT_TRUE(m_state->thread.IsStillActive());
-    EXPECT_EQ(Listeners(), std::vector<INativeQRVListener*>{&m_b});
+    EXPECT_EQ(m_state->Listeners(), List{&m_b});
     facade.DeregisterListener(&m_b);
 }
 
 TEST_F(ListenerRegistration, TheLastFacadeStopsTheThreadAndEmptiesTheList) {
     auto first = std::make_unique<NativeQRVDevice>(L"Queue 1", 0);
     auto second = std::make_unique<NativeQRVDevice>(L"Queue 2", 0);
-    EXPECT_EQ(m_state->instanceCount, 2u);
     first->RegisterListener(&m_a);
     second->RegisterListener(&m_b);
-
     first.reset();
     EXPECT_EQ(m_state->instanceCount, 1u);
     EXPECT_TRUE(m_state->thread.IsStillActive());
-    EXPECT_EQ(Listeners().size(), 2u);
-
+    EXPECT_EQ(m_state->ListenerCount(), 2u);
     second.reset();
     EXPECT_FALSE(m_state->thread.Exists());
     EXPECT_EQ(m_state->stopEvent, nullptr);
-    EXPECT_TRUE(Listeners().empty());
 }
 
 TEST_F(ListenerRegistration, AThreadThatEndedByItselfBlocksANewOneUntilStopped) {
     NativeQRVDevice facade(L"Queue 1", 0);
-    // A body that ends at once, as the real one does when the printer is not attached.
-    auto previous = PrinterStatusThread::SetMonitorBody(
-        [](const std::wstring&, std::shared_ptr<vela::common::Event>) { return 0; });
+    auto body =
+        PrinterStatusThread::SetMonitorBody([](const std::wstring&, std::shared_ptr<vela::common::Event>) {
+            return 0; // as the real body does when the printer is not attached
+        });
     facade.RegisterListener(&m_a);
     ASSERT_TRUE(m_state->thread.Wait(10000));
-    EXPECT_TRUE(m_state->thread.Exists());
     EXPECT_EQ(PrinterStatusThread::Start(L"Queue 1"), -1);
-    PrinterStatusThread::SetMonitorBody(previous);
+    PrinterStatusThread::SetMonitorBody(body);
     facade.DeregisterListener(&m_a);
 }

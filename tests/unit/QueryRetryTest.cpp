@@ -1,12 +1,9 @@
-// The facade's retry routine, through the pause seam: counts of attempts and pauses, the
-// fall-back on a cut-short pause, and which exceptions are retried.
+// The facade's retry routine through the pause seam: attempts, pauses, fall-back, kinds.
 #include "kom/connection/QueryRetry.h"
 #include "kom/QRVException.h"
 #include "support/PauseRecorder.h"
 
 #include <gtest/gtest.h>
-
-#include <string>
 
 using vela::common::WaitResult;
 using vela::kom::ReplyException;
@@ -19,82 +16,64 @@ namespace {
     throw;
 }
 
-// A query that fails `failures` times with `E`, then answers "ok".
+// Fails `failures` times with `E`, then answers "ok".
 template <class E> struct FlakyQuery {
     int failures;
     int calls = 0;
     std::wstring operator()() {
-        ++calls;
-        if (calls <= failures) {
+        if (++calls <= failures) {
             throw E(L"'Wrong reply'", L"PrinterDevice::GetStatusInternal()");
         }
         return L"ok";
     }
 };
 
+template <class Caught, class Query, class Last = decltype(&Rethrow)>
+std::wstring Retried(Query& query, uint32_t attempts = 10, Last last = Rethrow) {
+    return RunQueryWithRetry<Caught>(
+        attempts, std::ref(query), [] { return std::wstring(L"fallback"); }, last);
+}
+
 } // namespace
 
-TEST(QueryRetry, TenAttemptsNinePausesThenTheQuerysOwnException) {
+TEST(QueryRetry, AttemptsPausesAndTheFallBack) {
     PauseRecorder pauses;
-    FlakyQuery<ReplyException> query{1000};
-    try {
-        RunQueryWithRetry<ReplyException>(
-            10, std::ref(query), [] { return std::wstring(L"fallback"); }, Rethrow);
-        FAIL() << "no exception";
-    } catch (const ReplyException& e) {
-        EXPECT_EQ(e.Message(), L"'Wrong reply'");
-    }
-    EXPECT_EQ(query.calls, 10);
+    FlakyQuery<ReplyException> broken{1000};
+    EXPECT_THROW(Retried<ReplyException>(broken), ReplyException);
+    EXPECT_EQ(broken.calls, 10);
     EXPECT_EQ(pauses.Pauses(), std::vector<uint32_t>(9, 500));
-}
 
-TEST(QueryRetry, RecoversOnALaterAttempt) {
-    PauseRecorder pauses;
-    FlakyQuery<ReplyException> query{2};
-    EXPECT_EQ(RunQueryWithRetry<ReplyException>(
-                  10, std::ref(query), [] { return std::wstring(); }, Rethrow),
-              L"ok");
-    EXPECT_EQ(query.calls, 3);
+    pauses.Clear();
+    FlakyQuery<ReplyException> recovering{2};
+    EXPECT_EQ(Retried<ReplyException>(recovering), L"ok");
     EXPECT_EQ(pauses.Pauses().size(), 2u);
-}
 
-TEST(QueryRetry, APauseThatIsNotATimeOutAnswersTheFallback) {
-    PauseRecorder pauses;
-    pauses.SetResultAt(1, WaitResult::signalled);
-    FlakyQuery<ReplyException> query{1000};
-    EXPECT_EQ(RunQueryWithRetry<ReplyException>(
-                  10, std::ref(query), [] { return std::wstring(L"fallback"); }, Rethrow),
-              L"fallback");
-    EXPECT_EQ(query.calls, 2);
-
-    pauses.SetResultAt(0, WaitResult::failed);
-    FlakyQuery<ReplyException> again{1000};
-    EXPECT_EQ(RunQueryWithRetry<ReplyException>(
-                  10, std::ref(again), [] { return std::wstring(L"fallback"); }, Rethrow),
-              L"fallback");
-    EXPECT_EQ(again.calls, 1);
+    // A pause that ends any other way than by time-out answers the fall-back at once.
+    for (WaitResult cut : {WaitResult::signalled, WaitResult::failed}) {
+        pauses.SetResultAt(1, cut);
+        FlakyQuery<ReplyException> interrupted{1000};
+        EXPECT_EQ(Retried<ReplyException>(interrupted), L"fallback");
+        EXPECT_EQ(interrupted.calls, 2);
+    }
 }
 
 TEST(QueryRetry, OtherKindsPassAtOnceAndTheLastAttemptMayChangeTheKind) {
     PauseRecorder pauses;
     FlakyQuery<vela::kom::PrinterBuzyException> busy{1000};
-    EXPECT_THROW(RunQueryWithRetry<ReplyException>(
-                     10, std::ref(busy), [] { return std::wstring(); }, Rethrow),
-                 vela::kom::PrinterBuzyException);
+    EXPECT_THROW(Retried<ReplyException>(busy), vela::kom::PrinterBuzyException);
     EXPECT_EQ(busy.calls, 1);
     EXPECT_TRUE(pauses.Pauses().empty());
 
-    // The version query's way: everything retried, the last one leaves as the root kind.
+    // The version query's way: every kind retried, the last one leaves as the root kind.
     FlakyQuery<vela::common::UsbPrintDeviceReadException> silent{1000};
     try {
-        RunQueryWithRetry<vela::common::Exception>(
-            3, std::ref(silent), [] { return std::wstring(); },
-            [](const vela::common::Exception& e) { throw vela::common::Exception(e.Message(), e.Source()); });
+        Retried<vela::common::Exception>(silent, 3, [](const vela::common::Exception& e) {
+            throw vela::common::Exception(e.Message(), e.Source());
+        });
         FAIL() << "no exception";
     } catch (const vela::common::Exception& e) {
         EXPECT_EQ(e.ExceptionName(), L"Exception");
-        EXPECT_EQ(e.Message(), L"'Wrong reply'");
-        EXPECT_EQ(e.Source(), L"PrinterDevice::GetStatusInternal()");
+        EXPECT_EQ(e.Message() + e.Source(), L"'Wrong reply'PrinterDevice::GetStatusInternal()");
     }
     EXPECT_EQ(silent.calls, 3);
 }

