@@ -1,0 +1,125 @@
+#include "gateway/ManagedQRVDeviceGateway.h"
+#include "support/TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+
+using namespace vela::kom;
+namespace host = vela::printer::communication;
+using vela::common::LogLevel;
+using vela::test::LogCapture;
+
+namespace {
+
+struct Operation {
+    const wchar_t* entry;
+    std::function<void(ManagedQRVDeviceGateway&)> call;
+};
+
+// Every operation that needs a printer, with the entry text of its log lines.
+std::vector<Operation> AllOperations() {
+    using G = ManagedQRVDeviceGateway;
+    return {
+        {L"QRVDeviceGateway::GetVersions()", [](G& g) { g.GetVersions(); }},
+        {L"QRVDeviceGateway::ApplyUpdate()", [](G& g) { g.ApplyUpdate(L"C:\\update.pkg"); }},
+        {L"QRVDeviceGateway::Reboot()", [](G& g) { g.Reboot(); }},
+        {L"QRVDeviceGateway::GetDeviceID()", [](G& g) { g.GetDeviceID(); }},
+        {L"QRVDeviceGateway::GetPrinterType()", [](G& g) { g.GetPrinterType(); }},
+        {L"QRVDeviceGateway::GetUpdatePath()", [](G& g) { g.GetUpdateLibraryPath(); }},
+        {L"QRVDeviceGateway::GetImageLibraryPath()", [](G& g) { g.GetImageLibraryPath(); }},
+        {L"QRVDeviceGateway::GetJobfileLibraryPath()", [](G& g) { g.GetJobFileLibraryPath(); }},
+        {L"QRVDeviceGateway::GetTemaplateLibraryPath()", [](G& g) { g.GetTemplateLibraryPath(); }},
+        {L"QRVDeviceGateway::FeedForward()", [](G& g) { g.FeedForward(); }},
+        {L"QRVDeviceGateway::CutLabel()", [](G& g) { g.CutLabel(); }},
+        {L"QRVDeviceGateway::GetFile()", [](G& g) { g.GetFile(L"/images/a.png", L"a.png"); }},
+        {L"QRVDeviceGateway::PutFile()", [](G& g) { g.PutFile(L"/images/a.png", L"a.png"); }},
+        {L"QRVDeviceGateway::RenameFile()", [](G& g) { g.RenameFile(L"/images/a.png", L"/images/b.png"); }},
+        {L"QRVDeviceGateway::DeleteFile()", [](G& g) { g.DeleteFile(L"/images/a.png"); }},
+        {L"QRVDeviceGateway::GetFiles()", [](G& g) { g.GetFiles(L"/images"); }},
+        {L"QRVDeviceGateway::GetLogFiles()", [](G& g) { g.GetLogFiles(); }},
+        {L"QRVDeviceGateway::GetDiskSpaceKB()",
+         [](G& g) {
+             uint64_t free = 1, used = 2;
+             g.GetDiskSpaceKB(free, used);
+         }},
+        {L"QRVDeviceGateway::GetPrinterStatus()", [](G& g) { g.GetPrinterStatus(); }},
+        {L"QRVDeviceGateway::GetPrinterFilteredErrorStatus()",
+         [](G& g) { g.GetFilteredPrinterErrorStatus(); }},
+        {L"QRVDeviceGateway::GetBatteryChargedPercentage()", [](G& g) { g.GetBatteryChargedPercentage(); }},
+        {L"QRVDeviceGateway::GetBatteryStatus()", [](G& g) { g.GetBatteryStatus(); }},
+        {L"QRVDeviceGateway::GetChargingStatus()", [](G& g) { g.GetChargingStatus(); }},
+        {L"QRVDeviceGateway::GetExternalPowerStatus()", [](G& g) { g.GetExternalPowerStatus(); }},
+        {L"QRVDeviceGateway::GetCassetteIdentifier()", [](G& g) { g.GetCassetteIdentifier(); }},
+        {L"QRVDeviceGateway::ResumePrinting()", [](G& g) { g.ResumePrinting(); }},
+        {L"QRVDeviceGateway::ClearErrors()", [](G& g) { g.ClearErrors(); }},
+        {L"QRVDeviceGateway::ClearCutterJamError()", [](G& g) { g.ClearCutterJamError(); }},
+    };
+}
+
+void ExpectPrinterNotFoundEverywhere(ManagedQRVDeviceGateway& gateway) {
+    for (const Operation& op : AllOperations()) {
+        SCOPED_TRACE(vela::common::StringConverter::ToUtf8(op.entry));
+        LogCapture log;
+        const std::wstring line = std::wstring(op.entry) + L": Printer Not Found: Printer not found";
+        try {
+            op.call(gateway);
+            ADD_FAILURE() << "no exception";
+        } catch (const host::PrinterNotFoundException& e) {
+            EXPECT_EQ(e.Message(), line);
+        }
+        EXPECT_EQ(log.Count(LogLevel::warning), 1u);
+        EXPECT_TRUE(log.Contains(line));
+    }
+}
+
+} // namespace
+
+TEST(Gateway, EveryOperationWithoutAPrinterIsPrinterNotFound) {
+    ManagedQRVDeviceGateway gateway;
+    EXPECT_FALSE(gateway.IsOpen());
+    ExpectPrinterNotFoundEverywhere(gateway);
+
+    gateway.Close();
+    gateway.Close();
+    ExpectPrinterNotFoundEverywhere(gateway);
+
+    // Accepted and ignored, printer or not.
+    gateway.SetCutterMode(host::TapeCutMode::noCut);
+}
+
+TEST(Gateway, NativeStatusChangesBecomeEventsWithTheChangedItemsOnly) {
+    ManagedQRVDeviceGateway gateway;
+    std::vector<std::vector<host::PrinterStatusItem>> received;
+    auto token = gateway.OnPrinterStatusChanged().Add(
+        [&](const host::PrinterStatusEventArgs& args) { received.push_back(args.Items()); });
+
+    gateway.OnNativePrinterStatusChangedEvent(PrinterStatus(4, 5, 4, 4, 7, 9, 5, 9, 5, 9, 5, 3, 0));
+    gateway.OnNativePrinterStatusChangedEvent(PrinterStatus(4, 1, 4, 4, 9, 6, 5, 9, 5, 9, 5, 3, 0));
+    ASSERT_EQ(received.size(), 2u);
+    EXPECT_EQ(received[0],
+              (std::vector<host::PrinterStatusItem>{{host::EPrintStatusItem::cutterStatus,
+                                                     static_cast<uint32_t>(host::ECutterStatus::error)}}));
+    EXPECT_EQ(received[1],
+              (std::vector<host::PrinterStatusItem>{{host::EPrintStatusItem::cassetteDoorStatus,
+                                                     static_cast<uint32_t>(host::ECassetteDoorStatus::open)},
+                                                    {host::EPrintStatusItem::labelStatus,
+                                                     static_cast<uint32_t>(host::ELabelStatus::notTaken)}}));
+
+    EXPECT_TRUE(gateway.OnPrinterStatusChanged().Remove(token));
+    gateway.OnNativePrinterStatusChangedEvent(PrinterStatus());
+    EXPECT_EQ(received.size(), 2u);
+}
+
+TEST(Gateway, NativeInterruptsBecomeEventsWithTheHostIssue) {
+    ManagedQRVDeviceGateway gateway;
+    std::vector<std::tuple<uint32_t, host::EPrintInterruptIssue, uint32_t>> received;
+    gateway.OnPrintInterrupt().Add([&](const host::PrintInterruptEventArgs& args) {
+        received.emplace_back(args.Code(), args.Issue(), args.Value());
+    });
+    gateway.OnNativePrinterInterruptEvent(9, 0x1234);
+    gateway.OnNativePrinterInterruptEvent(1, 0);
+    ASSERT_EQ(received.size(), 2u);
+    EXPECT_EQ(received[0], std::make_tuple(9u, host::EPrintInterruptIssue::cutterBladeError, 0x1234u));
+    EXPECT_EQ(received[1], std::make_tuple(1u, host::EPrintInterruptIssue::cassetteMissing, 0u));
+}
