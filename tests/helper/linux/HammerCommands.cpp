@@ -1,4 +1,5 @@
-// Helper subcommands that drive a printer from a second process, for the contention tests:
+// Helper subcommands that drive a printer from a second process, for the contention tests on
+// Linux:
 //
 //   hammer CHANNEL NAME ROUNDS SEED FOLDER
 //       Runs ROUNDS operations on the printer at CHANNEL (queue name NAME, which names the lock):
