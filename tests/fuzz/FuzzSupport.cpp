@@ -10,13 +10,15 @@
 
 namespace vela::fuzz {
 
-std::vector<uint8_t> ScriptedChannel::s_stream;
-size_t ScriptedChannel::s_position = 0;
-uint32_t ScriptedChannel::s_chunk = 0;
-uint64_t ScriptedChannel::s_written = 0;
-int ScriptedChannel::s_opens = 0;
-int ScriptedChannel::s_closes = 0;
-int CountingLock::s_held = 0;
+ScriptedChannel& ScriptedChannel::Instance() {
+    static ScriptedChannel channel;
+    return channel;
+}
+
+int& CountingLock::Held() {
+    static int held = 0;
+    return held;
+}
 
 void Initialize() {
     static const bool done = [] {
@@ -44,47 +46,45 @@ ExactBytes PayloadAfterHeader(const uint8_t* data, size_t size) {
 }
 
 void ScriptedChannel::Load(const uint8_t* data, size_t size) {
-    s_stream.assign(data + std::min<size_t>(size, 1), data + size);
-    s_stream.shrink_to_fit();
-    s_position = 0;
-    s_chunk = size ? data[0] : 0;
-    s_written = 0;
-    s_opens = 0;
-    s_closes = 0;
+    m_stream.assign(data + std::min<size_t>(size, 1), data + size);
+    m_stream.shrink_to_fit();
+    m_position = 0;
+    m_chunk = size ? data[0] : 0;
+    m_opens = 0;
+    m_closes = 0;
 }
 
 uint32_t ScriptedChannel::Read(uint8_t* buffer, uint32_t capacity) {
-    if (s_position >= s_stream.size()) {
+    if (m_position >= m_stream.size()) {
         throw vela::common::UsbPrintDeviceReadException(L"Unable to read data from UsbPrint device, timeout",
                                                         L"UsbPrintDevice::ReadBytes()");
     }
-    uint32_t n = static_cast<uint32_t>(std::min<size_t>(capacity, s_stream.size() - s_position));
-    if (s_chunk != 0) {
-        n = std::min(n, s_chunk);
+    uint32_t n = static_cast<uint32_t>(std::min<size_t>(capacity, m_stream.size() - m_position));
+    if (m_chunk != 0) {
+        n = std::min(n, m_chunk);
     }
-    std::memcpy(buffer, s_stream.data() + s_position, n);
-    s_position += n;
+    std::memcpy(buffer, m_stream.data() + m_position, n);
+    m_position += n;
     return n;
 }
 
 FuzzTransport::FuzzTransport(const std::wstring& path) : UsbPrintDeviceBase(path) {
-    ScriptedChannel::Opened();
+    ScriptedChannel::Instance().Opened();
 }
 FuzzTransport::~FuzzTransport() {
-    ScriptedChannel::Closed();
+    ScriptedChannel::Instance().Closed();
 }
 
 uint32_t FuzzTransport::WriteBytes(const uint8_t* data, uint32_t length) {
-    (void)data;
+    (void)data; // the scripted printer answers from the input, whatever was asked
     if (m_callback) {
         m_callback();
     }
-    ScriptedChannel::Written(length);
     return length;
 }
 
 uint32_t FuzzTransport::ReadBytes(uint8_t* buffer, uint32_t capacity) {
-    return ScriptedChannel::Read(buffer, capacity);
+    return ScriptedChannel::Instance().Read(buffer, capacity);
 }
 
 FuzzDevice& Device() {

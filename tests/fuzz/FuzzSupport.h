@@ -51,21 +51,21 @@ private:
 //   control byte n > 0  : each raw read returns at most n bytes
 class ScriptedChannel {
 public:
-    static void Load(const uint8_t* data, size_t size);
-    static uint32_t Read(uint8_t* buffer, uint32_t capacity);
-    static void Written(uint32_t count) { s_written += count; }
-    static int Opens() { return s_opens; }
-    static int Closes() { return s_closes; }
-    static void Opened() { ++s_opens; }
-    static void Closed() { ++s_closes; }
+    static ScriptedChannel& Instance();
+
+    void Load(const uint8_t* data, size_t size);
+    uint32_t Read(uint8_t* buffer, uint32_t capacity);
+    void Opened() { ++m_opens; }
+    void Closed() { ++m_closes; }
+    int Opens() const { return m_opens; }
+    int Closes() const { return m_closes; }
 
 private:
-    static std::vector<uint8_t> s_stream;
-    static size_t s_position;
-    static uint32_t s_chunk;
-    static uint64_t s_written;
-    static int s_opens;
-    static int s_closes;
+    std::vector<uint8_t> m_stream;
+    size_t m_position = 0;
+    uint32_t m_chunk = 0;
+    int m_opens = 0;
+    int m_closes = 0;
 };
 
 // The transport policy: the production vector-level layer (padding, receive buffer) over the
@@ -86,14 +86,11 @@ private:
 // The lock policy: counts holders, so that a target can check the lock was released.
 class CountingLock {
 public:
-    explicit CountingLock(const vela::kom::ConnectedPrinter&) { ++s_held; }
-    ~CountingLock() { --s_held; }
+    explicit CountingLock(const vela::kom::ConnectedPrinter&) { ++Held(); }
+    ~CountingLock() { --Held(); }
     CountingLock(const CountingLock&) = delete;
     CountingLock& operator=(const CountingLock&) = delete;
-    static int Held() { return s_held; }
-
-private:
-    static int s_held;
+    static int& Held(); // holders now
 };
 
 using FuzzDevice = vela::kom::PrinterDeviceBase<FuzzTransport, CountingLock, vela::common::StringConverter>;
@@ -113,7 +110,7 @@ inline void Check(bool condition, const char* what) {
 // its own exception kinds (anything else escapes and crashes the run); afterwards the lock must be
 // free and every transport it opened closed again. Returns true when the operation succeeded.
 template <class Operation> bool RunOperation(const uint8_t* data, size_t size, Operation&& operation) {
-    ScriptedChannel::Load(data, size);
+    ScriptedChannel::Instance().Load(data, size);
     bool succeeded = false;
     try {
         operation(Device());
@@ -122,7 +119,8 @@ template <class Operation> bool RunOperation(const uint8_t* data, size_t size, O
         // A typed failure is the expected answer to a bad reply.
     }
     Check(CountingLock::Held() == 0, "the access lock is still held after the operation");
-    Check(ScriptedChannel::Opens() == ScriptedChannel::Closes(), "a transport was left open");
+    Check(ScriptedChannel::Instance().Opens() == ScriptedChannel::Instance().Closes(),
+          "a transport was left open");
     return succeeded;
 }
 

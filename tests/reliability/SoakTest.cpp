@@ -4,7 +4,7 @@
 //
 // The counts come from the environment so that scripts/soak can run the full soak (100000
 // transactions, 10000 cycles) with the same code as the short version in the test suite:
-//   QRV_SOAK_STATUS_TRANSACTIONS (default 2000), QRV_SOAK_GATEWAY_CYCLES (default 100).
+//   QRV_SOAK_STATUS_TRANSACTIONS (default 10000), QRV_SOAK_GATEWAY_CYCLES (default 300).
 
 #include "gateway/ManagedQRVDeviceGateway.h"
 #include "reliability/FaultChecks.h"
@@ -34,7 +34,7 @@ double SecondsSince(std::chrono::steady_clock::time_point start) {
 }
 
 TEST(Soak, StatusTransactionsLeaveNothingBehind) {
-    const uint64_t transactions = FromEnvironment("QRV_SOAK_STATUS_TRANSACTIONS", 2000);
+    const uint64_t transactions = FromEnvironment("QRV_SOAK_STATUS_TRANSACTIONS", 10000);
     QuietLog quiet;
     SimulatedPrinter printer;
     (void)printer.Device().GetStatus();
@@ -57,7 +57,7 @@ TEST(Soak, StatusTransactionsLeaveNothingBehind) {
 }
 
 TEST(Soak, GatewayOpenCloseCyclesLeaveNothingBehind) {
-    const uint64_t cycles = FromEnvironment("QRV_SOAK_GATEWAY_CYCLES", 100);
+    const uint64_t cycles = FromEnvironment("QRV_SOAK_GATEWAY_CYCLES", 300);
     QuietLog quiet;
     PauseRecorder pauses;
     SimulatedPrinter::Options options;
