@@ -62,6 +62,34 @@ WaitOutcome WaitFor(int fd, short events, Clock::time_point deadline) {
 // The error to report for a hang-up that no read()/write() turned into an errno of its own.
 constexpr int kHangUpError = EIO;
 
+// Every transaction opens the channel afresh, and nothing it reads may be older than its own
+// request. Bytes already waiting belong to an earlier transaction that did not read its reply to
+// the end: one that stopped at the corrupted header of a long reply, or a process killed between
+// request and reply. Read as the answer to the next request, they would fail that transaction and
+// the ones after it until the channel happened to run dry. Only what has already arrived is taken
+// (the descriptor does not block), and at most a bounded amount, so that a printer that keeps
+// talking cannot hold the open up.
+void DiscardStaleInput(int fd, const std::wstring& devicePath) {
+    constexpr int kMaxReads = 64;
+    uint8_t scrap[UsbPrintDeviceBase::kRawReadSize];
+    size_t discarded = 0;
+    for (int i = 0; i < kMaxReads; ++i) {
+        const ssize_t n = ::read(fd, scrap, sizeof scrap);
+        if (n > 0) {
+            discarded += static_cast<size_t>(n);
+            continue;
+        }
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        break; // EAGAIN: nothing (more) waiting; anything else is for the transfers to report
+    }
+    if (discarded > 0) {
+        Log::LogWarning(L"UsbPrintDevice::UsbPrintDevice(%s): discarded %u stale bytes", devicePath,
+                        static_cast<uint32_t>(discarded));
+    }
+}
+
 } // namespace
 
 UsbPrintDevice::UsbPrintDevice(const std::wstring& devicePath) : UsbPrintDeviceBase(devicePath) {
@@ -83,6 +111,7 @@ UsbPrintDevice::UsbPrintDevice(const std::wstring& devicePath) : UsbPrintDeviceB
                                                       L"UsbPrintDevice()"));
     }
     m_writeHandle = fd;
+    DiscardStaleInput(fd, devicePath);
 }
 
 UsbPrintDevice::~UsbPrintDevice() {

@@ -1,0 +1,27 @@
+// The cassette memory reply and the SKU taken from it: the pure parsers, and GetSkuNumber over the
+// channel (a status reply for the presence test, then the memory reply).
+
+#include "FuzzSupport.h"
+
+#include "kom/protocol/ReplyParsers.h"
+
+using namespace vela::fuzz;
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    Initialize();
+    const ExactBytes payload = PayloadAfterHeader(data, size);
+    RunParser([&] {
+        const vela::kom::EepromData memory =
+            vela::kom::ParseCassetteMemoryReply(vela::kom::ByteView(payload.Data(), payload.Size()));
+        Check(memory.empty() || memory.size() >= 88, "a cassette memory shorter than 88 bytes kept");
+        Check(vela::kom::SkuFromCassetteMemory(memory).size() <= 7, "an SKU longer than 7 bytes");
+    });
+    // The SKU reader on its own, over a memory of any length.
+    const ExactBytes memory(size ? data + 1 : data, size ? size - 1 : 0);
+    Check(vela::kom::SkuFromCassetteMemory(memory.ToVector()).size() <= 7, "an SKU longer than 7 bytes");
+
+    RunOperation(data, size, [](FuzzDevice& device) {
+        Check(device.GetSkuNumber().size() <= 7, "an SKU longer than 7 characters");
+    });
+    return 0;
+}

@@ -1,0 +1,41 @@
+// The completion poll: the pure reader of one poll answer and the result code mapping, and
+// WaitForCompletion over a channel that answers with whatever the input holds (busy answers,
+// foreign messages, wrong sizes, silence). The poll must end - with a result, -1 or a typed
+// failure - and never poll more than its tick budget allows.
+
+#include "FuzzSupport.h"
+
+#include "common/Pause.h"
+#include "kom/protocol/ReplyParsers.h"
+
+using namespace vela::fuzz;
+using vela::kom::ByteView;
+using vela::kom::CompletionReply;
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    Initialize();
+    const ExactBytes payload = PayloadAfterHeader(data, size);
+    const CompletionReply reply = vela::kom::ParseCompletionReply(ByteView(payload.Data(), payload.Size()));
+    if (reply.state == CompletionReply::State::finished) {
+        RunParser([&] { vela::kom::CompletionResult(reply.result); });
+    }
+
+    // Count the pauses: 250 ms once, then one 500 ms pause per answer that did not finish it.
+    uint32_t pauses = 0;
+    const auto previous = vela::common::SetPauseHandler([&pauses](uint32_t) {
+        ++pauses;
+        return vela::common::WaitResult::timeout;
+    });
+    int32_t result = 0;
+    const bool finished = RunOperation(data, size, [&](FuzzDevice& device) {
+        FuzzTransport transport(L"fuzz-channel");
+        result = device.WaitForCompletion(transport);
+    });
+    vela::common::SetPauseHandler(previous);
+    Check(pauses <= 11, "the completion poll paused more than ten times after its first wait");
+    if (finished) {
+        Check(result == -1 || result == 0 || (result >= 8 && result <= 255),
+              "completion result out of range");
+    }
+    return 0;
+}

@@ -1,0 +1,21 @@
+// The disk space reply: the pure decoder and GetDiskSpace over the channel. A failed query must
+// leave the caller's counts as they were.
+
+#include "FuzzSupport.h"
+
+#include "kom/filesystem/DiskSpaceReply.h"
+
+using namespace vela::fuzz;
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    Initialize();
+    const ExactBytes payload = PayloadAfterHeader(data, size);
+    RunParser([&] { (void)vela::kom::DecodeDiskSpaceReply(payload.Data(), payload.Size(), L"fuzz"); });
+
+    uint64_t first = 0x1111, second = 0x2222;
+    const bool ok = RunOperation(data, size, [&](FuzzDevice& device) { device.GetDiskSpace(first, second); });
+    if (!ok) {
+        Check(first == 0x1111 && second == 0x2222, "a failed disk space query changed the counts");
+    }
+    return 0;
+}

@@ -1,0 +1,33 @@
+// The folder listing: the pure parser of the listing text, and GetFolderContent over the channel
+// (completion poll, then the listing reply). Each entry must be well formed for the host: a
+// directory has size 0 and is not a file.
+
+#include "FuzzSupport.h"
+
+#include "kom/filesystem/FolderListingParser.h"
+
+using namespace vela::fuzz;
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    Initialize();
+    // The listing text alone: everything after the control byte.
+    const ExactBytes text(size ? data + 1 : data, size ? size - 1 : 0);
+    RunParser([&] {
+        const auto entries = vela::kom::ParseFolderListing(text.Data(), text.Size(), L"fuzz");
+        for (const auto& entry : entries) {
+            Check(entry.isFile || entry.size == 0, "a directory with a size");
+            Check(entry.name.size() < text.Size(), "an entry name longer than the text");
+        }
+    });
+    if (text.Size() > 0) {
+        (void)vela::kom::ParseListingSize(reinterpret_cast<const char*>(text.Data()), text.Size());
+    }
+
+    RunOperation(data, size, [](FuzzDevice& device) {
+        for (const auto& entry : device.GetFolderContent(L"/mnt/data/images")) {
+            Check(entry->IsFile() != entry->IsDirectory(), "an entry that is both or neither");
+            Check(entry->IsFile() || entry->Size() == 0, "a directory with a size");
+        }
+    });
+    return 0;
+}

@@ -1,0 +1,47 @@
+// Reply header and announced length: the pure header parsers, and the framing primitives that read
+// a header from the channel (GetReplyDataLength with its one retry, PergeQueue) and the print
+// control order, which reads its acknowledgement without checking the start byte.
+
+#include "FuzzSupport.h"
+
+#include "common/ByteOrder.h"
+#include "kom/protocol/ReplyParsers.h"
+
+using namespace vela::fuzz;
+using vela::kom::ByteView;
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    Initialize();
+    const ExactBytes stream(size ? data + 1 : data, size ? size - 1 : 0);
+    const ByteView header(stream.Data(), stream.Size());
+
+    uint32_t checked = 0;
+    if (RunParser([&] { checked = vela::kom::CheckedReplyPayloadLength(header); })) {
+        // Accepted only with the start byte and a whole length field; the length is what the
+        // header says, less the header itself (wrapping below 7).
+        Check(stream.Size() >= 5 && stream.Data()[0] == 0xC3,
+              "a header without start byte or length accepted");
+        Check(checked == vela::common::ReadBigEndian32(stream.Data() + 1) - 7, "wrong payload length");
+    }
+    RunParser([&] { vela::kom::AnnouncedPayloadLength(header, L"fuzz"); });
+
+    // Through the channel: the same header read by the protocol object, then the purge that
+    // follows a wrong-sized reply. The purge must swallow every failure of the library's kinds.
+    uint32_t length = 0;
+    const bool read = RunOperation(data, size, [&](FuzzDevice& device) {
+        FuzzTransport transport(L"fuzz-channel");
+        length = device.GetReplyDataLength(transport);
+        try {
+            device.PergeQueue(transport);
+        } catch (...) {
+            Fail("PergeQueue let an exception out");
+        }
+    });
+    if (read) {
+        Check(stream.Size() >= 7 && checked == length, "GetReplyDataLength disagrees with the header parser");
+    }
+
+    // A print control order reads its acknowledgement header without looking at the start byte.
+    RunOperation(data, size, [](FuzzDevice& device) { device.PrintControlCommand(0x04); });
+    return 0;
+}

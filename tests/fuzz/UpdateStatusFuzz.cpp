@@ -1,0 +1,28 @@
+// The updater's status report: the pure parser and GetUpdateStatusReport over the channel. The
+// state must stay one the update procedure knows (0, 1, 4 or the initial 5).
+
+#include "FuzzSupport.h"
+
+#include "kom/protocol/ReplyParsers.h"
+
+using namespace vela::fuzz;
+
+namespace {
+
+void CheckReport(const vela::kom::DeviceManagerStatus& status) {
+    Check(status.status == 0 || status.status == 1 || status.status == 4 || status.status == 5,
+          "update state out of range");
+    Check(status.value1 <= 0xFF && status.value2 <= 0xFF, "update values wider than a byte");
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    Initialize();
+    const ExactBytes payload = PayloadAfterHeader(data, size);
+    RunParser([&] {
+        CheckReport(vela::kom::ParseUpdateStatusReply(vela::kom::ByteView(payload.Data(), payload.Size())));
+    });
+    RunOperation(data, size, [](FuzzDevice& device) { CheckReport(device.GetUpdateStatusReport()); });
+    return 0;
+}

@@ -1,0 +1,31 @@
+// The version reply: the pure splitter of the seven zero-terminated texts, and GetPrinterVersion
+// over the channel (texts widened from whatever bytes the printer sent).
+
+#include "FuzzSupport.h"
+
+#include "kom/protocol/ReplyParsers.h"
+
+#include <cstring>
+
+using namespace vela::fuzz;
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    Initialize();
+    const ExactBytes payload = PayloadAfterHeader(data, size);
+    RunParser([&] {
+        const auto texts = vela::kom::ParseVersionReply(vela::kom::ByteView(payload.Data(), payload.Size()));
+        size_t total = 0;
+        for (const std::string& text : texts) {
+            Check(text.find('\0') == std::string::npos, "a version text holds its terminator");
+            total += text.size() + 1;
+        }
+        Check(total <= payload.Size() - 2 + texts.size(), "version texts longer than the reply");
+    });
+
+    RunOperation(data, size, [](FuzzDevice& device) {
+        const vela::kom::PrinterVersion version = device.GetPrinterVersion();
+        (void)version.GetOSVersion();
+        (void)version.GetRootFSVersion();
+    });
+    return 0;
+}

@@ -1,0 +1,88 @@
+#include "reliability/SimulatedPrinter.h"
+
+#include "common/StringConverter.h"
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <dirent.h>
+#include <unistd.h>
+
+namespace vela::test {
+
+using vela::common::StringConverter;
+
+namespace {
+
+size_t CountEntries(const char* folder) {
+    size_t count = 0;
+    if (DIR* dir = ::opendir(folder)) {
+        while (const dirent* entry = ::readdir(dir)) {
+            if (entry->d_name[0] != '.') {
+                ++count;
+            }
+        }
+        ::closedir(dir);
+    }
+    return count;
+}
+
+} // namespace
+
+std::string UniquePrinterName(const std::string& base) {
+    static std::atomic<int> counter{0};
+    return base + " " + std::to_string(::getpid()) + "-" + std::to_string(++counter);
+}
+
+size_t OpenDescriptorCount() {
+    // The folder's own descriptor is counted too, the same on every call.
+    return CountEntries("/proc/self/fd");
+}
+
+size_t ThreadCount() {
+    return CountEntries("/proc/self/task");
+}
+
+SimulatedPrinter::SimulatedPrinter() : SimulatedPrinter(Options()) {}
+
+SimulatedPrinter::SimulatedPrinter(Options options) : m_options(options) {
+    vela::sim::Simulator::Options simOptions;
+    simOptions.name = UniquePrinterName("Reliability");
+    simOptions.model = "410";
+    simOptions.hid = options.hid;
+    if (std::getenv("QRV_TEST_TRACE") != nullptr) {
+        // Every frame, fault and disconnect of the printer on standard error, to see why a case
+        // failed.
+        simOptions.trace = [](const std::string& line) { std::fprintf(stderr, "%s\n", line.c_str()); };
+    }
+    m_sim = std::make_unique<vela::sim::Simulator>(simOptions);
+    // The updater finishes at once: the update's own waits are made instant by the pause seam,
+    // and a printer that stays busy through them would fail every update.
+    m_sim->Printer().SetUpdateBusyReports(0);
+    m_connection.vendorId = 0x0922;
+    m_connection.productId = m_sim->ProductId();
+    m_connection.devicePath = m_sim->PrinterPath();
+    m_connection.printerName = StringConverter::FromUtf8(simOptions.name);
+    m_environment = std::make_unique<ScopedEnvironment>("QRV_VIRTUAL_PRINTERS",
+                                                        StringConverter::FromUtf8(m_sim->EntryText()));
+    m_device = std::make_unique<vela::kom::QRVDevice>(m_connection);
+}
+
+SimulatedPrinter::~SimulatedPrinter() {
+    m_device.reset();
+    m_sim->Stop();
+}
+
+std::string SimulatedPrinter::NameUtf8() const {
+    return StringConverter::ToUtf8(m_connection.printerName);
+}
+
+std::string SimulatedPrinter::ChannelPath() const {
+    return StringConverter::ToUtf8(m_connection.devicePath);
+}
+
+bool SimulatedPrinter::WaitUntilBack(uint32_t disconnects) {
+    return m_sim->WaitForReconnections(disconnects, std::chrono::seconds(10));
+}
+
+} // namespace vela::test
