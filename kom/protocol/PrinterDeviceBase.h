@@ -31,8 +31,7 @@ namespace vela::kom {
 // Calls may come from any thread; the access lock serialises them, also across processes.
 //
 // Log and exception texts name their origin "PrinterDevice::<operation>()".
-template <class Transport, class Synchronizer, class Converter>
-class PrinterDeviceBase {
+template <class Transport, class Synchronizer, class Converter> class PrinterDeviceBase {
 public:
     using ProgressCallback = std::function<void(uint64_t done, uint64_t total)>;
 
@@ -131,5 +130,5 @@ protected:
 
 } // namespace vela::kom
 
-#include "kom/protocol/PrinterDeviceProtocol.ipp"
 #include "kom/filesystem/PrinterDeviceFileSystem.ipp"
+#include "kom/protocol/PrinterDeviceProtocol.ipp"

@@ -13,7 +13,9 @@ namespace vela::test {
 using HelperFunction = std::function<int(const std::vector<std::string>& args)>;
 
 struct HelperCommand {
-    HelperCommand(const std::string& name, HelperFunction function) { Registry()[name] = std::move(function); }
+    HelperCommand(const std::string& name, HelperFunction function) {
+        Registry()[name] = std::move(function);
+    }
     static std::map<std::string, HelperFunction>& Registry() {
         static std::map<std::string, HelperFunction> registry;
         return registry;

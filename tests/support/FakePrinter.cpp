@@ -13,7 +13,9 @@ namespace {
 FakePrinter* g_current = nullptr;
 }
 
-FakePrinter::FakePrinter() { g_current = this; }
+FakePrinter::FakePrinter() {
+    g_current = this;
+}
 FakePrinter::~FakePrinter() {
     if (g_current == this) {
         g_current = nullptr;
@@ -28,16 +30,24 @@ FakePrinter& FakePrinter::Current() {
     return *g_current;
 }
 
-void FakePrinter::QueueBytes(const std::vector<uint8_t>& bytes) { m_steps.push_back({Step::Kind::bytes, bytes}); }
+void FakePrinter::QueueBytes(const std::vector<uint8_t>& bytes) {
+    m_steps.push_back({Step::Kind::bytes, bytes});
+}
 void FakePrinter::QueueReply(const std::vector<uint8_t>& payload, uint8_t group, uint8_t unit) {
     QueueBytes(Frame(payload, group, unit));
 }
-void FakePrinter::QueueRawRead(const std::vector<uint8_t>& chunk) { m_steps.push_back({Step::Kind::chunk, chunk}); }
-void FakePrinter::QueueReadFailure() { m_steps.push_back({Step::Kind::failure, {}}); }
+void FakePrinter::QueueRawRead(const std::vector<uint8_t>& chunk) {
+    m_steps.push_back({Step::Kind::chunk, chunk});
+}
+void FakePrinter::QueueReadFailure() {
+    m_steps.push_back({Step::Kind::failure, {}});
+}
 void FakePrinter::QueueCompletion(uint8_t progress, uint8_t result) {
     QueueReply({0x00, 0x80, progress, 0x00, result});
 }
-void FakePrinter::ShortenNextWrite(uint32_t count) { m_shortWrite = count; }
+void FakePrinter::ShortenNextWrite(uint32_t count) {
+    m_shortWrite = count;
+}
 
 std::vector<uint8_t> FakePrinter::AllWritten() const {
     std::vector<uint8_t> all;
@@ -106,7 +116,9 @@ uint32_t FakePrinter::RawRead(uint8_t* buffer, uint32_t capacity) {
 FakeTransport::FakeTransport(const std::wstring& devicePath) : UsbPrintDeviceBase(devicePath) {
     FakePrinter::Current().Opened(devicePath);
 }
-FakeTransport::~FakeTransport() { FakePrinter::Current().Closed(); }
+FakeTransport::~FakeTransport() {
+    FakePrinter::Current().Closed();
+}
 
 uint32_t FakeTransport::WriteBytes(const uint8_t* data, uint32_t length) {
     const int64_t truncation = FakePrinter::Current().TakeWriteTruncation();
@@ -138,8 +150,8 @@ int& NoOpSynchronizer::Taken() {
 
 std::vector<uint8_t> Frame(const std::vector<uint8_t>& payload, uint8_t group, uint8_t unit) {
     uint32_t total = static_cast<uint32_t>(payload.size() + 7);
-    std::vector<uint8_t> out{0xC3, uint8_t(total >> 24), uint8_t(total >> 16), uint8_t(total >> 8), uint8_t(total),
-                             group, unit};
+    std::vector<uint8_t> out{
+        0xC3, uint8_t(total >> 24), uint8_t(total >> 16), uint8_t(total >> 8), uint8_t(total), group, unit};
     out.insert(out.end(), payload.begin(), payload.end());
     return out;
 }

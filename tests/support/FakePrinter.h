@@ -101,7 +101,10 @@ private:
 // The synchronizer policy for protocol tests: takes no lock, counts how often it was held.
 class NoOpSynchronizer {
 public:
-    explicit NoOpSynchronizer(const vela::kom::ConnectedPrinter&) { ++Held(); ++Taken(); }
+    explicit NoOpSynchronizer(const vela::kom::ConnectedPrinter&) {
+        ++Held();
+        ++Taken();
+    }
     ~NoOpSynchronizer() { --Held(); }
     NoOpSynchronizer(const NoOpSynchronizer&) = delete;
     NoOpSynchronizer& operator=(const NoOpSynchronizer&) = delete;

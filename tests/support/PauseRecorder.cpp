@@ -25,7 +25,9 @@ PauseRecorder::PauseRecorder(vela::common::WaitResult result) : m_result(result)
     });
 }
 
-PauseRecorder::~PauseRecorder() { vela::common::SetPauseHandler(m_previous); }
+PauseRecorder::~PauseRecorder() {
+    vela::common::SetPauseHandler(m_previous);
+}
 
 std::vector<uint32_t> PauseRecorder::Pauses() const {
     std::lock_guard<std::mutex> lock(m_mutex);

@@ -80,9 +80,13 @@ TempDir::~TempDir() {
     fs::remove_all(m_path, ec);
 }
 
-std::string TempDir::File(const std::string& name) const { return (fs::path(m_path) / name).string(); }
+std::string TempDir::File(const std::string& name) const {
+    return (fs::path(m_path) / name).string();
+}
 
-std::wstring TempDir::WFile(const std::string& name) const { return (fs::path(m_path) / name).wstring(); }
+std::wstring TempDir::WFile(const std::string& name) const {
+    return (fs::path(m_path) / name).wstring();
+}
 
 std::vector<uint8_t> ReadHostFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);

@@ -23,8 +23,8 @@ public:
         std::wstring text;
     };
     std::vector<Line> Lines() const;
-    bool Contains(const std::wstring& text) const;            // some line equals text
-    bool ContainsSubstring(const std::wstring& part) const;   // some line contains part
+    bool Contains(const std::wstring& text) const;          // some line equals text
+    bool ContainsSubstring(const std::wstring& part) const; // some line contains part
     size_t Count(vela::common::LogLevel level) const;
     void Clear();
 
