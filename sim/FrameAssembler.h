@@ -31,8 +31,9 @@ public:
 
     // True while a message is partly received (or garbage is being skipped).
     bool HasPartialInput() const { return !m_pending.empty() || m_garbageCount != 0; }
-    // Bytes received of the message in progress.
+    // Bytes received of the message in progress, and where they are (valid until the next call).
     size_t PartialSize() const { return m_pending.size(); }
+    const uint8_t* PartialData() const { return m_pending.data(); }
 
 private:
     void FlushGarbage(std::vector<FramingViolation>& violations);

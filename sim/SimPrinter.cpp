@@ -135,6 +135,9 @@ FeedResult SimPrinter::Feed(const uint8_t* data, size_t size) {
             }
             if (frame) {
                 Handle(std::move(*frame), exchange);
+                m_putDigest.Reset();
+            } else {
+                m_putDigest.Advance(m_assembler.PartialData(), m_assembler.PartialSize());
             }
             if (!exchange.result.disconnect && m_disconnect && CountsIncoming() &&
                 m_disconnect->remaining == 0) {
@@ -158,6 +161,7 @@ void SimPrinter::Tick() {
         if (m_assembler.HasPartialInput() && Now() - m_lastInput >= m_options.partialMessageTimeout) {
             std::vector<FramingViolation> violations;
             m_assembler.Abandon(violations);
+            m_putDigest.Reset();
             for (FramingViolation& violation : violations) {
                 AddViolation(std::move(violation), &exchange);
             }
@@ -171,6 +175,7 @@ void SimPrinter::Tick() {
 void SimPrinter::ResetChannel() {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_assembler.Reset();
+    m_putDigest.Reset();
 }
 
 bool SimPrinter::CountsIncoming() const {
@@ -193,6 +198,7 @@ void SimPrinter::TriggerDisconnect(Exchange& exchange) {
         m_disconnect.reset();
     }
     m_assembler.Reset();
+    m_putDigest.Reset();
 }
 
 void SimPrinter::Emit(std::vector<uint8_t> bytes, Exchange& exchange) {
@@ -458,7 +464,7 @@ uint8_t SimPrinter::PutFile(const Request& request, std::vector<uint8_t>& frame)
     if (check == result::ok || check == result::diskFull) {
         // What arrived is verified before it is stored, so a damaged file is reported as such
         // even when it would not have fitted.
-        Md5::Digest digest = Md5::Of(frame.data() + wire::kPutDataOffset, size);
+        Md5::Digest digest = m_putDigest.DigestOf(frame, size);
         if (!std::equal(digest.begin(), digest.end(),
                         frame.begin() + static_cast<ptrdiff_t>(wire::kPutDataOffset + size))) {
             check = result::badChecksum;
@@ -523,6 +529,7 @@ void SimPrinter::DeviceControl(uint8_t code, Exchange& exchange) {
         exchange.result.reconnectAfter = m_options.rebootDelay;
         exchange.result.disconnectAfter = m_options.rebootGrace;
         m_assembler.Reset();
+        m_putDigest.Reset();
         if (exchange.tracing) {
             exchange.trace.push_back("sim: rebooting; back in " +
                                      std::to_string(m_options.rebootDelay.count()) + " ms");

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "sim/FaultPlan.h"
+#include "sim/ArrivingPutDigest.h"
 #include "sim/FrameAssembler.h"
 #include "sim/PrinterModel.h"
 #include "sim/RequestDecoder.h"
@@ -216,6 +217,7 @@ private:
     mutable std::mutex m_mutex;
     std::condition_variable m_hidReady;
     FrameAssembler m_assembler;
+    ArrivingPutDigest m_putDigest;
     Clock::time_point m_lastInput{};
     StatusBlock m_status;
     PrinterVersions m_versions;
