@@ -12,6 +12,7 @@
 #include "common/Pause.h"
 #include "common/StringConverter.h"
 #include "common/UsbPrintDevice.h"
+#include "kom/filesystem/BackgroundFileDigest.h"
 #include "kom/filesystem/DiskSpaceReply.h"
 #include "kom/filesystem/FileDataReply.h"
 #include "kom/filesystem/FileSystemRequests.h"
@@ -21,6 +22,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <exception>
 #include <limits>
 #include <optional>
 
@@ -110,21 +112,42 @@ int32_t PrinterDeviceBase<T, S, C>::PutFile(const std::wstring& printerPath,
     const uint64_t maxData = std::numeric_limits<uint32_t>::max() - R::kPutOverhead;
     const uint64_t dataLength = LoadHostFile(hostFileName, message, maxData, R::kDigestSize);
 
-    // The digest comes from a second, streaming reading of the host file.
-    vela::common::MD5FileHash hash;
-    std::vector<uint8_t> digest;
-    if (!hash.GetHash(hostFileName, digest) || digest.size() != R::kDigestSize) {
-        vela::common::LogAndThrow(vela::common::MD5Exception(L"'Couldn't hash the file'", source));
-    }
-    message.insert(message.end(), digest.begin(), digest.end());
+    // The digest comes from a second, independent reading of the host file. It is needed only for
+    // the message's last bytes, so the reading runs while the rest goes out.
+    BackgroundFileDigest digest(hostFileName, source);
+    message.resize(message.size() + R::kDigestSize);
     R::FinishPutRequest(message, static_cast<uint32_t>(dataLength));
 
+    std::exception_ptr digestFailure;
     {
         filesystem_detail::PutProgressScope progress(*transport, m_progress, message.size());
-        WriteData(*transport, message);
+        WriteDataCompletingTail(*transport, message, R::kDigestSize, [&](uint8_t* tail, size_t written) {
+            try {
+                const std::vector<uint8_t> value = digest.Take();
+                std::copy(value.begin(), value.end(), tail);
+            } catch (const vela::common::Exception&) {
+                if (written == 0) {
+                    throw; // nothing has gone out: the put simply fails
+                }
+                // The printer already has the head of the message: it is finished with a digest
+                // that no data of ours has (all zero), so that the printer's framing stays in
+                // step and it refuses the file.
+                digestFailure = std::current_exception();
+                std::fill(tail, tail + R::kDigestSize, uint8_t{0});
+            }
+        });
     }
     // Not needed while the printer works on it.
     std::vector<uint8_t>().swap(message);
+    if (digestFailure) {
+        // The printer's refusal is collected, so that the next operation finds nothing waiting;
+        // the caller learns why the put failed.
+        try {
+            (void)WaitForCompletion(*transport);
+        } catch (const vela::common::Exception&) {
+        }
+        std::rethrow_exception(digestFailure);
+    }
     return WaitForCompletion(*transport);
 }
 

@@ -91,6 +91,14 @@ public:
     // Writes the whole request in one Write. Throws QRVException on a short write and the
     // transport's write exceptions.
     void WriteData(vela::common::IUsbPrintDevice& transport, const std::vector<uint8_t>& bytes);
+    // Writes `bytes` as WriteData does, with the same chunks on the wire, but hands its last
+    // `tailSize` bytes to completeTail(tail, written) (on the calling thread) just before the
+    // chunk that carries them goes out; the `written` bytes in front of that chunk are on their
+    // way by then. Throws as WriteData, and what `completeTail` throws (nothing more is written
+    // then).
+    void WriteDataCompletingTail(vela::common::IUsbPrintDevice& transport, std::vector<uint8_t>& bytes,
+                                 size_t tailSize,
+                                 const std::function<void(uint8_t* tail, size_t written)>& completeTail);
     // Empties `buffer` and reads until it holds `count` bytes (the transport is asked at least
     // once, even for 0). The buffer grows only as bytes arrive, so a hostile or wrapped-around
     // count costs no memory up front; the transport's read time-out ends a reply that stops.

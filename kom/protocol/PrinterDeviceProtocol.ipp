@@ -6,6 +6,7 @@
 #include "common/Log.h"
 #include "common/LogAndThrow.h"
 #include "common/Pause.h"
+#include "common/UsbPrintDevice.h"
 #include "kom/protocol/MessageHeader.h"
 #include "kom/protocol/ReplyParsers.h"
 #include "kom/protocol/RequestCodes.h"
@@ -269,6 +270,35 @@ void PrinterDeviceBase<T, S, C>::WriteData(vela::common::IUsbPrintDevice& transp
     const uint32_t written = transport.Write(bytes);
     if (written != bytes.size()) {
         vela::common::LogAndThrow(QRVException(L"could not write " + std::to_wstring(bytes.size()) +
+                                                   L" bytes; only " + std::to_wstring(written) +
+                                                   L" bytes were written",
+                                               L"PrinterDevice::WriteData()"));
+    }
+}
+
+template <class T, class S, class C>
+void PrinterDeviceBase<T, S, C>::WriteDataCompletingTail(
+    vela::common::IUsbPrintDevice& transport, std::vector<uint8_t>& bytes, size_t tailSize,
+    const std::function<void(uint8_t*, size_t)>& completeTail) {
+    vela::common::Log::LogInfo(L"PrinterDevice::WriteData()");
+    constexpr size_t kChunk = vela::common::UsbPrintDevice::kChunkSize;
+    const size_t length = bytes.size();
+    tailSize = std::min(tailSize, length);
+    // The whole chunks in front of the tail go out first, straight from the buffer; the rest is
+    // one Write, which adds the pad byte exactly when the whole message needs it (the head is a
+    // multiple of the chunk size, and so of the packet size).
+    const size_t head = (length - tailSize) / kChunk * kChunk;
+    uint32_t written = 0;
+    if (head > 0) {
+        written = transport.WriteBytes(bytes.data(), static_cast<uint32_t>(head));
+    }
+    if (written == head) {
+        completeTail(bytes.data() + (length - tailSize), written);
+        written +=
+            transport.Write(std::vector<uint8_t>(bytes.begin() + static_cast<ptrdiff_t>(head), bytes.end()));
+    }
+    if (written != length) {
+        vela::common::LogAndThrow(QRVException(L"could not write " + std::to_wstring(length) +
                                                    L" bytes; only " + std::to_wstring(written) +
                                                    L" bytes were written",
                                                L"PrinterDevice::WriteData()"));

@@ -48,6 +48,7 @@ public:
 
     // Observations.
     const std::vector<std::vector<uint8_t>>& RawWrites() const { return m_rawWrites; }
+    void ClearWrites() { m_rawWrites.clear(); }
     // All bytes written, concatenated (pad bytes included).
     std::vector<uint8_t> AllWritten() const;
     size_t PendingBytes() const;

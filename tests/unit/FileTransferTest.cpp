@@ -2,6 +2,7 @@
 
 #include "common/MD5FileHash.h"
 #include "kom/QRVException.h"
+#include "kom/filesystem/BackgroundFileDigest.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -91,6 +92,67 @@ TEST_F(FileTransfer, PutCarriesBothLengthsTheDataAndTheDigestAndReportsEveryChun
     ASSERT_EQ(progress.size(), (total + 8191) / 8192);
     EXPECT_EQ(progress.front(), std::make_pair(uint64_t{8192}, uint64_t{total}));
     EXPECT_EQ(progress.back(), std::make_pair(uint64_t{total}, uint64_t{total}));
+}
+
+// The digest is read while the message goes out and written into its last chunk just before that
+// chunk leaves: the chunks on the wire must still be those of one write of the whole message,
+// pad byte included, also where the digest straddles a chunk boundary.
+TEST_F(FileTransfer, PutChunksAreThoseOfOneWriteWhereverTheDigestFalls) {
+    const struct {
+        const char* what;
+        size_t total; // message length
+    } cases[] = {
+        {"one chunk exactly (a multiple of 512: padded)", 8192},
+        {"two chunks exactly (padded)", 16384},
+        {"digest across the chunk boundary", 16384 + 5},
+        {"digest right behind the boundary", 16384 + 16},
+        {"a multiple of 512 inside a chunk (padded)", 16384 + 1024},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        const auto data = Pattern(c.total - 287);
+        WriteHostFile(dir.File("f.bin"), data);
+        printer.ClearWrites();
+        printer.QueueCompletion(2, 0);
+        ASSERT_EQ(device.PutFile(L"/d/f.bin", dir.WFile("f.bin")), 0);
+
+        auto expected = Concat({{0xC3, uint8_t(c.total >> 24), uint8_t(c.total >> 16), uint8_t(c.total >> 8),
+                                 uint8_t(c.total), 0x60, 0x04, 0x01, 0x31, 0x01},
+                                PathField("/d/f.bin"),
+                                LittleEndian32(static_cast<uint32_t>(data.size())),
+                                data,
+                                Digest(dir.WFile("f.bin"))});
+        const bool padded = c.total % 512 == 0;
+        if (padded) {
+            expected.push_back(0x00);
+        }
+        std::vector<size_t> chunks;
+        for (size_t left = expected.size(); left > 0; left -= std::min<size_t>(left, 8192)) {
+            chunks.push_back(std::min<size_t>(left, 8192));
+        }
+        chunks.push_back(kPoll.size());
+        expected.insert(expected.end(), kPoll.begin(), kPoll.end());
+
+        std::vector<size_t> written;
+        for (const auto& w : printer.RawWrites()) {
+            written.push_back(w.size());
+        }
+        EXPECT_EQ(written, chunks);
+        EXPECT_TRUE(printer.AllWritten() == expected);
+    }
+}
+
+TEST_F(FileTransfer, TheBackgroundDigestIsTheFilesAndAFailedReadingIsAnMD5Exception) {
+    const auto data = Pattern(100000);
+    WriteHostFile(dir.File("f.bin"), data);
+    BackgroundFileDigest digest(dir.WFile("f.bin"), L"PrinterDevice::PutFile()");
+    EXPECT_EQ(digest.Take(), Digest(dir.WFile("f.bin")));
+
+    BackgroundFileDigest missing(dir.WFile("missing.bin"), L"PrinterDevice::PutFile()");
+    EXPECT_THROW(missing.Take(), vela::common::MD5Exception);
+
+    // Never taken: the destructor waits for the reading and throws nothing.
+    { BackgroundFileDigest unused(dir.WFile("f.bin"), L"PrinterDevice::PutFile()"); }
 }
 
 TEST_F(FileTransfer, APathOf300Utf8BytesIsCutTo257) {
