@@ -79,10 +79,10 @@ size_t FrameAssembler::Consume(const uint8_t* data, size_t size, std::optional<s
 
         size_t take = std::min(size - used, size_t{m_declared} - m_pending.size());
         if (m_pending.capacity() < m_pending.size() + take) {
-            // Grow by doubling, but never past the declared size: a large put then ends in a
-            // buffer of exactly its own size, which becomes the stored file without a copy.
-            m_pending.reserve(
-                std::min<size_t>(m_declared, std::max(m_pending.size() + take, 2 * m_pending.capacity())));
+            // More than kMaxReserve bytes of it have come: the host means it. The buffer grows to
+            // the declared size in one step (doubling would copy a large put twice more), and a
+            // put then ends in a buffer of exactly its own size, which becomes the stored file.
+            m_pending.reserve(m_declared);
         }
         m_pending.insert(m_pending.end(), data + used, data + used + take);
         used += take;

@@ -263,9 +263,11 @@ void SimPrinter::Reply(RequestKind kind, uint8_t unit, std::vector<uint8_t> payl
         int64_t size = static_cast<int64_t>(payload.size()) + fault->lengthDelta;
         payload.resize(static_cast<size_t>(std::max<int64_t>(0, size)), 0);
     }
-    std::vector<uint8_t> message = wire::ReplyHeader(unit, payload.size());
-    message.insert(message.end(), payload.begin(), payload.end());
-    payload = {};
+    // The header goes in front of the payload in its own buffer: a file's reply is as large as the
+    // file, and a second buffer of that size would cost a copy into fresh memory.
+    const std::vector<uint8_t> header = wire::ReplyHeader(unit, payload.size());
+    payload.insert(payload.begin(), header.begin(), header.end());
+    std::vector<uint8_t> message = std::move(payload);
     if (auto fault = m_faults.Take(FaultKind::corruptStartByte, kind)) {
         message[0] = fault->value.value_or(0x3C);
     }
@@ -376,7 +378,7 @@ void SimPrinter::Handle(std::vector<uint8_t> frame, Exchange& exchange) {
         const std::vector<uint8_t>* data = request.pathTerminated ? m_files.Find(request.path) : nullptr;
         size_t size = data ? data->size() : 0;
         std::vector<uint8_t> payload;
-        payload.reserve(wire::kReplyDataOffset + 4 + size);
+        payload.reserve(wire::kHeaderSize + wire::kReplyDataOffset + 4 + size); // room for the header
         payload.push_back(0x00);
         payload.push_back(wire::command::getFetch);
         wire::AppendPathField(payload, request.path);
