@@ -3,14 +3,10 @@
 #include "common/Exception.h"
 #include "common/Log.h"
 #include "common/StringConverter.h"
-#include "kom/connection/PrinterAccessSynchronizer.h"
 
 #include <gtest/gtest.h>
 
 #include <exception>
-#include <fcntl.h>
-#include <sys/file.h>
-#include <unistd.h>
 
 namespace vela::test {
 
@@ -40,15 +36,7 @@ ResourceSnapshot ResourceSnapshot::Take() {
 }
 
 void ExpectReleased(const SimulatedPrinter& printer, const ResourceSnapshot& baseline) {
-    // The lock file of the production lock, taken by a description of our own: it conflicts with
-    // any holder, this process's included, and never waits.
-    const std::string path =
-        StringConverter::ToUtf8(vela::kom::PrinterAccessSynchronizer::LockName(printer.Name()));
-    const int fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
-    if (fd >= 0) {
-        EXPECT_EQ(::flock(fd, LOCK_EX | LOCK_NB), 0) << "the access lock is still held";
-        ::close(fd);
-    } // no lock file: nobody ever held the lock, nobody holds it now
+    EXPECT_FALSE(IsAccessLockHeld(printer.Name())) << "the access lock is still held";
     EXPECT_EQ(OpenDescriptorCount(), baseline.descriptors) << "a descriptor was left open";
 }
 

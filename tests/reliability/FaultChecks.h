@@ -2,6 +2,7 @@
 
 #include "reliability/PrinterOperations.h"
 #include "reliability/SimulatedPrinter.h"
+#include "reliability/SystemProbe.h"
 #include "sim/RequestDecoder.h"
 
 #include <cstddef>
@@ -20,7 +21,7 @@ struct Outcome {
 };
 Outcome RunCatching(const std::function<void()>& run);
 
-// Descriptor and thread counts of the process.
+// Descriptor (handle) and thread counts of the process.
 struct ResourceSnapshot {
     size_t descriptors = 0;
     size_t threads = 0;
