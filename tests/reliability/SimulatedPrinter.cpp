@@ -1,46 +1,19 @@
 #include "reliability/SimulatedPrinter.h"
 
 #include "common/StringConverter.h"
+#include "reliability/SystemProbe.h"
 
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <dirent.h>
-#include <unistd.h>
 
 namespace vela::test {
 
 using vela::common::StringConverter;
 
-namespace {
-
-size_t CountEntries(const char* folder) {
-    size_t count = 0;
-    if (DIR* dir = ::opendir(folder)) {
-        while (const dirent* entry = ::readdir(dir)) {
-            if (entry->d_name[0] != '.') {
-                ++count;
-            }
-        }
-        ::closedir(dir);
-    }
-    return count;
-}
-
-} // namespace
-
 std::string UniquePrinterName(const std::string& base) {
     static std::atomic<int> counter{0};
-    return base + " " + std::to_string(::getpid()) + "-" + std::to_string(++counter);
-}
-
-size_t OpenDescriptorCount() {
-    // The folder's own descriptor is counted too, the same on every call.
-    return CountEntries("/proc/self/fd");
-}
-
-size_t ThreadCount() {
-    return CountEntries("/proc/self/task");
+    return base + " " + std::to_string(CurrentProcessId()) + "-" + std::to_string(++counter);
 }
 
 SimulatedPrinter::SimulatedPrinter() : SimulatedPrinter(Options()) {}

@@ -11,7 +11,8 @@
 
 namespace vela::test {
 
-// A simulated printer served over the system's own channel (a pseudo-terminal), with a protocol
+// A simulated printer served over the system's own channel (a pseudo-terminal on Linux, named
+// pipes on Windows), with a protocol
 // object that reaches it through the production transport and the production access lock: the
 // set-up of every reliability test. The printer's name is unique to the process, so that tests
 // running side by side never share a lock. QRV_VIRTUAL_PRINTERS names it while the object lives,
@@ -53,9 +54,5 @@ private:
 
 // A printer name no other test process uses at the same time.
 std::string UniquePrinterName(const std::string& base);
-
-// Open descriptors and threads of this process (/proc/self/fd, /proc/self/task).
-size_t OpenDescriptorCount();
-size_t ThreadCount();
 
 } // namespace vela::test

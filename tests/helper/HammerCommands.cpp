@@ -1,11 +1,11 @@
-// Helper subcommands that drive a printer from a second process, for the contention tests on
-// Linux:
+// Helper subcommands that drive a printer from a second process, for the contention tests:
 //
 //   hammer CHANNEL NAME ROUNDS SEED FOLDER
 //       Runs ROUNDS operations on the printer at CHANNEL (queue name NAME, which names the lock):
 //       status queries, listings of the image folder and puts of a small file from FOLDER, in an
-//       order drawn from SEED. Prints "done <ok> <busy> <other>" and exits 0 when every operation
-//       either succeeded or met PrinterBuzyException; each other failure is printed as
+//       order drawn from SEED, which also names the files of this process (every process needs a
+//       seed of its own). Prints "done <ok> <busy> <other>" and exits 0 when every operation either
+//       succeeded or met PrinterBuzyException; each other failure is printed as
 //       "failed <kind>: <message>" and the exit code is 1.
 //   status-loop CHANNEL NAME
 //       Prints "running" and then queries the status without a pause until it is killed (a holder
@@ -27,7 +27,6 @@
 #include <fstream>
 #include <random>
 #include <string>
-#include <unistd.h>
 
 namespace {
 
@@ -61,8 +60,9 @@ vela::test::HelperCommand hammer("hammer", [](const std::vector<std::string>& ar
     vela::kom::QRVDevice device(Printer(args[0], args[1]));
     const int rounds = std::stoi(args[2]);
     std::mt19937 random(static_cast<uint32_t>(std::stoul(args[3])));
-    const std::string hostFile = args[4] + "/hammer-" + std::to_string(::getpid()) + ".bin";
-    std::ofstream(hostFile, std::ios::binary) << "hammered by " << ::getpid();
+    const std::string seed = args[3];
+    const std::string hostFile = args[4] + "/hammer-" + seed + ".bin";
+    std::ofstream(hostFile, std::ios::binary) << "hammered by " << seed;
 
     int ok = 0, busy = 0, other = 0;
     for (int i = 0; i < rounds; ++i) {
@@ -75,8 +75,8 @@ vela::test::HelperCommand hammer("hammer", [](const std::vector<std::string>& ar
                 (void)device.GetFolderContent(L"/mnt/data/images");
                 break;
             default: {
-                const std::wstring target =
-                    L"/mnt/data/images/h" + std::to_wstring(::getpid()) + L"-" + std::to_wstring(i) + L".bin";
+                const std::wstring target = L"/mnt/data/images/h" + StringConverter::FromUtf8(seed) + L"-" +
+                                            std::to_wstring(i) + L".bin";
                 const int32_t result = device.PutFile(target, StringConverter::FromUtf8(hostFile));
                 if (result != 0) {
                     throw vela::kom::QRVException(L"put result " + std::to_wstring(result), L"hammer");
