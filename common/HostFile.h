@@ -79,6 +79,7 @@ private:
     HostPath m_target;
     HostPath m_temporary;
     bool m_committed = false;
+    uint64_t m_written = 0; // bytes written so far (Linux: where the next write-back starts)
     uint32_t m_lastError = 0;
 };
 
