@@ -12,23 +12,11 @@
 
 using vela::common::WaitResult;
 using vela::kom::NativeQRVDevice;
-using vela::kom::PrinterStatus;
 using vela::sim::Fault;
 using vela::sim::RequestKind;
+using vela::test::Fields;
 using vela::test::PauseRecorder;
 using vela::test::SimulatedPrinter;
-
-namespace {
-
-std::vector<uint32_t> Fields(const PrinterStatus& s) {
-    std::vector<uint32_t> f;
-    for (size_t i = 0; i < PrinterStatus::kFieldCount; ++i) {
-        f.push_back(s.Field(i));
-    }
-    return f;
-}
-
-} // namespace
 
 using NativeQRVDeviceSim = SimulatedPrinter;
 

@@ -11,8 +11,6 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
-
 using namespace vela::kom;
 using vela::sim::RequestKind;
 using vela::sim::Simulator;
@@ -38,15 +36,6 @@ protected:
     void TearDown() override {
         // The library's framing must be exact: the printer saw no malformed request.
         EXPECT_TRUE(m_simulator.Printer().Violations().empty());
-    }
-
-    static std::vector<uint8_t> RandomBytes(size_t size, unsigned seed) {
-        std::mt19937 generator(seed);
-        std::vector<uint8_t> bytes(size);
-        for (auto& b : bytes) {
-            b = static_cast<uint8_t>(generator());
-        }
-        return bytes;
     }
 
     vela::test::PauseRecorder m_pauses; // the fixed pauses are recorded, not slept
@@ -92,7 +81,7 @@ TEST_F(ProtocolOverChannel, FilesRoundTripByteForByte) {
     unsigned seed = 1;
     for (size_t size : sizes) {
         SCOPED_TRACE(size);
-        const std::vector<uint8_t> content = RandomBytes(size, seed++);
+        const std::vector<uint8_t> content = vela::test::TestBytes(size, seed++);
         const std::string name = "file" + std::to_string(size) + ".bin";
         vela::test::WriteHostFile(m_dir.File(name), content);
         const std::wstring printerPath = folder + L"/" + vela::common::StringConverter::FromUtf8(name);

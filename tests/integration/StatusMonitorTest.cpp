@@ -16,19 +16,12 @@ using vela::kom::PrinterStatus;
 using vela::kom::PrinterStatusThread;
 using vela::kom::QRVDevice;
 using vela::kom::StatusMonitorState;
+using vela::test::Fields;
 using vela::test::LogCapture;
 using vela::test::RecordingListener;
 using Clock = std::chrono::steady_clock;
 
 namespace {
-
-std::vector<uint32_t> Fields(const PrinterStatus& s) {
-    std::vector<uint32_t> f;
-    for (size_t i = 0; i < PrinterStatus::kFieldCount; ++i) {
-        f.push_back(s.Field(i));
-    }
-    return f;
-}
 
 // The unchanged markers with field `n` (1-based) = `value`.
 std::vector<uint32_t> OnlyChanged(size_t n, uint32_t value) {

@@ -15,14 +15,6 @@ namespace {
 
 const std::vector<uint8_t> kPoll = Hex("C3 00 00 00 09 60 04 01 80");
 
-std::vector<uint8_t> Pattern(size_t size) {
-    std::vector<uint8_t> bytes(size);
-    for (size_t i = 0; i < size; ++i) {
-        bytes[i] = static_cast<uint8_t>(i * 7 + i / 251);
-    }
-    return bytes;
-}
-
 std::vector<uint8_t> GetRequest(uint8_t command, const std::string& path) {
     return Concat({Hex("C3 00 00 01 0A 60 04 01"), {command}, PathField(path)});
 }
@@ -47,7 +39,7 @@ protected:
         }
         return ::testing::AssertionSuccess();
     }
-    const std::vector<uint8_t> kKeeper = Pattern(5000);
+    const std::vector<uint8_t> kKeeper = TestBytes(5000);
 };
 
 } // namespace
@@ -71,7 +63,7 @@ TEST_F(FileTransfer, PutOfAnEmptyFileIs287BytesEndingInTheDigestOfNothing) {
 }
 
 TEST_F(FileTransfer, PutCarriesBothLengthsTheDataAndTheDigestAndReportsEveryChunk) {
-    const auto data = Pattern(70000);
+    const auto data = TestBytes(70000);
     WriteHostFile(dir.File("big.bin"), data);
     std::vector<std::pair<uint64_t, uint64_t>> progress;
     device.SetProgressCallback([&](uint64_t done, uint64_t total) { progress.emplace_back(done, total); });
@@ -110,7 +102,7 @@ TEST_F(FileTransfer, PutChunksAreThoseOfOneWriteWhereverTheDigestFalls) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
-        const auto data = Pattern(c.total - 287);
+        const auto data = TestBytes(c.total - 287);
         WriteHostFile(dir.File("f.bin"), data);
         printer.ClearWrites();
         printer.QueueCompletion(2, 0);
@@ -143,7 +135,7 @@ TEST_F(FileTransfer, PutChunksAreThoseOfOneWriteWhereverTheDigestFalls) {
 }
 
 TEST_F(FileTransfer, TheBackgroundDigestIsTheFilesAndAFailedReadingIsAnMD5Exception) {
-    const auto data = Pattern(100000);
+    const auto data = TestBytes(100000);
     WriteHostFile(dir.File("f.bin"), data);
     BackgroundFileDigest digest(dir.WFile("f.bin"), L"PrinterDevice::PutFile()");
     EXPECT_EQ(digest.Take(), Digest(dir.WFile("f.bin")));
@@ -215,7 +207,7 @@ TEST_F(FileTransfer, HostFilesThatCannotBeReadMapToTheirKinds) {
 
 TEST_F(FileTransfer, GetReplacesTheHostFileAndReportsTheBytesReceived) {
     CreateKeeper();
-    const auto data = Pattern(600 * 1024);
+    const auto data = TestBytes(600 * 1024);
     std::vector<std::pair<uint64_t, uint64_t>> progress;
     device.SetProgressCallback([&](uint64_t done, uint64_t total) { progress.emplace_back(done, total); });
     printer.QueueCompletion(2, 0);
@@ -264,7 +256,7 @@ TEST_F(FileTransfer, BadGetRepliesFailBeforeTheHostFileIsTouchedAndLeaveNothingU
     CreateKeeper();
     const std::wstring get = L"PrinterDevice::GetFile()";
     const std::wstring save = L"PrinterDevice::SaveFile()";
-    const auto data = Pattern(1000);
+    const auto data = TestBytes(1000);
     const uint32_t replySize = 263 + 1000;
 
     struct Case {
@@ -305,7 +297,7 @@ TEST_F(FileTransfer, BadGetRepliesFailBeforeTheHostFileIsTouchedAndLeaveNothingU
 
 TEST_F(FileTransfer, AGetThatBreaksOffMidDataLeavesTheOldFileAndNoTemporaryFile) {
     CreateKeeper();
-    const auto frame = Frame(FileReplyPayload(Pattern(100000)));
+    const auto frame = Frame(FileReplyPayload(TestBytes(100000)));
     printer.QueueCompletion(2, 0);
     printer.QueueBytes(std::vector<uint8_t>(frame.begin(), frame.begin() + 60000)); // then silence
     EXPECT_THROW(device.GetFile(L"/a", dir.WFile("keep.bin")), vela::common::UsbPrintDeviceReadException);
@@ -316,13 +308,13 @@ TEST_F(FileTransfer, AGetThatBreaksOffMidDataLeavesTheOldFileAndNoTemporaryFile)
 TEST_F(FileTransfer, HostFilesThatCannotBeWrittenMapToTheirKindsAfterTheWholeReply) {
     const std::wstring save = L"PrinterDevice::SaveFile()";
     printer.QueueCompletion(2, 0);
-    printer.QueueReply(FileReplyPayload(Pattern(3000)));
+    printer.QueueReply(FileReplyPayload(TestBytes(3000)));
     EXPECT_TRUE(ThrowsExactly<PathNotFoundException>(
         [&] { device.GetFile(L"/a", dir.WFile("nowhere/x.bin")); }, L"'Couldn't open path'", save));
     EXPECT_EQ(printer.PendingBytes(), 0u);
 
     printer.QueueCompletion(2, 0);
-    printer.QueueReply(FileReplyPayload(Pattern(3000)));
+    printer.QueueReply(FileReplyPayload(TestBytes(3000)));
     EXPECT_TRUE(ThrowsExactly<NoPermissionException>(
         [&] { device.GetFile(L"/a", vela::common::StringConverter::FromUtf8(dir.Path())); },
         L"'Access denied'", save));
