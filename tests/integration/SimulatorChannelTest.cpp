@@ -2,14 +2,18 @@
 // Windows), reached through the library's production transport with raw request bytes.
 
 #include "common/Exception.h"
+#include "common/StringConverter.h"
 #include "common/UsbPrintDevice.h"
 #include "sim/Simulator.h"
+#include "support/ScopedEnvironment.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <memory>
+#include <thread>
 
 using namespace vela::common;
 using vela::sim::Fault;
@@ -68,8 +72,11 @@ protected:
 TEST_F(SimulatorChannel, StatusRequestAndReplyRoundTrip) {
     simulator->Printer().SetStatusBlock({0x05, 0x10, 0x83, 0x01, 0x00, 0x00, 0x34, 0x12});
     UsbPrintDevice device(simulator->PrinterPath());
-    EXPECT_EQ(Exchange(device, kStatusQuery), (Bytes{0xC3, 0x00, 0x00, 0x00, 0x11, 0x60, 0x10, 0x00, 0x80,
-                                                     0x05, 0x10, 0x83, 0x01, 0x00, 0x00, 0x34, 0x12}));
+    // In two pieces, as a slow host might write it.
+    EXPECT_EQ(device.Write(Bytes(kStatusQuery.begin(), kStatusQuery.begin() + 4)), 4u);
+    EXPECT_EQ(Exchange(device, Bytes(kStatusQuery.begin() + 4, kStatusQuery.end())),
+              (Bytes{0xC3, 0x00, 0x00, 0x00, 0x11, 0x60, 0x10, 0x00, 0x80, 0x05, 0x10, 0x83, 0x01, 0x00, 0x00,
+                     0x34, 0x12}));
     // A second transaction on a fresh open, as the library makes one per operation.
     UsbPrintDevice again(simulator->PrinterPath());
     EXPECT_EQ(Exchange(again, kStatusQuery).size(), 17u);
@@ -123,12 +130,23 @@ TEST_F(SimulatorChannel, HidReportIsReadableAfterAStatusChange) {
     EXPECT_EQ(ReadExactly(hid, 8)[5], 0xF0);
 }
 
-TEST_F(SimulatorChannel, RebootDropsTheHostAndServesAgainAfterTheDelay) {
+TEST_F(SimulatorChannel, RebootDropsBothChannelsAndTheStatusReportCatchesUpAfterwards) {
     {
         UsbPrintDevice device(simulator->PrinterPath());
         EXPECT_EQ(device.Write({0xC3, 0x00, 0x00, 0x00, 0x0A, 0x60, 0x06, 0x01, 0x3A, 0x02}), 10u);
     }
+    for (int i = 0; i < 500 && simulator->Connected(); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    ASSERT_FALSE(simulator->Connected());
+    // Changes while nobody can take a report: the host that attaches later learns the latest state.
+    simulator->Printer().SetDoorOpen(true);
+    simulator->Printer().SetBatteryLevel(2);
     ASSERT_TRUE(simulator->WaitForReconnections(1, std::chrono::milliseconds(10000)));
+    UsbPrintDevice hid(simulator->HidPath());
+    const Bytes report = ReadExactly(hid, 8);
+    EXPECT_EQ((report[1] >> 2) & 3, 1) << "door open";
+    EXPECT_EQ(report[3] >> 5, 2) << "battery level 2";
     UsbPrintDevice device(simulator->PrinterPath());
     EXPECT_EQ(Exchange(device, kStatusQuery).size(), 17u);
 }
@@ -150,4 +168,31 @@ TEST_F(SimulatorChannel, InjectedDisconnectFailsTheHostsTransfer) {
     ASSERT_TRUE(simulator->WaitForReconnections(1, std::chrono::milliseconds(10000)));
     UsbPrintDevice device(simulator->PrinterPath());
     EXPECT_EQ(Exchange(device, kStatusQuery).size(), 17u);
+}
+
+TEST(SimulatorOptions, AreCheckedBeforeServingAndTheEntryNamesTheChannelsAndTheModel) {
+    Simulator::Options options;
+    options.model = "310";
+    EXPECT_THROW(Simulator{options}, std::invalid_argument);
+    options.model = "210";
+    options.name = "a|b";
+    EXPECT_THROW(Simulator{options}, std::invalid_argument);
+    options.name = "Bench Printer";
+    options.hid = false;
+    const std::string madeUp = Simulator(options).Entry().serial; // from the name
+    EXPECT_EQ(madeUp.substr(0, 3), "SIM");
+    EXPECT_EQ(madeUp.size(), 11u);
+
+    options.serial = "S-1";
+    Simulator simulator(options);
+    EXPECT_EQ(simulator.ProductId(), 0x0024);
+    const std::string entry =
+        "Bench Printer|" + vela::common::StringConverter::ToUtf8(simulator.PrinterPath()) + "||210|S-1";
+    EXPECT_EQ(simulator.EntryText(), entry);
+    vela::test::ScopedEnvironment restored("QRV_VIRTUAL_PRINTERS", L"");
+    simulator.ExportToEnvironment();
+    ASSERT_NE(std::getenv("QRV_VIRTUAL_PRINTERS"), nullptr);
+    EXPECT_EQ(std::string(std::getenv("QRV_VIRTUAL_PRINTERS")), entry);
+    simulator.Stop();
+    simulator.Stop(); // idempotent
 }
