@@ -46,34 +46,6 @@ protected:
 
 } // namespace
 
-TEST_F(ProtocolOverChannel, QueriesAndOrdersReachThePrinterAndBack) {
-    m_simulator.Printer().SetDoorOpen(true);
-    m_simulator.Printer().SetBatteryLevel(3);
-    PrinterStatus status = m_device.GetStatus();
-    EXPECT_EQ(status.GetCassetteDoorStatus(), 1u);
-    EXPECT_EQ(status.GetBatteryStatus(), 3u);
-    EXPECT_TRUE(m_device.IsCassettePresent());
-
-    PrinterVersion version = m_device.GetPrinterVersion();
-    const auto expected = m_simulator.Printer().GetVersions();
-    EXPECT_EQ(version.GetFWVersion(), vela::common::StringConverter::FromUtf8(expected.firmware));
-    EXPECT_EQ(version.Text(5), vela::common::StringConverter::FromUtf8(expected.deviceId));
-
-    m_simulator.Printer().SetSku("QRV1234");
-    EXPECT_EQ(m_device.GetSkuNumber(), L"QRV1234");
-    m_simulator.Printer().SetCassettePresent(false);
-    EXPECT_THROW(m_device.GetSkuNumber(), NoCassettePresentException);
-
-    EXPECT_EQ(m_device.GetUpdateStatusReport().status, 0u);
-
-    m_device.CutLabel();
-    EXPECT_EQ(m_pauses.Pauses().back(), 5000u); // held under the lock after every print order
-    EXPECT_EQ(m_simulator.Printer().CountRequests(RequestKind::printControl), 1u);
-
-    EXPECT_EQ(m_device.GetImageLibraryPath(),
-              vela::common::StringConverter::FromUtf8(vela::sim::SimPrinter::FolderForSelector(3)));
-}
-
 TEST_F(ProtocolOverChannel, FilesRoundTripByteForByte) {
     const std::wstring folder = m_device.GetImageLibraryPath();
     // Sizes around the 512-byte packet rule, the 8192-byte chunk and a multi-MiB file.
