@@ -196,11 +196,6 @@ TEST_F(FileTransfer, HostFilesThatCannotBeReadMapToTheirKinds) {
         L"'Access denied'", source));
     EXPECT_TRUE(printer.RawWrites().empty());
     EXPECT_TRUE(TransactionClosed(printer));
-
-    EXPECT_TRUE(ThrowsExactly<FileNotFoundException>([&] { device.LoadFile(dir.WFile("missing.bin")); },
-                                                     L"'Couldn't open file'", source));
-    WriteHostFile(dir.File("some.bin"), {9, 8, 7});
-    EXPECT_EQ(device.LoadFile(dir.WFile("some.bin")), (std::vector<uint8_t>{9, 8, 7}));
 }
 
 // ---- get ---------------------------------------------------------------------------------------
@@ -321,24 +316,4 @@ TEST_F(FileTransfer, HostFilesThatCannotBeWrittenMapToTheirKindsAfterTheWholeRep
     EXPECT_EQ(printer.PendingBytes(), 0u);
     EXPECT_TRUE(ListDirectory(dir.Path()).empty());
     EXPECT_TRUE(TransactionClosed(printer));
-}
-
-TEST_F(FileTransfer, SaveFileWritesOnlyAnIntactDataPart) {
-    CreateKeeper();
-    const std::wstring save = L"PrinterDevice::SaveFile()";
-    device.SaveFile(dir.WFile("out.bin"), FileReplyPayload({1, 2, 3}, {}, 0x21, 5));
-    EXPECT_EQ(ReadHostFile(dir.File("out.bin")), (std::vector<uint8_t>{1, 2, 3}));
-
-    const auto tooLong = FileReplyPayload({1, 2, 3}, 4);
-    EXPECT_TRUE(ThrowsExactly<DeviceException>([&] { device.SaveFile(dir.WFile("keep.bin"), tooLong); },
-                                               L"'Corrupted data length'", save));
-    EXPECT_TRUE(ThrowsExactly<DeviceException>(
-        [&] {
-            device.SaveFile(dir.WFile("keep.bin"), {0x00, 0x21});
-        },
-        L"'Corrupted data length'", save));
-    EXPECT_TRUE(ThrowsExactly<PathNotFoundException>(
-        [&] { device.SaveFile(dir.WFile("nowhere/x"), FileReplyPayload({1})); }, L"'Couldn't open path'",
-        save));
-    EXPECT_EQ(ReadHostFile(dir.File("keep.bin")), kKeeper);
 }
