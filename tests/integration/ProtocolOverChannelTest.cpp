@@ -48,8 +48,9 @@ protected:
 
 TEST_F(ProtocolOverChannel, FilesRoundTripByteForByte) {
     const std::wstring folder = m_device.GetImageLibraryPath();
-    // Sizes around the 512-byte packet rule, the 8192-byte chunk and a multi-MiB file.
-    const size_t sizes[] = {0, 511, 512, 8192, 3 * 1024 * 1024 + 17};
+    // Sizes around the 512-byte packet rule (737 bytes make a put of exactly 1024, which goes out
+    // padded), the 8192-byte chunk and a multi-MiB file.
+    const size_t sizes[] = {0, 511, 512, 737, 8192, 3 * 1024 * 1024 + 17};
     unsigned seed = 1;
     for (size_t size : sizes) {
         SCOPED_TRACE(size);
