@@ -3,7 +3,6 @@
 // one print order runs here; the others are checked in-process (CliCommandsTest).
 #include "CliTestSupport.h"
 
-#include "common/StringConverter.h"
 #include "support/TestSupport.h"
 
 #include <chrono>
@@ -61,19 +60,16 @@ TEST(CliBinary, ExitCodesOfTheExecutable) {
 
 // A simulator of this process serves the spawned tool, which finds it through the environment;
 // the test then sees what arrived on the printer.
-TEST(CliBinary, PutThroughTheEnvironmentWithPlainProgressWhenPiped) {
-    vela::sim::Simulator::Options options;
-    options.name = "Spawned Tool Printer";
-    vela::sim::Simulator printer(options);
-    ScopedEnvironment entry("QRV_VIRTUAL_PRINTERS",
-                            vela::common::StringConverter::FromUtf8(printer.EntryText()));
+using CliBinaryOnSimulator = CliTest;
+
+TEST_F(CliBinaryOnSimulator, PutThroughTheEnvironmentWithPlainProgressWhenPiped) {
     TempDir host;
     const auto bytes = TestBytes(200 * 1024, 4);
     WriteHostFile(host.File("art.bin"), bytes);
 
     const CliResult put = RunTool({"put", host.File("art.bin"), "/mnt/data/images/art.bin"});
     ASSERT_EQ(put.code, 0) << put.err;
-    EXPECT_EQ(printer.Printer().ReadFile("/mnt/data/images/art.bin"), bytes);
+    EXPECT_EQ(Printer().ReadFile("/mnt/data/images/art.bin"), bytes);
     EXPECT_NE(put.out.find("Copied "), std::string::npos);
     // The counts are the bytes on the channel (the file and its request's header).
     EXPECT_NE(put.err.find("put art.bin: "), std::string::npos) << put.err;

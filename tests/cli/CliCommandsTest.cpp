@@ -120,13 +120,18 @@ TEST_F(CliTest, StatusAndInfoNameEveryField) {
     EXPECT_NE(text.out.find("Needs attention  Cutter jammed"), std::string::npos) << text.out;
 
     Printer().SetExternalPower(true, true);
+    Printer().SetSku("QRV-123");
     const nlohmann::json info = Run({"--json", "info"}).Json();
     EXPECT_EQ(info["versions"]["firmware"], Printer().GetVersions().firmware);
     EXPECT_EQ(info["deviceId"], Printer().GetVersions().deviceId);
     EXPECT_EQ(info["battery"],
               (nlohmann::json{{"percent", 80}, {"status", "level4"}, {"charging", "charging"}}));
     EXPECT_EQ(info["externalPower"], "connected");
-    EXPECT_EQ(info["folders"]["update"], "/mnt/data/update");
+    EXPECT_EQ(info["cassetteSku"], "QRV-123");
+    EXPECT_EQ(info["folders"], (nlohmann::json{{"images", "/mnt/data/images"},
+                                               {"jobs", "/mnt/data/jobs"},
+                                               {"templates", "/mnt/data/templates"},
+                                               {"update", "/mnt/data/update"}}));
     Printer().SetCassettePresent(false);
     EXPECT_TRUE(Run({"--json", "info"}).Json()["cassetteSku"].is_null());
 }
@@ -138,12 +143,6 @@ TEST_F(CliTest, UpdateShowsItsPhasesAndInstallsThePackage) {
     ASSERT_EQ(update.code, 0) << update.err;
     EXPECT_EQ(update.Json()["firmwareBefore"], "1.8.2");
     EXPECT_EQ(update.Json()["firmwareAfter"], "3.1.4");
-    // The package does not stay on the printer.
-    for (const auto& file : Printer().Files()) {
-        EXPECT_EQ(file.path.find("/mnt/data/update/"), std::string::npos) << file.path;
-    }
-    EXPECT_EQ(Count(m_pauses.Pauses(), 4000), 1u);
-    EXPECT_EQ(Count(m_pauses.Pauses(), 20000), 1u);
     size_t at = 0;
     for (const char* phase :
          {"update: waiting until the printer", "update: copying qrv-fw-3.1.4.pkg", "(100%)",

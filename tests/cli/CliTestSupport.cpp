@@ -5,7 +5,6 @@
 #include "sim/RequestDecoder.h"
 
 #include <chrono>
-#include <random>
 #include <sstream>
 #include <thread>
 
@@ -93,15 +92,6 @@ std::vector<uint8_t> CliTest::OrderCodes(vela::sim::RequestKind kind) {
         }
     }
     return codes;
-}
-
-std::vector<uint8_t> TestBytes(size_t size, uint32_t seed) {
-    std::mt19937 generator(seed);
-    std::vector<uint8_t> bytes(size);
-    for (auto& byte : bytes) {
-        byte = static_cast<uint8_t>(generator());
-    }
-    return bytes;
 }
 
 } // namespace vela::test

@@ -67,7 +67,4 @@ protected:
 // to `timeoutMs` (then kills it: code -1). Bodies per operating system.
 CliResult RunTool(const std::vector<std::string>& arguments, uint32_t timeoutMs = 60000);
 
-// `size` reproducible pseudo-random bytes.
-std::vector<uint8_t> TestBytes(size_t size, uint32_t seed);
-
 } // namespace vela::test

@@ -12,23 +12,11 @@
 
 using vela::common::WaitResult;
 using vela::kom::NativeQRVDevice;
-using vela::kom::PrinterStatus;
 using vela::sim::Fault;
 using vela::sim::RequestKind;
+using vela::test::Fields;
 using vela::test::PauseRecorder;
 using vela::test::SimulatedPrinter;
-
-namespace {
-
-std::vector<uint32_t> Fields(const PrinterStatus& s) {
-    std::vector<uint32_t> f;
-    for (size_t i = 0; i < PrinterStatus::kFieldCount; ++i) {
-        f.push_back(s.Field(i));
-    }
-    return f;
-}
-
-} // namespace
 
 using NativeQRVDeviceSim = SimulatedPrinter;
 
@@ -144,19 +132,10 @@ TEST_F(NativeQRVDeviceSim, LogFileListHoldsTheFilesNamedSyslog) {
     Printer().WriteFile("/mnt/data/settings/SYSLOG", {1}, true);
     Printer().AddFolder("/mnt/data/settings/syslog.d");
 
-    const std::vector<std::wstring> logs = Facade().GetLogFileNameList();
-    // Expected: the file entries of the listing whose names hold "syslog", in listing order.
-    std::vector<std::wstring> expected;
-    for (const auto& entry : Facade().GetFolderContent(L"/mnt/data/settings")) {
-        const std::wstring name = entry->Name();
-        if (entry->IsFile() && name != L"SYSLOG" && name.find(L"syslog") != std::wstring::npos) {
-            expected.push_back(L"/mnt/data/settings/" + name);
-        }
-    }
-    EXPECT_EQ(logs, expected);
-    EXPECT_NE(std::find(logs.begin(), logs.end(), L"/mnt/data/settings/kernel-syslog.txt"), logs.end());
-    EXPECT_NE(std::find(logs.begin(), logs.end(), L"/mnt/data/settings/syslog"), logs.end());
-    EXPECT_EQ(std::find(logs.begin(), logs.end(), L"/mnt/data/settings/syslog.d"), logs.end());
+    // The files (not folders) whose names hold "syslog" in this letter case, in listing order.
+    EXPECT_EQ(Facade().GetLogFileNameList(),
+              (std::vector<std::wstring>{L"/mnt/data/settings/kernel-syslog.txt",
+                                         L"/mnt/data/settings/syslog", L"/mnt/data/settings/syslog.1"}));
 }
 
 TEST_F(NativeQRVDeviceSim, QueriesAreRetriedTenTimesThenFail) {

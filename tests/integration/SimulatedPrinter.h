@@ -36,6 +36,8 @@ protected:
     }
     void TearDown() override {
         m_facade.reset();
+        // The library's framing must be exact: the printer saw no malformed request.
+        EXPECT_TRUE(m_sim->Printer().Violations().empty());
         m_sim.reset();
     }
 

@@ -2,13 +2,16 @@
 // Windows), reached through the library's production transport with raw request bytes.
 
 #include "common/Exception.h"
+#include "common/StringConverter.h"
 #include "common/UsbPrintDevice.h"
 #include "sim/Simulator.h"
+#include "support/ScopedEnvironment.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <memory>
 
 using namespace vela::common;
@@ -41,14 +44,6 @@ Bytes Exchange(UsbPrintDevice& device, const Bytes& request) {
 }
 
 const Bytes kStatusQuery{0xC3, 0x00, 0x00, 0x00, 0x09, 0x60, 0x10, 0x01, 0x80};
-const Bytes kPoll{0xC3, 0x00, 0x00, 0x00, 0x09, 0x60, 0x04, 0x01, 0x80};
-
-Bytes PathRequest(uint8_t command, const std::string& path) {
-    Bytes m{0xC3, 0x00, 0x00, 0x01, 0x0A, 0x60, 0x04, 0x01, command}; // 266 bytes in all
-    m.resize(266, 0x00);
-    std::copy(path.begin(), path.end(), m.begin() + 9);
-    return m;
-}
 
 class SimulatorChannel : public ::testing::Test {
 protected:
@@ -68,47 +63,15 @@ protected:
 TEST_F(SimulatorChannel, StatusRequestAndReplyRoundTrip) {
     simulator->Printer().SetStatusBlock({0x05, 0x10, 0x83, 0x01, 0x00, 0x00, 0x34, 0x12});
     UsbPrintDevice device(simulator->PrinterPath());
-    EXPECT_EQ(Exchange(device, kStatusQuery), (Bytes{0xC3, 0x00, 0x00, 0x00, 0x11, 0x60, 0x10, 0x00, 0x80,
-                                                     0x05, 0x10, 0x83, 0x01, 0x00, 0x00, 0x34, 0x12}));
+    // In two pieces, as a slow host might write it.
+    EXPECT_EQ(device.Write(Bytes(kStatusQuery.begin(), kStatusQuery.begin() + 4)), 4u);
+    EXPECT_EQ(Exchange(device, Bytes(kStatusQuery.begin() + 4, kStatusQuery.end())),
+              (Bytes{0xC3, 0x00, 0x00, 0x00, 0x11, 0x60, 0x10, 0x00, 0x80, 0x05, 0x10, 0x83, 0x01, 0x00, 0x00,
+                     0x34, 0x12}));
     // A second transaction on a fresh open, as the library makes one per operation.
     UsbPrintDevice again(simulator->PrinterPath());
     EXPECT_EQ(Exchange(again, kStatusQuery).size(), 17u);
     EXPECT_EQ(simulator->Printer().CountRequests(vela::sim::RequestKind::statusQuery), 2u);
-}
-
-TEST_F(SimulatorChannel, LargeFileComesBackWholeInOneReply) {
-    Bytes data(200000);
-    for (size_t i = 0; i < data.size(); ++i) {
-        data[i] = static_cast<uint8_t>(i * 7 + (i >> 8));
-    }
-    simulator->Printer().WriteFile("/mnt/data/images/big.bin", data);
-    UsbPrintDevice device(simulator->PrinterPath());
-    EXPECT_EQ(device.Write(PathRequest(0x29, "/mnt/data/images/big.bin")), 266u);
-    Bytes done = Exchange(device, kPoll);
-    EXPECT_EQ(Bytes(done.begin() + 7, done.end()), (Bytes{0x00, 0x80, 0x02, 0x00, 0x00}));
-    Bytes reply = Exchange(device, PathRequest(0x21, "/mnt/data/images/big.bin"));
-    ASSERT_EQ(reply.size(), 7u + 263u + data.size());
-    EXPECT_EQ(reply[8], 0x21);
-    EXPECT_EQ(Bytes(reply.begin() + 270, reply.end()), data);
-}
-
-TEST_F(SimulatorChannel, PaddedRequestOfAMultipleOf512IsUnderstood) {
-    // A put of 1024 bytes in all: the transport appends its pad byte, the printer drops it.
-    Bytes put{0xC3, 0x00, 0x00, 0x04, 0x00, 0x60, 0x04, 0x01, 0x31, 0x01};
-    put.resize(1024 - 16 - 4 - 737, 0x00);
-    std::string path = "/mnt/data/jobs/pad.job";
-    std::copy(path.begin(), path.end(), put.begin() + 10);
-    put.insert(put.end(), {0xE1, 0x02, 0x00, 0x00}); // 737 bytes, least significant first
-    put.insert(put.end(), 737, 0x00);
-    // MD5 of 737 zero bytes.
-    put.insert(put.end(), {0xd1, 0x74, 0xbb, 0xa6, 0x80, 0xd1, 0x82, 0x8f, 0x7f, 0xf2, 0xe8, 0x0b, 0x3a, 0x4a,
-                           0xe0, 0xfb});
-    ASSERT_EQ(put.size(), 1024u);
-    UsbPrintDevice device(simulator->PrinterPath());
-    EXPECT_EQ(device.Write(put), 1024u);
-    Bytes done = Exchange(device, kPoll);
-    EXPECT_EQ(done.back(), 0x00) << "result code";
-    EXPECT_EQ(simulator->Printer().ReadFile(path), Bytes(737, 0x00));
 }
 
 TEST_F(SimulatorChannel, HidReportIsReadableAfterAStatusChange) {
@@ -123,12 +86,15 @@ TEST_F(SimulatorChannel, HidReportIsReadableAfterAStatusChange) {
     EXPECT_EQ(ReadExactly(hid, 8)[5], 0xF0);
 }
 
-TEST_F(SimulatorChannel, RebootDropsTheHostAndServesAgainAfterTheDelay) {
+TEST_F(SimulatorChannel, RebootDropsBothChannelsAndServesAgainAfterTheDelay) {
     {
         UsbPrintDevice device(simulator->PrinterPath());
         EXPECT_EQ(device.Write({0xC3, 0x00, 0x00, 0x00, 0x0A, 0x60, 0x06, 0x01, 0x3A, 0x02}), 10u);
     }
     ASSERT_TRUE(simulator->WaitForReconnections(1, std::chrono::milliseconds(10000)));
+    UsbPrintDevice hid(simulator->HidPath());
+    simulator->Printer().SetDoorOpen(true);
+    EXPECT_EQ((ReadExactly(hid, 8)[1] >> 2) & 3, 1) << "the status reports are back too";
     UsbPrintDevice device(simulator->PrinterPath());
     EXPECT_EQ(Exchange(device, kStatusQuery).size(), 17u);
 }
@@ -150,4 +116,31 @@ TEST_F(SimulatorChannel, InjectedDisconnectFailsTheHostsTransfer) {
     ASSERT_TRUE(simulator->WaitForReconnections(1, std::chrono::milliseconds(10000)));
     UsbPrintDevice device(simulator->PrinterPath());
     EXPECT_EQ(Exchange(device, kStatusQuery).size(), 17u);
+}
+
+TEST(SimulatorOptions, AreCheckedBeforeServingAndTheEntryNamesTheChannelsAndTheModel) {
+    Simulator::Options options;
+    options.model = "310";
+    EXPECT_THROW(Simulator{options}, std::invalid_argument);
+    options.model = "210";
+    options.name = "a|b";
+    EXPECT_THROW(Simulator{options}, std::invalid_argument);
+    options.name = "Bench Printer";
+    options.hid = false;
+    const std::string madeUp = Simulator(options).Entry().serial; // from the name
+    EXPECT_EQ(madeUp.substr(0, 3), "SIM");
+    EXPECT_EQ(madeUp.size(), 11u);
+
+    options.serial = "S-1";
+    Simulator simulator(options);
+    EXPECT_EQ(simulator.ProductId(), 0x0024);
+    const std::string entry =
+        "Bench Printer|" + vela::common::StringConverter::ToUtf8(simulator.PrinterPath()) + "||210|S-1";
+    EXPECT_EQ(simulator.EntryText(), entry);
+    vela::test::ScopedEnvironment restored("QRV_VIRTUAL_PRINTERS", L"");
+    simulator.ExportToEnvironment();
+    ASSERT_NE(std::getenv("QRV_VIRTUAL_PRINTERS"), nullptr);
+    EXPECT_EQ(std::string(std::getenv("QRV_VIRTUAL_PRINTERS")), entry);
+    simulator.Stop();
+    simulator.Stop(); // idempotent
 }

@@ -16,19 +16,12 @@ using vela::kom::PrinterStatus;
 using vela::kom::PrinterStatusThread;
 using vela::kom::QRVDevice;
 using vela::kom::StatusMonitorState;
+using vela::test::Fields;
 using vela::test::LogCapture;
 using vela::test::RecordingListener;
 using Clock = std::chrono::steady_clock;
 
 namespace {
-
-std::vector<uint32_t> Fields(const PrinterStatus& s) {
-    std::vector<uint32_t> f;
-    for (size_t i = 0; i < PrinterStatus::kFieldCount; ++i) {
-        f.push_back(s.Field(i));
-    }
-    return f;
-}
 
 // The unchanged markers with field `n` (1-based) = `value`.
 std::vector<uint32_t> OnlyChanged(size_t n, uint32_t value) {
@@ -95,22 +88,17 @@ TEST_F(StatusMonitorSim, ListenersHearExactlyWhatChangedAndInterruptionsOnce) {
     Printer().SetBatteryLevel(2);
     Next();
 
+    // Which reports are told, and how often an interruption is, is checked report by report in
+    // the unit tests (ReportHandling); here the thread reads them off the channel.
     Printer().SetCutterJammed(true);
     EXPECT_EQ(Next(), OnlyChanged(5, 2));
-    // A change in the counter's high byte alone gives the same report again: no call.
-    Printer().ModifyStatus(
-        [](vela::sim::StatusFields& f) { f.counter = static_cast<uint16_t>(f.counter + 256); });
-    Printer().SetBatteryLevel(1); // still jammed: no second interruption
+    Printer().SetBatteryLevel(1);
     EXPECT_EQ(Next(), OnlyChanged(10, 1));
-    Printer().SetCutterJammed(false);
-    EXPECT_EQ(Next(), OnlyChanged(5, 0));
-    Printer().SetCutterJammed(true);
-    EXPECT_EQ(Next(), OnlyChanged(5, 2));
     Printer().SendSpecialHidReport();
     EXPECT_EQ(Next(), Fields(PrinterStatusThread::FirmwareReportRecord()));
 
     const uint32_t value = Printer().GetStatusBlock()[6];
-    EXPECT_EQ(m_listener.Interrupts(), (std::vector<std::pair<uint32_t, uint32_t>>{{8, value}, {8, value}}));
+    EXPECT_EQ(m_listener.Interrupts(), (std::vector<std::pair<uint32_t, uint32_t>>{{8, value}}));
     EXPECT_EQ(m_listener.Statuses().size(), m_expected) << "no call beyond the ones expected";
 
     // Stopping takes far less than the wait limit.

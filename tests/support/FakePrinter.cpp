@@ -45,9 +45,6 @@ void FakePrinter::QueueReadFailure() {
 void FakePrinter::QueueCompletion(uint8_t progress, uint8_t result) {
     QueueReply({0x00, 0x80, progress, 0x00, result});
 }
-void FakePrinter::ShortenNextWrite(uint32_t count) {
-    m_shortWrite = count;
-}
 
 std::vector<uint8_t> FakePrinter::AllWritten() const {
     std::vector<uint8_t> all;
@@ -65,30 +62,17 @@ size_t FakePrinter::PendingBytes() const {
     return n;
 }
 
-void FakePrinter::Opened(const std::wstring& path) {
+void FakePrinter::Opened() {
     if (m_failOpen) {
         throw vela::common::UsbPrintDeviceConnectionException(L"Unable to open UsbPrint device for writing",
                                                               L"UsbPrintDevice()");
     }
     ++m_opens;
-    m_lastPath = path;
 }
 
 uint32_t FakePrinter::RawWrite(const uint8_t* data, uint32_t length) {
-    if (m_failWrites) {
-        throw vela::common::UsbPrintDeviceWriteException(L"Unable to write data to UsbPrint device, timeout",
-                                                         L"UsbPrintDevice::WriteBytes()");
-    }
-    uint32_t n = length;
-    if (m_shortWrite >= 0) {
-        n = std::min<uint32_t>(length, static_cast<uint32_t>(m_shortWrite));
-        m_shortWrite = -1;
-    }
-    m_rawWrites.emplace_back(data, data + n);
-    if (m_onWrite) {
-        m_onWrite(m_rawWrites.back());
-    }
-    return n;
+    m_rawWrites.emplace_back(data, data + length);
+    return length;
 }
 
 uint32_t FakePrinter::RawRead(uint8_t* buffer, uint32_t capacity) {
@@ -114,7 +98,7 @@ uint32_t FakePrinter::RawRead(uint8_t* buffer, uint32_t capacity) {
 }
 
 FakeTransport::FakeTransport(const std::wstring& devicePath) : UsbPrintDeviceBase(devicePath) {
-    FakePrinter::Current().Opened(devicePath);
+    FakePrinter::Current().Opened();
 }
 FakeTransport::~FakeTransport() {
     FakePrinter::Current().Closed();

@@ -6,7 +6,6 @@
 
 #include <cstdint>
 #include <deque>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -34,17 +33,11 @@ public:
     void QueueReadFailure();
     // Completion-poll replies (payload 5 bytes: 0x00 0x80 progress 0x00 result).
     void QueueCompletion(uint8_t progress, uint8_t result = 0);
-    // The next raw write transfers only `count` bytes of its chunk.
-    void ShortenNextWrite(uint32_t count);
     // The next WriteBytes call stops after `count` bytes and reports only those (a channel that
     // gave up part-way), so Write returns a short count.
     void TruncateNextWrite(uint32_t count) { m_truncateWrite = count; }
-    // Every raw write fails with UsbPrintDeviceWriteException.
-    void FailWrites(bool fail = true) { m_failWrites = fail; }
     // Opening the transport fails with UsbPrintDeviceConnectionException.
     void FailOpen(bool fail = true) { m_failOpen = fail; }
-    // Called after each raw write with the bytes written (may queue replies).
-    void OnWrite(std::function<void(const std::vector<uint8_t>&)> hook) { m_onWrite = std::move(hook); }
 
     // Observations.
     const std::vector<std::vector<uint8_t>>& RawWrites() const { return m_rawWrites; }
@@ -55,12 +48,11 @@ public:
     int Opens() const { return m_opens; }
     int Closes() const { return m_closes; }
     int RawReads() const { return m_rawReads; }
-    std::wstring LastPath() const { return m_lastPath; }
 
     // Used by FakeTransport.
     uint32_t RawWrite(const uint8_t* data, uint32_t length);
     uint32_t RawRead(uint8_t* buffer, uint32_t capacity);
-    void Opened(const std::wstring& path);
+    void Opened();
     void Closed() { ++m_closes; }
     int64_t TakeWriteTruncation() {
         int64_t n = m_truncateWrite;
@@ -75,13 +67,9 @@ private:
     };
     std::deque<Step> m_steps;
     std::vector<std::vector<uint8_t>> m_rawWrites;
-    std::function<void(const std::vector<uint8_t>&)> m_onWrite;
-    int64_t m_shortWrite = -1;
     int64_t m_truncateWrite = -1;
-    bool m_failWrites = false;
     bool m_failOpen = false;
     int m_opens = 0, m_closes = 0, m_rawReads = 0;
-    std::wstring m_lastPath;
 };
 
 // The transport policy for protocol tests: the real vector-level base (padding, buffering) over

@@ -34,15 +34,6 @@ std::vector<uint32_t> PauseRecorder::Pauses() const {
     return m_pauses;
 }
 
-uint64_t PauseRecorder::TotalMs() const {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    uint64_t total = 0;
-    for (uint32_t p : m_pauses) {
-        total += p;
-    }
-    return total;
-}
-
 void PauseRecorder::Clear() {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_pauses.clear();

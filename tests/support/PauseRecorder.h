@@ -19,7 +19,6 @@ public:
     PauseRecorder& operator=(const PauseRecorder&) = delete;
 
     std::vector<uint32_t> Pauses() const;
-    uint64_t TotalMs() const;
     void Clear();
     // The k-th pause (0-based) from now on returns `result` instead.
     void SetResultAt(size_t index, vela::common::WaitResult result);

@@ -11,6 +11,15 @@
 
 namespace vela::test {
 
+// The thirteen fields of a status record, for comparisons whose failures print every field.
+inline std::vector<uint32_t> Fields(const vela::kom::PrinterStatus& status) {
+    std::vector<uint32_t> fields;
+    for (size_t i = 0; i < vela::kom::PrinterStatus::kFieldCount; ++i) {
+        fields.push_back(status.Field(i));
+    }
+    return fields;
+}
+
 // A status listener that remembers every call; tests wait for calls made on the monitor thread.
 class RecordingListener : public vela::kom::INativeQRVListener {
 public:

@@ -112,4 +112,13 @@ std::vector<std::string> ListDirectory(const std::string& path) {
     return names;
 }
 
+std::vector<uint8_t> TestBytes(size_t size, uint32_t seed) {
+    std::mt19937 generator(seed);
+    std::vector<uint8_t> bytes(size);
+    for (auto& byte : bytes) {
+        byte = static_cast<uint8_t>(generator());
+    }
+    return bytes;
+}
+
 } // namespace vela::test

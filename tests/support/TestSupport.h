@@ -54,6 +54,8 @@ std::vector<uint8_t> ReadHostFile(const std::string& path);
 void WriteHostFile(const std::string& path, const std::vector<uint8_t>& bytes);
 bool HostFileExists(const std::string& path);
 std::vector<std::string> ListDirectory(const std::string& path);
+// `size` reproducible pseudo-random bytes.
+std::vector<uint8_t> TestBytes(size_t size, uint32_t seed = 1);
 
 // A child process running the test helper (tests/helper) with the given arguments. Its standard
 // output is readable line by line. The destructor kills it if it still runs.

@@ -1,9 +1,7 @@
 #pragma once
 
 #include "common/StringConverter.h"
-#include "kom/protocol/PrinterDeviceBase.h"
-#include "support/FakePrinter.h"
-#include "support/PauseRecorder.h"
+#include "support/ProtocolFixture.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -32,12 +30,6 @@ inline bool RunningPrivileged() {
     return privileged;
 }
 
-using FsDevice = vela::kom::PrinterDeviceBase<FakeTransport, NoOpSynchronizer, vela::common::StringConverter>;
-
-inline vela::kom::ConnectedPrinter TestPrinter() {
-    return {0x1234, 0x0001, L"fake:printer", L"QRV Test"};
-}
-
 inline std::string Narrow(const std::wstring& text) {
     return vela::common::StringConverter::ToUtf8(text);
 }
@@ -62,18 +54,6 @@ template <class E, class F>
                                              << Narrow(e.Source()) << ": " << Narrow(e.Message()) << ")";
     }
     return ::testing::AssertionFailure() << "nothing thrown";
-}
-
-// After any operation the lock is released and every transport that was opened is closed again.
-inline ::testing::AssertionResult TransactionClosed(const FakePrinter& printer) {
-    if (NoOpSynchronizer::Held() != 0) {
-        return ::testing::AssertionFailure() << "lock still held";
-    }
-    if (printer.Opens() != printer.Closes()) {
-        return ::testing::AssertionFailure()
-               << printer.Opens() << " opens, " << printer.Closes() << " closes";
-    }
-    return ::testing::AssertionSuccess();
 }
 
 // The 257-byte path field built independently of the library.
@@ -111,15 +91,9 @@ inline std::vector<uint8_t> ListingReplyPayload(const std::string& text, uint8_t
     return Concat({{0x00, command}, PathField("/x"), std::vector<uint8_t>(text.begin(), text.end())});
 }
 
-// The fixture every file-system test uses: a scripted printer, recorded pauses, captured log.
-class FileSystemTest : public ::testing::Test {
+// The protocol fixture with a host folder of the test's own.
+class FileSystemTest : public ProtocolFixture {
 protected:
-    FileSystemTest() { NoOpSynchronizer::Reset(); }
-
-    FakePrinter printer;
-    PauseRecorder pauses;
-    LogCapture log;
-    FsDevice device{TestPrinter()};
     TempDir dir;
 };
 

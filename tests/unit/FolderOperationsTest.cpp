@@ -90,7 +90,7 @@ TEST_F(FolderOperations, ListingPausesUnderTheLockThenSendsBothRequests) {
                                                          PathRequest(0x22, "/mnt/data/images")})));
     ASSERT_FALSE(pauses.Pauses().empty());
     EXPECT_EQ(pauses.Pauses().front(), 1000u);
-    EXPECT_TRUE(TransactionClosed(printer));
+    ExpectReleased();
     EXPECT_TRUE(log.Contains(L"PrinterDevice::GetFolderContent()"));
 }
 
@@ -115,7 +115,7 @@ TEST_F(FolderOperations, ListingFailures) {
     printer.QueueCompletion(2, 0);
     printer.QueueReply(ListingReplyPayload("a:1:d,"));
     EXPECT_THROW(device.GetFolderContent(L"/x"), ReplyException);
-    EXPECT_TRUE(TransactionClosed(printer));
+    ExpectReleased();
 }
 
 // ---- delete and rename -------------------------------------------------------------------------
@@ -138,7 +138,7 @@ TEST_F(FolderOperations, DeleteAndRenameSendTheirRequestsAndReturnTheCompletionR
     EXPECT_THROW(device.DeleteFile(L"/nope"), FileNotFoundException);
     printer.QueueCompletion(2, 6);
     EXPECT_THROW(device.RenameFile(L"/a", L"/b"), NoPermissionException);
-    EXPECT_TRUE(TransactionClosed(printer));
+    ExpectReleased();
 }
 
 // ---- folder detail -----------------------------------------------------------------------------
@@ -172,7 +172,7 @@ TEST_F(FolderOperations, FolderDetailReadsTheZeroEndedNameFromOffsetSeven) {
                                              L"'No path name delimiter found'", source));
     printer.QueueReply({0x00});
     EXPECT_THROW(device.GetFolderDetail(7), ReplyException);
-    EXPECT_TRUE(TransactionClosed(printer));
+    ExpectReleased();
 }
 
 // ---- disk space --------------------------------------------------------------------------------
@@ -201,7 +201,7 @@ TEST_F(FolderOperations, DiskSpaceDecodesBothCountsOfAnExact18ByteReply) {
     EXPECT_TRUE(ThrowsExactly<ReplyException>([&] { device.GetDiskSpace(first, second); },
                                               L"'Wrong reply size'", source));
     EXPECT_EQ(printer.PendingBytes(), 0u);
-    EXPECT_TRUE(TransactionClosed(printer));
+    ExpectReleased();
 
     // The decoder alone is safe on anything.
     EXPECT_THROW(DecodeDiskSpaceReply(nullptr, 18, source), ReplyException);

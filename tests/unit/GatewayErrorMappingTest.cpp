@@ -1,3 +1,6 @@
+// The three error handlers of the gateway, with native exceptions thrown on purpose. That an
+// operation without a printer (InvalidOperationException) is "Printer Not Found" under each of
+// them is checked for every operation in GatewayTest.
 #include "common/SystemError.h"
 #include "gateway/GatewayErrorHandler.h"
 #include "gateway/HostException.h"
@@ -14,15 +17,16 @@ using namespace vela::kom;
 namespace host = vela::printer::communication;
 using vela::common::LogLevel;
 using vela::test::LogCapture;
+using Communication = host::PrinterCommunicationException;
+using Unknown = host::PrinterException;
+using Denied = host::PrinterAccessViolationException;
+using InvalidName = host::InvalidFileNameException;
+using InvalidDirectory = host::InvalidDirectoryNameException;
 
 namespace {
 
 // The native message carries a "%s": a log line is a finished text and must reach the sink as is.
 const std::wstring kReason = L"'Wrong reply' 100%s";
-
-template <class Native> std::function<void()> Throw() {
-    return [] { throw Native(kReason, L"PrinterDevice::Somewhere()"); };
-}
 
 struct Row {
     const char* name;
@@ -31,31 +35,34 @@ struct Row {
     std::wstring line;
 };
 
-// Runs one failing call through a handler and checks the host kind, its message, the single
-// warning line (equal to the message) and that nothing else reached the log at warning level.
-void Expect(const Row& row, const std::function<void(const std::function<void()>&)>& handler) {
-    SCOPED_TRACE(row.name);
-    LogCapture log;
-    try {
-        handler(row.call);
-        ADD_FAILURE() << "no host exception";
-    } catch (const host::HostException& e) {
-        EXPECT_EQ(std::type_index(typeid(e)), row.hostKind);
-        EXPECT_EQ(e.Message(), row.line);
-        EXPECT_EQ(std::string(e.what()), vela::common::StringConverter::ToUtf8(row.line));
-    }
-    std::vector<std::wstring> warnings;
-    for (const auto& l : log.Lines()) {
-        if (l.level == LogLevel::warning) {
-            warnings.push_back(l.text);
-        }
-    }
-    ASSERT_EQ(warnings.size(), 1u);
-    EXPECT_EQ(warnings[0], row.line);
+// A row whose call throws the native kind with kReason.
+template <class Native, class Host> Row R(const char* name, const std::wstring& line) {
+    return {name, [] { throw Native(kReason, L"PrinterDevice::Somewhere()"); }, typeid(Host), line};
 }
 
-std::type_index K(const std::type_info& t) {
-    return std::type_index(t);
+// Runs each failing call through a handler and checks the host kind, its message, the single
+// warning line (equal to the message) and that nothing else reached the log at warning level.
+template <size_t N>
+void Expect(const Row (&rows)[N], const std::function<void(const std::function<void()>&)>& handler) {
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        LogCapture log;
+        try {
+            handler(row.call);
+            ADD_FAILURE() << "no host exception";
+        } catch (const host::HostException& e) {
+            EXPECT_EQ(std::type_index(typeid(e)), row.hostKind);
+            EXPECT_EQ(e.Message(), row.line);
+            EXPECT_EQ(std::string(e.what()), vela::common::StringConverter::ToUtf8(row.line));
+        }
+        std::vector<std::wstring> warnings;
+        for (const auto& l : log.Lines()) {
+            if (l.level == LogLevel::warning) {
+                warnings.push_back(l.text);
+            }
+        }
+        EXPECT_EQ(warnings, std::vector<std::wstring>{row.line});
+    }
 }
 
 } // namespace
@@ -64,143 +71,99 @@ TEST(GatewayErrorMapping, ShortHandlerKnowsOnlyNotFoundCommunicationAndUnknown) 
     const std::wstring e = L"QRVDeviceGateway::Reboot()";
     const std::wstring comm = e + L": Printer Communication Error: " + kReason;
     const std::wstring unknown = e + L": Unknown Error: " + kReason;
-    const Row rows[] = {
-        {"invalid operation", Throw<vela::common::InvalidOperationException>(),
-         K(typeid(host::PrinterNotFoundException)), e + L": Printer Not Found: " + kReason},
-        {"no permission", Throw<NoPermissionException>(), K(typeid(host::PrinterCommunicationException)),
-         comm},
-        {"file not found", Throw<FileNotFoundException>(), K(typeid(host::PrinterCommunicationException)),
-         comm},
-        {"path not found", Throw<PathNotFoundException>(), K(typeid(host::PrinterCommunicationException)),
-         comm},
-        {"disk full", Throw<NoFreeDiskSpaceException>(), K(typeid(host::PrinterCommunicationException)),
-         comm},
-        {"already exists", Throw<FileAlreadyExistsException>(),
-         K(typeid(host::PrinterCommunicationException)), comm},
-        {"device not found", Throw<DeviceNotFoundException>(), K(typeid(host::PrinterCommunicationException)),
-         comm},
-        {"busy lock", Throw<PrinterBuzyException>(), K(typeid(host::PrinterCommunicationException)), comm},
-        {"reply", Throw<ReplyException>(), K(typeid(host::PrinterCommunicationException)), comm},
-        {"usb read", Throw<vela::common::UsbPrintDeviceReadException>(), K(typeid(host::PrinterException)),
-         unknown},
-        {"usb connect", Throw<vela::common::UsbPrintDeviceConnectionException>(),
-         K(typeid(host::PrinterException)), unknown},
-        {"md5", Throw<vela::common::MD5Exception>(), K(typeid(host::PrinterException)), unknown},
-        {"root", Throw<vela::common::Exception>(), K(typeid(host::PrinterException)), unknown},
-    };
-    for (const Row& row : rows) {
-        Expect(row, [&](const std::function<void()>& call) {
-            GatewayErrorHandler::RunShort(L"QRVDeviceGateway::Reboot()", call);
-        });
-    }
-
     // A system error of the access lock is not a communication error either.
-    vela::common::Win32Error win32(5, L"PrinterAccessSynchronizer::PrinterAccessSynchronizer()");
-    Expect({"win32", [&] { throw win32; }, K(typeid(host::PrinterException)),
-            e + L": Unknown Error: " + win32.Message()},
-           [&](const std::function<void()>& call) { GatewayErrorHandler::RunShort(e.c_str(), call); });
+    const vela::common::Win32Error win32(5, L"PrinterAccessSynchronizer::PrinterAccessSynchronizer()");
+    const Row rows[] = {
+        R<NoPermissionException, Communication>("no permission", comm),
+        R<FileNotFoundException, Communication>("file not found", comm),
+        R<PathNotFoundException, Communication>("path not found", comm),
+        R<NoFreeDiskSpaceException, Communication>("disk full", comm),
+        R<FileAlreadyExistsException, Communication>("already exists", comm),
+        R<DeviceNotFoundException, Communication>("device not found", comm),
+        R<PrinterBuzyException, Communication>("busy lock", comm),
+        R<ReplyException, Communication>("reply", comm),
+        R<vela::common::UsbPrintDeviceReadException, Unknown>("usb read", unknown),
+        R<vela::common::UsbPrintDeviceConnectionException, Unknown>("usb connect", unknown),
+        R<vela::common::MD5Exception, Unknown>("md5", unknown),
+        R<vela::common::Exception, Unknown>("root", unknown),
+        {"win32", [&] { throw win32; }, typeid(Unknown), e + L": Unknown Error: " + win32.Message()},
+    };
+    Expect(rows, [&](const std::function<void()>& call) { GatewayErrorHandler::RunShort(e.c_str(), call); });
 }
 
-TEST(GatewayErrorMapping, FileHandlerQuotesThePrinterPath) {
+TEST(GatewayErrorMapping, FileHandlerQuotesThePrinterPathAndRenameLinesNameBothFiles) {
     const std::wstring e = L"QRVDeviceGateway::PutFile()";
-    const std::wstring q = L" '/images/logo%d.png'";
-    const std::wstring invalid = e + L" Invalid Filename" + q + L": " + kReason;
+    const std::wstring q = L" '/images/logo%d.png': " + kReason;
+    const std::wstring invalid = e + L" Invalid Filename" + q;
     const std::wstring comm = e + L": Printer Communication Error: " + kReason;
     const Row rows[] = {
-        {"invalid operation", Throw<vela::common::InvalidOperationException>(),
-         K(typeid(host::PrinterNotFoundException)), e + L": Printer Not Found: " + kReason},
-        {"no permission", Throw<NoPermissionException>(), K(typeid(host::PrinterAccessViolationException)),
-         e + L": No permission to access the file" + q + L": " + kReason},
-        {"file not found", Throw<FileNotFoundException>(), K(typeid(host::FileNotFoundException)),
-         e + L": File not Found" + q + L": " + kReason},
-        {"disk full", Throw<NoFreeDiskSpaceException>(), K(typeid(host::OutOfDiskspaceException)),
-         e + L": Out of Diskspace" + q + L": " + kReason},
-        {"already exists", Throw<FileAlreadyExistsException>(), K(typeid(host::InvalidFileNameException)),
-         invalid},
-        {"host folder missing", Throw<PathNotFoundException>(), K(typeid(host::InvalidFileNameException)),
-         invalid},
-        {"bad chars", Throw<InvalidPathCharsException>(), K(typeid(host::InvalidFileNameException)), invalid},
-        {"separator", Throw<PathSeparatorException>(), K(typeid(host::InvalidFileNameException)), invalid},
-        {"path length", Throw<PathException>(), K(typeid(host::InvalidFileNameException)), invalid},
-        {"device not found", Throw<DeviceNotFoundException>(), K(typeid(host::PrinterCommunicationException)),
-         comm},
-        {"device", Throw<DeviceException>(), K(typeid(host::PrinterCommunicationException)), comm},
-        {"busy lock", Throw<PrinterBuzyException>(), K(typeid(host::PrinterCommunicationException)), comm},
-        {"usb write", Throw<vela::common::UsbPrintDeviceWriteException>(), K(typeid(host::PrinterException)),
-         e + L": Unknown Error: " + kReason},
+        R<NoPermissionException, Denied>("no permission", e + L": No permission to access the file" + q),
+        R<FileNotFoundException, host::FileNotFoundException>("file not found", e + L": File not Found" + q),
+        R<NoFreeDiskSpaceException, host::OutOfDiskspaceException>("disk full",
+                                                                   e + L": Out of Diskspace" + q),
+        R<FileAlreadyExistsException, InvalidName>("already exists", invalid),
+        R<PathNotFoundException, InvalidName>("host folder missing", invalid),
+        R<InvalidPathCharsException, InvalidName>("bad chars", invalid),
+        R<PathSeparatorException, InvalidName>("separator", invalid),
+        R<PathException, InvalidName>("path length", invalid),
+        R<DeviceNotFoundException, Communication>("device not found", comm),
+        R<DeviceException, Communication>("device", comm),
+        R<PrinterBuzyException, Communication>("busy lock", comm),
+        R<vela::common::UsbPrintDeviceWriteException, Unknown>("usb write",
+                                                               e + L": Unknown Error: " + kReason),
     };
-    for (const Row& row : rows) {
-        Expect(row, [&](const std::function<void()>& call) {
-            GatewayErrorHandler::RunFile(e.c_str(),
-                                         GatewayErrorHandler::FileSubject::Path(L"/images/logo%d.png"), call);
-        });
-    }
-}
+    Expect(rows, [&](const std::function<void()>& call) {
+        GatewayErrorHandler::RunFile(e.c_str(), GatewayErrorHandler::FileSubject::Path(L"/images/logo%d.png"),
+                                     call);
+    });
 
-TEST(GatewayErrorMapping, RenameLinesNameBothFiles) {
-    const std::wstring e = L"QRVDeviceGateway::RenameFile()";
-    const std::wstring both = L": old file: '/jobs/a.job' new file: '/jobs/b.job' ";
-    const Row rows[] = {
-        {"file not found", Throw<FileNotFoundException>(), K(typeid(host::FileNotFoundException)),
-         e + L": File not Found" + both + L": " + kReason},
-        {"no permission", Throw<NoPermissionException>(), K(typeid(host::PrinterAccessViolationException)),
-         e + L": No permission to access the file" + both + L": " + kReason},
-        {"already exists", Throw<FileAlreadyExistsException>(), K(typeid(host::InvalidFileNameException)),
-         e + L" Invalid Filename" + both + L": " + kReason},
+    const std::wstring r = L"QRVDeviceGateway::RenameFile()";
+    const std::wstring both = L": old file: '/jobs/a.job' new file: '/jobs/b.job' : " + kReason;
+    const Row renameRows[] = {
+        R<FileNotFoundException, host::FileNotFoundException>("file not found",
+                                                              r + L": File not Found" + both),
+        R<NoPermissionException, Denied>("no permission", r + L": No permission to access the file" + both),
+        R<FileAlreadyExistsException, InvalidName>("already exists", r + L" Invalid Filename" + both),
     };
-    for (const Row& row : rows) {
-        Expect(row, [&](const std::function<void()>& call) {
-            GatewayErrorHandler::RunFile(
-                e.c_str(), GatewayErrorHandler::FileSubject::Rename(L"/jobs/a.job", L"/jobs/b.job"), call);
-        });
-    }
-    EXPECT_EQ(GatewayErrorHandler::FileSubject::Rename(L"/a", L"/b").Quoted(),
-              L": old file: '/a' new file: '/b' ");
+    Expect(renameRows, [&](const std::function<void()>& call) {
+        GatewayErrorHandler::RunFile(
+            r.c_str(), GatewayErrorHandler::FileSubject::Rename(L"/jobs/a.job", L"/jobs/b.job"), call);
+    });
 }
 
 TEST(GatewayErrorMapping, DirectoryHandlerForAFolderAndForTheLogFiles) {
     const std::wstring f = L"QRVDeviceGateway::GetFiles()";
-    const std::wstring q = L" '/templates'";
+    const std::wstring q = L" '/templates': " + kReason;
     const std::wstring folder = L"/templates";
     const Row folderRows[] = {
-        {"no permission", Throw<NoPermissionException>(), K(typeid(host::PrinterAccessViolationException)),
-         f + L": No permission to access the directory" + q + L": " + kReason},
-        {"path not found", Throw<PathNotFoundException>(), K(typeid(host::DirectoryNotFoundException)),
-         f + L": directory not Found" + q + L": " + kReason},
-        {"separator", Throw<PathSeparatorException>(), K(typeid(host::InvalidDirectoryNameException)),
-         f + L" Invalid directory" + q + L": " + kReason},
+        R<NoPermissionException, Denied>("no permission", f + L": No permission to access the directory" + q),
+        R<PathNotFoundException, host::DirectoryNotFoundException>("path not found",
+                                                                   f + L": directory not Found" + q),
+        R<PathSeparatorException, InvalidDirectory>("separator", f + L" Invalid directory" + q),
         // Kinds only the file handler knows are communication errors here.
-        {"file not found", Throw<FileNotFoundException>(), K(typeid(host::PrinterCommunicationException)),
-         f + L": Printer Communication Error: " + kReason},
-        {"disk full", Throw<NoFreeDiskSpaceException>(), K(typeid(host::PrinterCommunicationException)),
-         f + L": Printer Communication Error: " + kReason},
-        {"usb", Throw<vela::common::UsbPrintDeviceException>(), K(typeid(host::PrinterException)),
-         f + L": Unknown Error: " + kReason},
+        R<FileNotFoundException, Communication>("file not found",
+                                                f + L": Printer Communication Error: " + kReason),
+        R<NoFreeDiskSpaceException, Communication>("disk full",
+                                                   f + L": Printer Communication Error: " + kReason),
+        R<vela::common::UsbPrintDeviceException, Unknown>("usb", f + L": Unknown Error: " + kReason),
     };
-    for (const Row& row : folderRows) {
-        Expect(row, [&](const std::function<void()>& call) {
-            GatewayErrorHandler::RunDirectory(f.c_str(), &folder, call);
-        });
-    }
+    Expect(folderRows, [&](const std::function<void()>& call) {
+        GatewayErrorHandler::RunDirectory(f.c_str(), &folder, call);
+    });
 
     const std::wstring l = L"QRVDeviceGateway::GetLogFiles()";
     const Row logRows[] = {
-        {"invalid operation", Throw<vela::common::InvalidOperationException>(),
-         K(typeid(host::PrinterNotFoundException)), l + L": Printer Not Found: " + kReason},
-        {"no permission", Throw<NoPermissionException>(), K(typeid(host::PrinterAccessViolationException)),
-         l + L": No permission to access log files: " + kReason},
-        {"path not found", Throw<PathNotFoundException>(), K(typeid(host::DirectoryNotFoundException)),
-         l + L": Log file directory not Found: " + kReason},
-        {"bad chars", Throw<InvalidPathCharsException>(), K(typeid(host::InvalidDirectoryNameException)),
-         l + L" Invalid Log File directory: " + kReason},
-        {"reply", Throw<ReplyException>(), K(typeid(host::PrinterCommunicationException)),
-         l + L": Printer Communication Error: " + kReason},
+        R<NoPermissionException, Denied>("no permission",
+                                         l + L": No permission to access log files: " + kReason),
+        R<PathNotFoundException, host::DirectoryNotFoundException>(
+            "path not found", l + L": Log file directory not Found: " + kReason),
+        R<InvalidPathCharsException, InvalidDirectory>("bad chars",
+                                                       l + L" Invalid Log File directory: " + kReason),
+        R<ReplyException, Communication>("reply", l + L": Printer Communication Error: " + kReason),
     };
-    for (const Row& row : logRows) {
-        Expect(row, [&](const std::function<void()>& call) {
-            GatewayErrorHandler::RunDirectory(l.c_str(), nullptr, call);
-        });
-    }
+    Expect(logRows, [&](const std::function<void()>& call) {
+        GatewayErrorHandler::RunDirectory(l.c_str(), nullptr, call);
+    });
 }
 
 TEST(GatewayErrorMapping, ResultsAndForeignFailuresPassThroughUntouched) {

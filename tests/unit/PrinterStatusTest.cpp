@@ -1,4 +1,5 @@
 #include "support/ProtocolFixture.h"
+#include "support/RecordingListener.h"
 
 #include <gtest/gtest.h>
 
@@ -28,14 +29,6 @@ const FieldLayout kLayout[] = {
     {2, 3, 2, {0, 1, 3}},       {2, 5, 3, {0, 1, 2, 3, 4, 5, 7}},
     {3, 0, 2, {0, 1, 3}},
 };
-
-std::vector<uint32_t> Fields(const PrinterStatus& status) {
-    std::vector<uint32_t> fields;
-    for (size_t i = 0; i < PrinterStatus::kFieldCount; ++i) {
-        fields.push_back(status.Field(i));
-    }
-    return fields;
-}
 
 } // namespace
 

@@ -10,18 +10,11 @@
 using vela::kom::PrinterStatus;
 using vela::kom::PrinterStatusThread;
 using Report = PrinterStatusThread::Report;
+using vela::test::Fields;
 
 namespace {
 
 const std::vector<uint32_t> kMarkers = {4, 5, 4, 4, 9, 9, 5, 9, 5, 9, 5, 3, 0};
-
-std::vector<uint32_t> Fields(const PrinterStatus& s) {
-    std::vector<uint32_t> f;
-    for (size_t i = 0; i < PrinterStatus::kFieldCount; ++i) {
-        f.push_back(s.Field(i));
-    }
-    return f;
-}
 
 // All thirteen fields 0 but the given (1-based field, value) pairs.
 PrinterStatus With(std::initializer_list<std::pair<size_t, uint32_t>> set) {

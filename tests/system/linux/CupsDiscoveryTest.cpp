@@ -23,16 +23,11 @@ protected:
         if (IsSkipped()) {
             return;
         }
-        MockUsbPrinter labels; // a 410 with its HID node
-        labels.hidraw = 0;
-        m_testbed.Add(labels);
-        MockUsbPrinter office; // a 210 whose device id repeats the make in the model
-        office.port = "1-2";
-        office.idProduct = "0024";
-        office.serial = "QRV-0002";
+        m_testbed.Add(vela::test::PrinterAt("1-1", 0, 0));
+        MockUsbPrinter office = vela::test::PrinterAt("1-2", 1, -1, "QRV-0002"); // a 210 whose device id
+        office.idProduct = "0024"; // repeats the make in the model
         office.product = "VELA QRV 210";
         office.ieee1284Id = "MANUFACTURER:VELA;MODEL:VELA QRV 210;SERIALNUMBER:QRV-0002;";
-        office.lp = 1;
         m_testbed.Add(office);
     }
 

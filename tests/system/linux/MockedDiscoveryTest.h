@@ -24,6 +24,18 @@ inline void PrintTo(const ConnectedPrinter& p, std::ostream* out) {
 
 namespace vela::test {
 
+// A QRV 410 at `port` with its printer node lpN and HID node hidrawN (-1: none) and the given USB
+// serial (its device id keeps saying SIM0001: names are made from the USB serial).
+inline MockUsbPrinter PrinterAt(const std::string& port, int lp, int hidraw = -1,
+                                const std::string& serial = "SIM0001") {
+    MockUsbPrinter printer;
+    printer.port = port;
+    printer.lp = lp;
+    printer.hidraw = hidraw;
+    printer.serial = serial;
+    return printer;
+}
+
 // Every test gets its own udev tree and, unless it starts one, no print scheduler (CUPS_SERVER
 // names a socket that does not exist) and no virtual printers, whatever the machine has.
 class MockedDiscoveryTest : public ::testing::Test {

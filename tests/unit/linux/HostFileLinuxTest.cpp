@@ -98,7 +98,7 @@ TEST_F(HostPermissions, UnreadableAndUnwritableHostFilesAreAccessDenied) {
     EXPECT_TRUE(ThrowsExactly<vela::kom::NoPermissionException>(
         [&] { device.GetFile(L"/f", dir.WFile("secret.bin")); }, L"'Access denied'",
         L"PrinterDevice::SaveFile()"));
-    EXPECT_TRUE(TransactionClosed(printer));
+    ExpectReleased();
 }
 
 TEST_F(GetWriteFailure, IsReportedWithItsCauseAndLeavesTheOldFile) {
@@ -115,5 +115,5 @@ TEST_F(GetWriteFailure, IsReportedWithItsCauseAndLeavesTheOldFile) {
     EXPECT_EQ(ReadHostFile(dir.File("keep.bin")), old);
     EXPECT_EQ(ListDirectory(dir.Path()), std::vector<std::string>{"keep.bin"});
     EXPECT_EQ(printer.PendingBytes(), 0u); // the rest of the reply was drained
-    EXPECT_TRUE(TransactionClosed(printer));
+    ExpectReleased();
 }

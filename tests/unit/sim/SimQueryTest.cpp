@@ -1,8 +1,6 @@
 #include "SimFixture.h"
 
 using namespace simtest;
-using vela::sim::PrinterModel;
-using vela::sim::SimPrinter;
 using vela::sim::StatusFields;
 
 namespace {
@@ -139,16 +137,4 @@ TEST_F(SimTest, DiskSpaceFollowsWhatIsStored) {
 
     ASSERT_EQ(Run(Delete("/mnt/data/images/a.bin")), 0);
     EXPECT_EQ(ask(), std::make_pair(free0, used0));
-}
-
-TEST(SimModels, ModelDecidesProductIdAndDefaultSerial) {
-    EXPECT_EQ(vela::sim::ProductId(PrinterModel::qrv210), 0x0024);
-    EXPECT_EQ(vela::sim::ProductId(PrinterModel::qrv410), 0x0025);
-    EXPECT_EQ(vela::sim::ParseModel("210"), PrinterModel::qrv210);
-    EXPECT_FALSE(vela::sim::ParseModel("310"));
-    SimPrinter::Options options;
-    options.model = PrinterModel::qrv210;
-    SimPrinter printer(options);
-    EXPECT_EQ(printer.Serial(), "QRV210-SIM0001");
-    EXPECT_EQ(printer.GetVersions().deviceId, "QRV210-SIM0001");
 }

@@ -27,16 +27,6 @@ TEST(SimStatusFields, EachFieldLandsOnItsBits) {
     }
 }
 
-TEST_F(SimTest, DefaultStatusIsAReadyPrinterOnBattery) {
-    StatusFields f = printer.GetStatus();
-    EXPECT_EQ(f.power, 0);
-    EXPECT_EQ(f.door, 0);
-    EXPECT_EQ(f.cassette, 0);
-    EXPECT_EQ(f.battery, 4);
-    EXPECT_FALSE(f.sleeping);
-    EXPECT_TRUE(printer.TakeHidReports().empty());
-}
-
 TEST_F(SimTest, EveryStatusChangeSendsAHidReportOfTheFirstSevenBytes) {
     printer.SetDoorOpen(true);
     printer.SetDoorOpen(true); // no change, no report

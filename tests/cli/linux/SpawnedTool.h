@@ -1,0 +1,41 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace vela::test {
+
+// The qrvctl executable started by a test, its output read as it comes: on a new pseudo-terminal
+// of 100 columns (standard output and error both on it), or on two pipes (standard input from
+// /dev/null). The destructor kills it if it still runs.
+class SpawnedTool {
+public:
+    enum class Output { terminal, pipes };
+    SpawnedTool(const std::vector<std::string>& arguments, Output output);
+    ~SpawnedTool();
+    SpawnedTool(const SpawnedTool&) = delete;
+    SpawnedTool& operator=(const SpawnedTool&) = delete;
+
+    // Reads until standard output holds `part` (true), or `timeoutMs` passed or the output ended.
+    bool ReadUntil(const std::string& part, uint32_t timeoutMs);
+    // Reads until both streams ended (true) or `timeoutMs` passed.
+    bool ReadToEnd(uint32_t timeoutMs);
+    // The exit code (128 + the signal after one), or -1 while it still runs after `timeoutMs`.
+    int Wait(uint32_t timeoutMs);
+    void Signal(int signal);
+    const std::string& Out() const { return m_text[0]; }
+    const std::string& Err() const { return m_text[1]; }
+
+private:
+    bool ReadSome(int timeoutMs); // false once nothing is left to read or the time is up
+
+    pid_t m_pid = -1;
+    int m_exitCode = -1;
+    int m_fds[2] = {-1, -1}; // standard output (or the terminal), standard error
+    std::string m_text[2];
+};
+
+} // namespace vela::test
