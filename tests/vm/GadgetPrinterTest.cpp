@@ -15,7 +15,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <functional>
-#include <random>
 #include <thread>
 
 namespace host = vela::printer::communication;
@@ -26,6 +25,7 @@ using vela::test::LogCapture;
 using vela::test::LongPauses;
 using vela::test::ReadHostFile;
 using vela::test::TempDir;
+using vela::test::TestBytes;
 using vela::test::UsbGadget;
 using vela::test::WriteHostFile;
 using namespace std::chrono_literals;
@@ -41,15 +41,6 @@ constexpr size_t kPutOnBoundary = (size_t{1} << 20) - 287;
 constexpr size_t kReplyOnBoundary = (size_t{1} << 19) + 512 - 270;
 
 const std::wstring kJobs = L"/mnt/data/jobs";
-
-std::vector<uint8_t> RandomBytes(size_t size, uint32_t seed) {
-    std::mt19937 random(seed);
-    std::vector<uint8_t> bytes(size);
-    for (uint8_t& b : bytes) {
-        b = static_cast<uint8_t>(random());
-    }
-    return bytes;
-}
 
 const host::FileComponent* FindEntry(const std::vector<host::FileComponent>& entries,
                                      const std::wstring& name) {
@@ -221,8 +212,8 @@ TEST_F(GadgetPrinter, FilesMakeTheRoundTripByteForByte) {
     uint64_t usedBefore = 0;
     m_gateway.GetDiskSpaceKB(freeBefore, usedBefore);
 
-    const std::vector<uint8_t> first = RandomBytes(kPutOnBoundary, 1);
-    const std::vector<uint8_t> second = RandomBytes(kReplyOnBoundary, 2);
+    const std::vector<uint8_t> first = TestBytes(kPutOnBoundary, 1);
+    const std::vector<uint8_t> second = TestBytes(kReplyOnBoundary, 2);
     Put(kJobs + L"/vm-first.job", first);
     Put(kJobs + L"/vm-second.job", second);
 
@@ -269,7 +260,7 @@ TEST_F(GadgetPrinter, ControlOrderAndUpdateReachThePrinter) {
 
     // The simulator installs the version that the package's name carries.
     const std::string package = m_dir.File("qrv-fw-2.4.1.pkg");
-    WriteHostFile(package, RandomBytes(200 * 1024 + 7, 3));
+    WriteHostFile(package, TestBytes(200 * 1024 + 7, 3));
     ASSERT_EQ(m_gateway.ApplyUpdate(StringConverter::FromUtf8(package)), 0);
     const std::vector<uint32_t> skipped = pauses.Skipped();
     EXPECT_NE(std::find(skipped.begin(), skipped.end(), 4000u), skipped.end());
@@ -284,7 +275,7 @@ TEST_F(GadgetPrinter, ControlOrderAndUpdateReachThePrinter) {
 
 TEST_F(GadgetPrinter, UnplugInTheMiddleOfAGetFailsCleanlyAndTheNextOpenWorks) {
     const std::wstring printerPath = kJobs + L"/vm-unplug.job";
-    const std::vector<uint8_t> bytes = RandomBytes(kPutOnBoundary, 4);
+    const std::vector<uint8_t> bytes = TestBytes(kPutOnBoundary, 4);
     Put(printerPath, bytes);
 
     const std::string target = m_dir.File("target.bin");
@@ -322,7 +313,7 @@ TEST_F(GadgetPrinter, UnplugInTheMiddleOfAGetFailsCleanlyAndTheNextOpenWorks) {
 
 TEST_F(GadgetPrinter, UnplugInTheMiddleOfAPutFailsCleanlyAndLeavesNothingOnThePrinter) {
     const std::wstring printerPath = kJobs + L"/vm-unplug-put.job";
-    const std::vector<uint8_t> bytes = RandomBytes(kPutOnBoundary, 5);
+    const std::vector<uint8_t> bytes = TestBytes(kPutOnBoundary, 5);
     const std::string file = m_dir.File("put.bin");
     WriteHostFile(file, bytes);
 
