@@ -4,6 +4,7 @@
 #include "common/UsbPrintDevice.h"
 #include "common/Exception.h"
 #include "sim/ServerChannel.h"
+#include "support/ProcessHandles.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -12,26 +13,12 @@
 #include <chrono>
 #include <thread>
 
-#ifdef _WIN32
-#include <windows.h>
-#endif
-
 using namespace vela::common;
 using vela::sim::ServerChannel;
 using vela::test::LogCapture;
 using Clock = std::chrono::steady_clock;
 
 namespace {
-
-size_t OpenHandles() {
-#ifdef _WIN32
-    DWORD count = 0;
-    GetProcessHandleCount(GetCurrentProcess(), &count);
-    return count;
-#else
-    return vela::test::ListDirectory("/proc/self/fd").size();
-#endif
-}
 
 double SecondsSince(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
@@ -87,11 +74,11 @@ protected:
 
 TEST_F(UsbPrintDeviceTest, RoundTripsRepeatedlyWithoutLeakingHandles) {
     ExpectRoundTrip(*peer, path); // the first use may set up lasting state in the peer
-    const size_t before = OpenHandles();
+    const size_t before = vela::test::BaselineHandleCount();
     for (int i = 0; i < 20; ++i) {
         ExpectRoundTrip(*peer, path);
     }
-    EXPECT_EQ(OpenHandles(), before);
+    EXPECT_EQ(vela::test::SettledHandleCount(before), before);
 
     // A padded message reaches the printer with its pad byte.
     UsbPrintDevice device(path);
@@ -117,7 +104,7 @@ TEST_F(UsbPrintDeviceTest, LargeWriteArrivesWholeInChunks) {
 
 TEST_F(UsbPrintDeviceTest, SilentPrinterTimesOutAfterThreeSecondsAndTheChannelStaysUsable) {
     LogCapture log;
-    const size_t before = OpenHandles();
+    const size_t before = vela::test::BaselineHandleCount();
     {
         UsbPrintDevice device(path);
         const auto start = Clock::now();
@@ -139,7 +126,7 @@ TEST_F(UsbPrintDeviceTest, SilentPrinterTimesOutAfterThreeSecondsAndTheChannelSt
         ASSERT_TRUE(peer->Write(late.data(), late.size()));
         EXPECT_EQ(HostReceive(device, late.size()), late);
     }
-    EXPECT_EQ(OpenHandles(), before);
+    EXPECT_EQ(vela::test::SettledHandleCount(before), before);
 }
 
 TEST_F(UsbPrintDeviceTest, PrinterThatStopsTakingDataTimesOutOnTheStalledChunk) {
@@ -227,7 +214,7 @@ TEST(UsbPrintDeviceOpen, MissingPathIsAConnectionErrorThatLeaksNothing) {
     LogCapture log;
     vela::test::TempDir folder;
     const std::wstring missing = folder.WFile("no-such-printer");
-    const size_t before = OpenHandles();
+    const size_t before = vela::test::BaselineHandleCount();
     for (int i = 0; i < 5; ++i) {
         try {
             UsbPrintDevice device(missing);
@@ -237,7 +224,7 @@ TEST(UsbPrintDeviceOpen, MissingPathIsAConnectionErrorThatLeaksNothing) {
             EXPECT_EQ(e.Source(), L"UsbPrintDevice()");
         }
     }
-    EXPECT_EQ(OpenHandles(), before);
+    EXPECT_EQ(vela::test::SettledHandleCount(before), before);
     EXPECT_TRUE(log.ContainsSubstring(L"UsbPrintDevice::UsbPrintDevice(" + missing + L") failed: "));
     EXPECT_TRUE(log.Contains(
         L"UsbPrintDevice(): UsbPrintDeviceConnectionException: Unable to open UsbPrint device for writing"));

@@ -35,30 +35,12 @@ Outcome RunCatching(const std::function<void()>& run) {
 }
 
 ResourceSnapshot ResourceSnapshot::Take() {
-    // The fewest of a few counts: one taken while the simulator holds a handle for a moment would
-    // make every later count look one short.
-    size_t descriptors = OpenDescriptorCount();
-    for (int i = 0; i < 10; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        descriptors = std::min(descriptors, OpenDescriptorCount());
-    }
-    return ResourceSnapshot{descriptors, ThreadCount()};
-}
-
-size_t SettledDescriptorCount(size_t expected) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(1);
-    size_t count = OpenDescriptorCount();
-    while (count != expected && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        count = OpenDescriptorCount();
-    }
-    return count;
+    return ResourceSnapshot{BaselineHandleCount(), ThreadCount()};
 }
 
 void ExpectReleased(const SimulatedPrinter& printer, const ResourceSnapshot& baseline) {
     EXPECT_FALSE(IsAccessLockHeld(printer.Name())) << "the access lock is still held";
-    EXPECT_EQ(SettledDescriptorCount(baseline.descriptors), baseline.descriptors)
-        << "a descriptor was left open";
+    EXPECT_EQ(SettledHandleCount(baseline.descriptors), baseline.descriptors) << "a descriptor was left open";
 }
 
 RequestKind DataRequest(PrinterOperations::Kind kind) {

@@ -4,6 +4,7 @@
 #include "reliability/SimulatedPrinter.h"
 #include "reliability/SystemProbe.h"
 #include "sim/RequestDecoder.h"
+#include "support/ProcessHandles.h"
 
 #include <cstddef>
 #include <functional>
@@ -21,20 +22,16 @@ struct Outcome {
 };
 Outcome RunCatching(const std::function<void()>& run);
 
-// Descriptor (handle) and thread counts of the process.
+// Descriptor (handle) and thread counts of the process. The simulator runs in this process and
+// may hold a handle for a moment while, or right after, the host ends a transaction (on Windows an
+// event for every reply it writes; under wine a wait handle while its service thread connects and
+// disconnects pipe instances): the baseline is the fewest of a few counts, and a check counts again
+// until it settles (SettledHandleCount).
 struct ResourceSnapshot {
     size_t descriptors = 0;
     size_t threads = 0;
     static ResourceSnapshot Take();
 };
-
-// The descriptor (handle) count once the simulator's threads have closed what they hold only for a
-// moment. The simulator runs in this process, and right after the host has ended a transaction it
-// may still be busy: on Windows it holds an event for every reply it writes until the write has
-// completed, and wine holds a wait handle while the simulator's service thread connects and
-// disconnects its pipe instances. Counts again, every 5 ms for up to a second, until the count is
-// `expected`; a descriptor that was really left open keeps it off.
-size_t SettledDescriptorCount(size_t expected);
 
 // After an operation, failed or not: the printer's access lock is free (taken without waiting by
 // an independent holder) and the process holds no more descriptors than at `baseline`.

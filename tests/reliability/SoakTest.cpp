@@ -45,12 +45,12 @@ TEST(Soak, StatusTransactionsLeaveNothingBehind) {
         if (i % 1000 == 999) {
             // Checked along the way too: a leak of one descriptor per thousand would otherwise
             // only show at the end, long after its cause.
-            ASSERT_EQ(SettledDescriptorCount(before.descriptors), before.descriptors)
+            ASSERT_EQ(SettledHandleCount(before.descriptors), before.descriptors)
                 << "after " << i + 1 << " transactions";
         }
     }
     const ResourceSnapshot after = ResourceSnapshot::Take();
-    EXPECT_EQ(SettledDescriptorCount(before.descriptors), before.descriptors);
+    EXPECT_EQ(SettledHandleCount(before.descriptors), before.descriptors);
     EXPECT_EQ(after.threads, before.threads);
     EXPECT_TRUE(printer.Printer().Violations().empty());
     std::printf("[ soak     ] %llu status transactions in %.1f s\n",
@@ -89,13 +89,13 @@ TEST(Soak, GatewayOpenCloseCyclesLeaveNothingBehind) {
         }
         gateway.Close();
         if (i % 100 == 99) {
-            ASSERT_EQ(SettledDescriptorCount(before.descriptors), before.descriptors)
+            ASSERT_EQ(SettledHandleCount(before.descriptors), before.descriptors)
                 << "after " << i + 1 << " cycles";
             ASSERT_EQ(ThreadCount(), before.threads) << "after " << i + 1 << " cycles";
         }
     }
     const ResourceSnapshot after = ResourceSnapshot::Take();
-    EXPECT_EQ(SettledDescriptorCount(before.descriptors), before.descriptors);
+    EXPECT_EQ(SettledHandleCount(before.descriptors), before.descriptors);
     EXPECT_EQ(after.threads, before.threads);
     std::printf("[ soak     ] %llu gateway open/close cycles in %.1f s\n",
                 static_cast<unsigned long long>(cycles), SecondsSince(start));

@@ -10,10 +10,6 @@ namespace vela::test {
 
 uint32_t CurrentProcessId();
 
-// Open descriptors (Linux: /proc/self/fd) or handles (Windows: the process's handle count) of
-// this process.
-size_t OpenDescriptorCount();
-
 // Threads of this process.
 size_t ThreadCount();
 

@@ -5,6 +5,7 @@
 #include "common/SystemError.h"
 #include "common/UsbPrintDevice.h"
 #include "sim/ServerChannel.h"
+#include "support/ProcessHandles.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -24,12 +25,6 @@ namespace {
 
 double SecondsSince(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
-DWORD OpenHandles() {
-    DWORD count = 0;
-    ::GetProcessHandleCount(::GetCurrentProcess(), &count);
-    return count;
 }
 
 template <class E, class F> E Catch(F&& call) {
@@ -126,7 +121,7 @@ TEST(UsbPrintDeviceWindows, OpenThatGetsOnlyTheWriteHandleClosesItAgain) {
                                        PIPE_TYPE_BYTE, 1, 4096, 4096, 0, nullptr);
     ASSERT_NE(server, INVALID_HANDLE_VALUE);
     LogCapture log;
-    const DWORD before = OpenHandles();
+    const size_t before = vela::test::BaselineHandleCount();
     auto open = Catch<UsbPrintDeviceConnectionException>([&] { UsbPrintDevice device(path); });
     EXPECT_EQ(open.Message(), L"Unable to open UsbPrint device for reading");
     EXPECT_EQ(open.Source(), L"UsbPrintDevice()");
@@ -134,7 +129,7 @@ TEST(UsbPrintDeviceWindows, OpenThatGetsOnlyTheWriteHandleClosesItAgain) {
                              Win32Error::Format(ERROR_PIPE_BUSY)));
     EXPECT_TRUE(log.Contains(
         L"UsbPrintDevice(): UsbPrintDeviceConnectionException: Unable to open UsbPrint device for reading"));
-    EXPECT_EQ(OpenHandles(), before);
+    EXPECT_EQ(vela::test::SettledHandleCount(before), before);
 
     // The server sees its client gone: the write handle was really closed.
     char byte = 0;

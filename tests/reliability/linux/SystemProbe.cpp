@@ -31,11 +31,6 @@ uint32_t CurrentProcessId() {
     return static_cast<uint32_t>(::getpid());
 }
 
-size_t OpenDescriptorCount() {
-    // The folder's own descriptor is counted too, the same on every call.
-    return CountEntries("/proc/self/fd");
-}
-
 size_t ThreadCount() {
     return CountEntries("/proc/self/task");
 }

@@ -1,4 +1,4 @@
-#include "reliability/windows/RuntimeHandles.h"
+#include "support/windows/RuntimeHandles.h"
 
 #include <set>
 #include <stdexcept>
