@@ -283,6 +283,25 @@ struct Series {
     std::vector<double> before, during, after; // library phases: until, between, after progress calls
     // throughput ratios raw time / library time, one per repetition (paired runs)
     std::vector<double> ratioSkip, ratioReal;
+
+    // One paired repetition: the library with pauses skipped and kept, and the raw copy.
+    void Add(const ChildFigures& libSkip, const ChildFigures& libReal, const ChildFigures& raw,
+             uint64_t size) {
+        this->libSkip.push_back(libSkip.seconds);
+        this->libReal.push_back(libReal.seconds);
+        this->raw.push_back(raw.seconds);
+        libCpu.push_back(libSkip.cpu);
+        before.push_back(libSkip.firstProgress);
+        during.push_back(libSkip.lastProgress - libSkip.firstProgress);
+        after.push_back(libSkip.seconds - libSkip.lastProgress);
+        libPeerCpu.push_back(libSkip.peerCpu);
+        rawCpu.push_back(raw.cpu);
+        rawPeerCpu.push_back(raw.peerCpu);
+        libGrowth.push_back(static_cast<double>(libSkip.peakGrowth) / static_cast<double>(size));
+        rawGrowth.push_back(static_cast<double>(raw.peakGrowth) / static_cast<double>(size));
+        ratioSkip.push_back(raw.seconds / libSkip.seconds);
+        ratioReal.push_back(raw.seconds / libReal.seconds);
+    }
 };
 
 std::string SpreadText(const Spread& s, int decimals) {
@@ -402,20 +421,7 @@ int ParentMain(int argc, char** argv) {
                 libSkip = libPut("skip");
             }
             libReal = libPut("real");
-            put.libSkip.push_back(libSkip.seconds);
-            put.libReal.push_back(libReal.seconds);
-            put.raw.push_back(raw.seconds);
-            put.libCpu.push_back(libSkip.cpu);
-            put.before.push_back(libSkip.firstProgress);
-            put.during.push_back(libSkip.lastProgress - libSkip.firstProgress);
-            put.after.push_back(libSkip.seconds - libSkip.lastProgress);
-            put.libPeerCpu.push_back(libSkip.peerCpu);
-            put.rawCpu.push_back(raw.cpu);
-            put.rawPeerCpu.push_back(raw.peerCpu);
-            put.libGrowth.push_back(static_cast<double>(libSkip.peakGrowth) / static_cast<double>(size));
-            put.rawGrowth.push_back(static_cast<double>(raw.peakGrowth) / static_cast<double>(size));
-            put.ratioSkip.push_back(raw.seconds / libSkip.seconds);
-            put.ratioReal.push_back(raw.seconds / libReal.seconds);
+            put.Add(libSkip, libReal, raw, size);
 
             // get
             auto libGet = [&](const char* pauses) {
@@ -442,20 +448,7 @@ int ParentMain(int argc, char** argv) {
                 libSkip = libGet("skip");
             }
             libReal = libGet("real");
-            get.libSkip.push_back(libSkip.seconds);
-            get.libReal.push_back(libReal.seconds);
-            get.raw.push_back(raw.seconds);
-            get.libCpu.push_back(libSkip.cpu);
-            get.before.push_back(libSkip.firstProgress);
-            get.during.push_back(libSkip.lastProgress - libSkip.firstProgress);
-            get.after.push_back(libSkip.seconds - libSkip.lastProgress);
-            get.libPeerCpu.push_back(libSkip.peerCpu);
-            get.rawCpu.push_back(raw.cpu);
-            get.rawPeerCpu.push_back(raw.peerCpu);
-            get.libGrowth.push_back(static_cast<double>(libSkip.peakGrowth) / static_cast<double>(size));
-            get.rawGrowth.push_back(static_cast<double>(raw.peakGrowth) / static_cast<double>(size));
-            get.ratioSkip.push_back(raw.seconds / libSkip.seconds);
-            get.ratioReal.push_back(raw.seconds / libReal.seconds);
+            get.Add(libSkip, libReal, raw, size);
         }
         sim.Printer().RemoveFile(kGetPath);
         peer.SetSource({});
