@@ -10,6 +10,11 @@
 // Read), notices when the host closes its handles (the pending read fails with
 // ERROR_BROKEN_PIPE) and makes the instance listen again at once, whether or not anybody is
 // calling Read at that moment: the host's next transaction may open the path microseconds later.
+// The service thread learns of completed connects and reads from a completion port, in the order
+// they completed. Request bytes must reach Read in the order the host wrote them, and a request
+// without a reply (a restart or update order) can be followed by the next transaction's request on
+// another instance before the thread wakes: looking at the instances in their own order would then
+// hand the later request over first.
 //
 // HID channel: message-mode instances, one 8-byte report per message, sent to every connected
 // host as a HID device does. The library reads 8 bytes at a time, so each read takes exactly one
@@ -53,6 +58,10 @@ constexpr size_t kInboundLimit = 1024 * 1024;
 constexpr DWORD kPrinterStallMs = 5000;
 // A status report nobody reads is dropped sooner: the simulator sends a newer one later.
 constexpr DWORD kHidStallMs = 500;
+// Completion keys: packets the channel posts itself, then one key per instance.
+constexpr ULONG_PTR kStopKey = 0;
+constexpr ULONG_PTR kResumeKey = 1;
+constexpr ULONG_PTR kFirstInstanceKey = 2;
 
 // A system call that failed inside the service thread.
 struct SystemFailure {
@@ -136,7 +145,7 @@ struct Instance {
 class WindowsServerChannel : public ServerChannel {
 public:
     explicit WindowsServerChannel(Kind kind)
-        : m_kind(kind), m_path(UniquePipePath()), m_stop(MakeEvent(true)), m_resume(MakeEvent(false)) {
+        : m_kind(kind), m_path(UniquePipePath()), m_stop(MakeEvent(true)) {
         std::unique_lock<std::mutex> lock(m_mutex);
         Plug(lock);
     }
@@ -249,6 +258,11 @@ private:
         const DWORD pipeMode = (m_kind == Kind::printer ? PIPE_TYPE_BYTE | PIPE_READMODE_BYTE
                                                         : PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE) |
                                PIPE_WAIT | PIPE_REJECT_REMOTE_CLIENTS;
+        // A fresh port per plug: packets of the instances an unplug took away stay with the old one.
+        Handle port(::CreateIoCompletionPort(INVALID_HANDLE_VALUE, nullptr, 0, 1));
+        if (!port.Valid()) {
+            Fail("CreateIoCompletionPort", ::GetLastError());
+        }
         std::vector<std::unique_ptr<Instance>> instances;
         for (size_t i = 0; i < InstanceCount(); ++i) {
             auto instance = std::make_unique<Instance>();
@@ -258,8 +272,13 @@ private:
             if (!instance->pipe.Valid()) {
                 Fail("CreateNamedPipeW", ::GetLastError());
             }
+            if (::CreateIoCompletionPort(instance->pipe.Get(), port.Get(), kFirstInstanceKey + i, 0) ==
+                nullptr) {
+                Fail("CreateIoCompletionPort", ::GetLastError());
+            }
             instances.push_back(std::move(instance));
         }
+        m_port = std::move(port);
         m_instances = std::move(instances);
         m_requestSide = nullptr;
         m_inbound.clear();
@@ -280,6 +299,7 @@ private:
         }
         m_plugged = false;
         ::SetEvent(m_stop.Get());
+        ::PostQueuedCompletionStatus(m_port.Get(), 0, kStopKey, nullptr);
         std::thread service = std::move(m_service);
         lock.unlock();
         if (service.joinable()) {
@@ -292,6 +312,7 @@ private:
             ::DisconnectNamedPipe(instance->pipe.Get());
         }
         m_instances.clear();
+        m_port.Reset();
         m_requestSide = nullptr;
         m_inbound.clear();
         m_inboundStart = 0;
@@ -299,27 +320,35 @@ private:
     }
 
     void Serve() {
-        std::vector<HANDLE> handles{m_stop.Get(), m_resume.Get()};
         {
             std::lock_guard<std::mutex> lock(m_mutex);
-            for (auto& instance : m_instances) {
-                handles.push_back(instance->event.Get());
-            }
             AdvanceAll();
             m_serving = true;
             m_changed.notify_all();
         }
         for (bool serving = m_failure.empty(); serving;) {
-            const DWORD result =
-                ::WaitForMultipleObjects(static_cast<DWORD>(handles.size()), handles.data(), FALSE, INFINITE);
-            if (result == WAIT_OBJECT_0) {
+            DWORD count = 0;
+            ULONG_PTR key = 0;
+            OVERLAPPED* overlapped = nullptr;
+            // A failed transfer comes as a packet too (FALSE with a record); only FALSE without one
+            // is a failure of the port itself.
+            const BOOL ok = ::GetQueuedCompletionStatus(m_port.Get(), &count, &key, &overlapped, INFINITE);
+            const DWORD error = ::GetLastError();
+            if (ok && overlapped == nullptr && key == kStopKey) {
                 break;
             }
             std::lock_guard<std::mutex> lock(m_mutex);
-            if (result == WAIT_FAILED) {
-                Failed("WaitForMultipleObjects", ::GetLastError());
-            } else {
-                AdvanceAll();
+            if (!ok && overlapped == nullptr) {
+                Failed("GetQueuedCompletionStatus", error);
+            } else if (overlapped == nullptr) {
+                AdvanceAll(); // kResumeKey: Read made room in the queue
+            } else if (key >= kFirstInstanceKey && key - kFirstInstanceKey < m_instances.size()) {
+                Instance& instance = *m_instances[key - kFirstInstanceKey];
+                // A packet for a transfer handled already (it completed at once and was taken up
+                // then) finds the instance waiting for its next one: nothing to do.
+                if (overlapped == &instance.overlapped && instance.Completed()) {
+                    AdvanceOne(instance);
+                }
             }
             serving = m_failure.empty();
         }
@@ -360,29 +389,34 @@ private:
                             m_inbound.begin() + static_cast<std::ptrdiff_t>(m_inboundStart));
             m_inboundStart = 0;
         }
-        if (wasFull && InboundSize() < kInboundLimit) {
-            ::SetEvent(m_resume.Get());
+        if (wasFull && InboundSize() < kInboundLimit && m_port.Valid()) {
+            ::PostQueuedCompletionStatus(m_port.Get(), 0, kResumeKey, nullptr);
         }
         return count;
     }
 
-    // Called by the service thread with m_mutex held.
+    // Called by the service thread with m_mutex held. Only at the start and when Read has made
+    // room: then no instance has request bytes that another instance's could overtake.
     void AdvanceAll() {
-        bool changed = false;
+        for (auto& instance : m_instances) {
+            AdvanceOne(*instance);
+        }
+    }
+
+    void AdvanceOne(Instance& instance) {
         try {
-            for (auto& instance : m_instances) {
-                changed |= Advance(*instance);
+            if (Advance(instance)) {
+                m_changed.notify_all();
             }
         } catch (const SystemFailure& e) {
             Failed(e.call, e.error);
         }
-        if (changed) {
-            m_changed.notify_all();
-        }
     }
 
     // Moves one instance on until it waits for something: a client, request bytes, or room in the
-    // queue. Returns true when Read has something new to look at.
+    // queue. A transfer that completes at once is taken up here, before any other instance's
+    // packet: its bytes were waiting before the host could have opened a later transaction.
+    // Returns true when Read has something new to look at.
     bool Advance(Instance& instance) {
         bool changed = false;
         for (;;) {
@@ -393,7 +427,7 @@ private:
                 } else if (InboundSize() < kInboundLimit) {
                     StartRead(instance);
                 } else {
-                    return changed; // the queue is full: m_resume brings the thread back
+                    return changed; // the queue is full: a resume packet brings the thread back
                 }
                 if (instance.op != Instance::Op::none && !instance.Completed()) {
                     return changed;
@@ -521,7 +555,10 @@ private:
                 PendingWrite& write = **it;
                 ::ResetEvent(write.event.Get());
                 write.overlapped = OVERLAPPED{};
-                write.overlapped.hEvent = write.event.Get();
+                // The low bit keeps the completion off the service thread's port; the event is
+                // still set.
+                write.overlapped.hEvent =
+                    reinterpret_cast<HANDLE>(reinterpret_cast<ULONG_PTR>(write.event.Get()) | 1);
                 if (!::WriteFile(write.instance->pipe.Get(), data + done, piece, nullptr,
                                  &write.overlapped) &&
                     ::GetLastError() != ERROR_IO_PENDING) {
@@ -574,8 +611,8 @@ private:
 
     const Kind m_kind;
     const std::wstring m_path;
-    Handle m_stop;          // manual reset: set while unplugging; wakes the service thread and writers
-    Handle m_resume;        // auto reset: Read made room in the queue
+    Handle m_stop;          // manual reset: set while unplugging; wakes writers
+    Handle m_port;          // completions of the instances' connects and reads, while plugged
     std::mutex m_plugMutex; // serialises Disconnect, Reconnect and destruction
     std::mutex m_mutex;     // everything below
     std::condition_variable m_changed;

@@ -14,6 +14,7 @@
 #include <chrono>
 #include <stdexcept>
 #include <thread>
+#include <vector>
 
 using vela::common::UsbPrintDevice;
 using vela::common::UsbPrintDeviceException;
@@ -78,6 +79,40 @@ TEST(ServerChannelWindows, BackToBackTransactionsAlwaysFindTheTwoHandlesTheyNeed
     EXPECT_EQ(failures, 0);
     stop = true;
     printer.join();
+}
+
+// An order without a reply (restart, update) followed at once by the next transaction: the two
+// requests arrive on different instances, possibly before the service thread wakes, and must
+// still be read in the order they were written.
+TEST(ServerChannelWindows, RequestsKeepTheirOrderAcrossTransactions) {
+    auto peer = ServerChannel::Create(ServerChannel::Kind::printer);
+    std::vector<uint8_t> seen;
+    std::atomic<bool> stop{false};
+    std::thread printer([&] {
+        uint8_t buffer[256];
+        for (long n; !stop && (n = peer->Read(buffer, sizeof buffer, 100)) >= 0;) {
+            for (long i = 0; i < n; ++i) {
+                seen.push_back(buffer[i]);
+                if (buffer[i] % 2 == 1) {
+                    peer->Write(&buffer[i], 1); // only the odd requests are answered
+                }
+            }
+        }
+    });
+    constexpr int kRounds = 120;
+    for (int i = 0; i < kRounds; ++i) {
+        UsbPrintDevice{peer->ClientPath()}.Write({static_cast<uint8_t>(2 * i)});
+        UsbPrintDevice query(peer->ClientPath());
+        query.Write({static_cast<uint8_t>(2 * i + 1)});
+        ASSERT_EQ(query.Read(1).size(), 1u) << "round " << i;
+    }
+    stop = true;
+    printer.join();
+    std::vector<uint8_t> expected;
+    for (int i = 0; i < 2 * kRounds; ++i) {
+        expected.push_back(static_cast<uint8_t>(i));
+    }
+    EXPECT_EQ(seen, expected);
 }
 
 TEST(ServerChannelWindows, HidChannelDeliversOneReportPerReadAndNeedsAHost) {
