@@ -1,5 +1,7 @@
 #include "support/TestSupport.h"
 
+#include "BuiltProgram.h"
+#include "common/NativeHandle.h"
 #include "common/StringConverter.h"
 
 #include <windows.h>
@@ -14,6 +16,7 @@ namespace vela::test {
 namespace {
 
 using vela::common::StringConverter;
+using Handle = vela::common::UniqueHandle;
 
 // Exit code of a killed child, as a shell reports SIGKILL on Linux.
 constexpr UINT kKilledExitCode = 128 + 9;
@@ -23,101 +26,24 @@ constexpr UINT kKilledExitCode = 128 + 9;
                              std::to_string(::GetLastError()) + ")");
 }
 
-class Handle {
-public:
-    Handle() = default;
-    explicit Handle(HANDLE handle) : m_handle(handle) {}
-    Handle(const Handle&) = delete;
-    Handle& operator=(const Handle&) = delete;
-    ~Handle() { Reset(); }
-    HANDLE Get() const { return m_handle; }
-    HANDLE* Out() {
-        Reset();
-        return &m_handle;
-    }
-    void Reset() {
-        if (m_handle != nullptr && m_handle != INVALID_HANDLE_VALUE) {
-            ::CloseHandle(m_handle);
-        }
-        m_handle = nullptr;
-    }
-
-private:
-    HANDLE m_handle = nullptr;
-};
-
-bool FileExists(const std::wstring& path) {
-    return ::GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
-}
-
-// The helper's path comes from the build system of the build host. Cross-built and run under wine
-// it is a Unix path: wine converts it to its own drive letter form; failing that, the helper is
-// looked for beside the running test program (both are built into the same folder).
-std::wstring HelperPath() {
-    const std::string built = QRV_TEST_HELPER_PATH;
-    const std::wstring asGiven = StringConverter::FromUtf8(built);
-    if (!built.empty() && built[0] != '/' && FileExists(asGiven)) {
-        return asGiven;
-    }
-    using UnixToDos = WCHAR* (*)(const char*);
-    if (HMODULE kernel = ::GetModuleHandleW(L"kernel32.dll")) {
-        auto convert = reinterpret_cast<UnixToDos>(
-            reinterpret_cast<void*>(::GetProcAddress(kernel, "wine_get_dos_file_name")));
-        if (convert != nullptr) {
-            if (WCHAR* dos = convert(built.c_str())) {
-                std::wstring path(dos);
-                ::HeapFree(::GetProcessHeap(), 0, dos);
-                if (FileExists(path)) {
-                    return path;
-                }
-            }
-        }
-    }
-    std::wstring self(MAX_PATH, L'\0');
-    for (;;) {
-        DWORD length = ::GetModuleFileNameW(nullptr, self.data(), static_cast<DWORD>(self.size()));
-        if (length < self.size()) {
-            self.resize(length);
-            break;
-        }
-        self.resize(self.size() * 2);
-    }
-    const std::wstring name = asGiven.substr(asGiven.find_last_of(L"/\\") + 1);
-    const std::wstring beside = self.substr(0, self.find_last_of(L"\\/") + 1) + name;
-    if (FileExists(beside)) {
-        return beside;
-    }
-    throw std::runtime_error("ChildProcess: test helper not found: " + built);
-}
-
-// One argument quoted the way the C runtime of the child splits its command line.
-std::wstring Quote(const std::wstring& argument) {
-    if (!argument.empty() && argument.find_first_of(L" \t\n\v\"") == std::wstring::npos) {
-        return argument;
-    }
-    std::wstring quoted = L"\"";
-    size_t backslashes = 0;
-    for (wchar_t c : argument) {
-        if (c == L'\\') {
-            ++backslashes;
-            continue;
-        }
-        // Backslashes are literal except before a quote, where each one must be doubled.
-        quoted.append(c == L'"' ? backslashes * 2 + 1 : backslashes, L'\\');
-        backslashes = 0;
-        quoted += c;
-    }
-    quoted.append(backslashes * 2, L'\\');
-    quoted += L'"';
-    return quoted;
-}
-
 // Pipe ends given to a child must be inheritable while it starts, and no other child may inherit
 // them (a second child holding our pipe open would hide the first one's end of output), so
 // children are started one at a time.
 std::mutex& StartMutex() {
     static std::mutex mutex;
     return mutex;
+}
+
+// An anonymous pipe whose two ends are inheritable.
+void MakePipe(Handle& readEnd, Handle& writeEnd) {
+    SECURITY_ATTRIBUTES inheritable{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
+    HANDLE read = nullptr;
+    HANDLE write = nullptr;
+    if (!::CreatePipe(&read, &write, &inheritable, 0)) {
+        Fail("CreatePipe");
+    }
+    readEnd.Reset(read);
+    writeEnd.Reset(write);
 }
 
 } // namespace
@@ -149,28 +75,27 @@ struct ChildProcess::Impl {
 };
 
 ChildProcess::ChildProcess(const std::vector<std::string>& helperArgs) : m_impl(std::make_unique<Impl>()) {
-    const std::wstring helper = HelperPath();
-    std::wstring commandLine = Quote(helper);
+    const std::wstring helper = LocateBuiltProgram(QRV_TEST_HELPER_PATH);
+    std::wstring commandLine = QuoteArgument(helper);
     for (const auto& argument : helperArgs) {
-        commandLine += L" " + Quote(StringConverter::FromUtf8(argument));
+        commandLine += L" " + QuoteArgument(StringConverter::FromUtf8(argument));
     }
 
     std::lock_guard<std::mutex> starting(StartMutex());
-    SECURITY_ATTRIBUTES inheritable{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
     Handle childInput;
     Handle childOutput;
     Handle childError;
-    if (!::CreatePipe(childInput.Out(), m_impl->input.Out(), &inheritable, 0) ||
-        !::CreatePipe(m_impl->output.Out(), childOutput.Out(), &inheritable, 0)) {
-        Fail("CreatePipe");
-    }
+    MakePipe(childInput, m_impl->input);
+    MakePipe(m_impl->output, childOutput);
     ::SetHandleInformation(m_impl->input.Get(), HANDLE_FLAG_INHERIT, 0);
     ::SetHandleInformation(m_impl->output.Get(), HANDLE_FLAG_INHERIT, 0);
     // The child reports problems on our standard error, through an inheritable copy.
     HANDLE error = ::GetStdHandle(STD_ERROR_HANDLE);
-    if (error != nullptr && error != INVALID_HANDLE_VALUE) {
-        ::DuplicateHandle(::GetCurrentProcess(), error, ::GetCurrentProcess(), childError.Out(), 0, TRUE,
-                          DUPLICATE_SAME_ACCESS);
+    HANDLE errorCopy = nullptr;
+    if (error != nullptr && error != INVALID_HANDLE_VALUE &&
+        ::DuplicateHandle(::GetCurrentProcess(), error, ::GetCurrentProcess(), &errorCopy, 0, TRUE,
+                          DUPLICATE_SAME_ACCESS)) {
+        childError.Reset(errorCopy);
     }
 
     STARTUPINFOW startup{};
@@ -185,7 +110,7 @@ ChildProcess::ChildProcess(const std::vector<std::string>& helperArgs) : m_impl(
         Fail("CreateProcessW " + StringConverter::ToUtf8(helper));
     }
     ::CloseHandle(info.hThread);
-    *m_impl->process.Out() = info.hProcess;
+    m_impl->process.Reset(info.hProcess);
     // Our copies of the child's ends close here, so the output ends when the child does.
     m_impl->reader = std::thread([impl = m_impl.get()] { impl->ReadOutput(); });
 }
