@@ -1,5 +1,8 @@
 #include "bench/BenchSupport.h"
 
+#include "common/Exception.h"
+#include "common/StringConverter.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
@@ -194,6 +197,21 @@ void PrintRow(const std::string& benchmark, const std::string& measured, const s
     std::printf("| %s | %s | %s | %s |\n", benchmark.c_str(), measured.c_str(), target.c_str(),
                 verdict.c_str());
     std::fflush(stdout);
+}
+
+int BenchMain(const char* name, int argc, char** argv, const std::function<int(int, char**)>& program,
+              const ChildEntry& child) {
+    try {
+        if (child && argc >= 2 && std::string(argv[1]) == "--child") {
+            return child(std::vector<std::string>(argv + 2, argv + argc));
+        }
+        return program(argc, argv);
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "%s: %s\n", name, e.what());
+    } catch (const vela::common::Exception& e) {
+        std::fprintf(stderr, "%s: %s\n", name, vela::common::StringConverter::ToUtf8(e.Message()).c_str());
+    }
+    return 1;
 }
 
 } // namespace vela::bench

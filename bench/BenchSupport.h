@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -65,6 +66,14 @@ private:
 std::string RunChild(const std::vector<std::string>& argv);
 // The path of the running executable.
 std::string SelfPath();
+
+// ---- the program ------------------------------------------------------------------------------
+// The body of a benchmark's main(): `program(argc, argv)`, or `child(arguments after --child)`
+// when the program was started as its own measured child. What either throws (a standard or a
+// library exception) is reported on standard error under `name`, and the program returns 1.
+using ChildEntry = std::function<int(const std::vector<std::string>&)>;
+int BenchMain(const char* name, int argc, char** argv, const std::function<int(int, char**)>& program,
+              const ChildEntry& child = nullptr);
 
 // ---- text ------------------------------------------------------------------------------------
 std::string Fixed(double value, int decimals);

@@ -340,33 +340,25 @@ int ChildMain(const std::vector<std::string>& a) {
     return 0;
 }
 
+int ParentMain(int, char**) {
+    std::printf("Channel transactions and the access lock against raw baselines (pseudo-terminal, flock).\n"
+                "Single calls alternate; per block of the run the ratio of the median calls is taken;\n"
+                "each figure is the median (min-max) of these block ratios.\n");
+    {
+        vela::sim::Simulator::Options options;
+        options.name = kPrinterName;
+        options.hid = false;
+        vela::sim::Simulator sim(options);
+        RawPeer peer;
+        StatusBenchmark(sim);
+        ListingBenchmark(sim, peer);
+    }
+    LockBenchmark();
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
-    try {
-        if (argc >= 2 && std::string(argv[1]) == "--child") {
-            return ChildMain(std::vector<std::string>(argv + 2, argv + argc));
-        }
-        std::printf(
-            "Channel transactions and the access lock against raw baselines (pseudo-terminal, flock).\n"
-            "Single calls alternate; per block of the run the ratio of the median calls is taken;\n"
-            "each figure is the median (min-max) of these block ratios.\n");
-        {
-            vela::sim::Simulator::Options options;
-            options.name = kPrinterName;
-            options.hid = false;
-            vela::sim::Simulator sim(options);
-            RawPeer peer;
-            StatusBenchmark(sim);
-            ListingBenchmark(sim, peer);
-        }
-        LockBenchmark();
-        return 0;
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "qrv-bench-channel: %s\n", e.what());
-        return 1;
-    } catch (const vela::common::Exception& e) {
-        std::fprintf(stderr, "qrv-bench-channel: %s\n", StringConverter::ToUtf8(e.Message()).c_str());
-        return 1;
-    }
+    return vela::bench::BenchMain("qrv-bench-channel", argc, argv, ParentMain, ChildMain);
 }

@@ -222,14 +222,6 @@ int Run() {
 
 } // namespace
 
-int main() {
-    try {
-        return Run();
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "qrv-bench-monitor: %s\n", e.what());
-        return 1;
-    } catch (const vela::common::Exception& e) {
-        std::fprintf(stderr, "qrv-bench-monitor: %s\n", StringConverter::ToUtf8(e.Message()).c_str());
-        return 1;
-    }
+int main(int argc, char** argv) {
+    return vela::bench::BenchMain("qrv-bench-monitor", argc, argv, [](int, char**) { return Run(); });
 }

@@ -504,16 +504,5 @@ int ParentMain(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
-    try {
-        if (argc >= 2 && std::string(argv[1]) == "--child") {
-            return ChildMain(std::vector<std::string>(argv + 2, argv + argc));
-        }
-        return ParentMain(argc, argv);
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "qrv-bench-transfer: %s\n", e.what());
-        return 1;
-    } catch (const vela::common::Exception& e) {
-        std::fprintf(stderr, "qrv-bench-transfer: %s\n", StringConverter::ToUtf8(e.Message()).c_str());
-        return 1;
-    }
+    return vela::bench::BenchMain("qrv-bench-transfer", argc, argv, ParentMain, ChildMain);
 }
