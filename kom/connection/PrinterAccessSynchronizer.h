@@ -2,7 +2,7 @@
 
 #include "common/NativeHandle.h"
 #include "common/NotCopyable.h"
-#include "kom/discovery/ConnectedPrinter.h"
+#include "kom/device/ConnectedPrinter.h"
 
 #include <string>
 

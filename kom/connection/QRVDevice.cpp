@@ -2,8 +2,13 @@
 
 #include "common/Log.h"
 #include "common/SystemError.h"
+#include "kom/device/PrinterDeviceFileSystem.ipp"
+#include "kom/device/PrinterDeviceProtocol.ipp"
 
 namespace vela::kom {
+
+template class PrinterDeviceBase<vela::common::UsbPrintDevice, PrinterAccessSynchronizer,
+                                 vela::common::StringConverter>;
 
 using vela::common::Event;
 using vela::common::Log;

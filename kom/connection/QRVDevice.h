@@ -5,7 +5,7 @@
 #include "common/UsbPrintDevice.h"
 #include "kom/connection/MonitorThread.h"
 #include "kom/connection/PrinterAccessSynchronizer.h"
-#include "kom/protocol/PrinterDeviceBase.h"
+#include "kom/device/PrinterDeviceBase.h"
 
 #include <cstdint>
 #include <functional>
@@ -16,6 +16,9 @@ namespace vela::kom {
 
 using QRVDeviceBase =
     PrinterDeviceBase<vela::common::UsbPrintDevice, PrinterAccessSynchronizer, vela::common::StringConverter>;
+// Instantiated once, in QRVDevice.cpp.
+extern template class PrinterDeviceBase<vela::common::UsbPrintDevice, PrinterAccessSynchronizer,
+                                        vela::common::StringConverter>;
 
 // The protocol class over the production policies, plus its small per-device monitor: a thread
 // that takes the access lock, opens the channel and holds both for up to about five and a half

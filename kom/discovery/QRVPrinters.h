@@ -1,6 +1,6 @@
 #pragma once
 
-#include "kom/discovery/ConnectedPrinter.h"
+#include "kom/device/ConnectedPrinter.h"
 #include "kom/discovery/DiscoveredPrinter.h"
 #include "kom/discovery/QRVPrintersBase.h"
 

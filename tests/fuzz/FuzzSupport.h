@@ -11,8 +11,9 @@
 #include "common/Exception.h"
 #include "common/StringConverter.h"
 #include "common/UsbPrintDeviceBase.h"
-#include "kom/discovery/ConnectedPrinter.h"
-#include "kom/protocol/PrinterDeviceBase.h"
+#include "kom/device/ConnectedPrinter.h"
+#include "kom/device/PrinterDeviceFileSystem.ipp"
+#include "kom/device/PrinterDeviceProtocol.ipp"
 
 #include <cstddef>
 #include <cstdint>

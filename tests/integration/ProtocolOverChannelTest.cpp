@@ -1,10 +1,7 @@
 // The protocol class over the production channel and access lock, against the simulated printer
 // on the operating system's own channel: every byte the library frames is parsed by the
 // printer's independent code, so a framing mistake shows up as a violation or a failed reply.
-#include "common/StringConverter.h"
-#include "common/UsbPrintDevice.h"
-#include "kom/connection/PrinterAccessSynchronizer.h"
-#include "kom/protocol/PrinterDeviceBase.h"
+#include "kom/connection/QRVDevice.h"
 #include "sim/Simulator.h"
 #include "support/PauseRecorder.h"
 #include "support/TestSupport.h"
@@ -14,8 +11,7 @@
 using namespace vela::kom;
 using vela::sim::RequestKind;
 using vela::sim::Simulator;
-using Device =
-    PrinterDeviceBase<vela::common::UsbPrintDevice, PrinterAccessSynchronizer, vela::common::StringConverter>;
+using Device = QRVDeviceBase;
 
 namespace {
 

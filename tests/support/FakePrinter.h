@@ -2,7 +2,7 @@
 
 #include "common/Exception.h"
 #include "common/UsbPrintDeviceBase.h"
-#include "kom/discovery/ConnectedPrinter.h"
+#include "kom/device/ConnectedPrinter.h"
 
 #include <cstdint>
 #include <deque>

@@ -1,7 +1,8 @@
 #pragma once
 
 #include "common/StringConverter.h"
-#include "kom/protocol/PrinterDeviceBase.h"
+#include "kom/device/PrinterDeviceFileSystem.ipp"
+#include "kom/device/PrinterDeviceProtocol.ipp"
 #include "support/FakePrinter.h"
 #include "support/PauseRecorder.h"
 #include "support/TestSupport.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "kom/discovery/ConnectedPrinter.h"
+#include "kom/device/ConnectedPrinter.h"
 #include "support/ScopedEnvironment.h"
 #include "system/linux/UsbPrinterTestbed.h"
 

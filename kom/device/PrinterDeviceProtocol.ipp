@@ -1,6 +1,8 @@
 // Protocol half of PrinterDeviceBase: framing, completion poll, control orders, status and
-// device information. Included by PrinterDeviceBase.h only.
+// device information.
 #pragma once
+
+#include "kom/device/PrinterDeviceBase.h"
 
 #include "common/Exception.h"
 #include "common/Log.h"

@@ -1,9 +1,11 @@
 // File-system half of PrinterDeviceBase: path rules, file transfer, listings, rename, delete,
-// folder detail and disk space. Included by PrinterDeviceBase.h only.
+// folder detail and disk space.
 //
 // Every operation that takes a printer path checks it before anything else, then takes the access
 // lock and opens a fresh transport; both are released on every way out (they are scoped objects).
 #pragma once
+
+#include "kom/device/PrinterDeviceBase.h"
 
 #include "common/Exception.h"
 #include "common/Log.h"

@@ -2,7 +2,7 @@
 
 #include "common/IUsbPrintDevice.h"
 #include "kom/QRVException.h"
-#include "kom/discovery/ConnectedPrinter.h"
+#include "kom/device/ConnectedPrinter.h"
 #include "kom/filesystem/PathInfo.h"
 #include "kom/protocol/PrinterStatus.h"
 #include "kom/protocol/PrinterVersion.h"
@@ -31,6 +31,9 @@ namespace vela::kom {
 // Calls may come from any thread; the access lock serialises them, also across processes.
 //
 // Log and exception texts name their origin "PrinterDevice::<operation>()".
+//
+// The bodies live in PrinterDeviceProtocol.ipp and PrinterDeviceFileSystem.ipp; a translation
+// unit that instantiates the template includes both (QRVDevice.cpp does so once for production).
 template <class Transport, class Synchronizer, class Converter> class PrinterDeviceBase {
 public:
     using ProgressCallback = std::function<void(uint64_t done, uint64_t total)>;
@@ -137,6 +140,3 @@ protected:
 };
 
 } // namespace vela::kom
-
-#include "kom/filesystem/PrinterDeviceFileSystem.ipp"
-#include "kom/protocol/PrinterDeviceProtocol.ipp"
