@@ -1,8 +1,8 @@
 #include "gateway/GatewayErrorHandler.h"
 
 #include "common/Log.h"
-#include "gateway/HostException.h"
 #include "kom/QRVException.h"
+#include "qrv/HostException.h"
 
 namespace vela::kom {
 

@@ -1,9 +1,11 @@
-#include "gateway/ManagedQRVDeviceGateway.h"
+#include "qrv/ManagedQRVDeviceGateway.h"
 
 #include "common/Log.h"
 #include "gateway/GatewayErrorHandler.h"
+#include "gateway/NativeQRVListenerImp.h"
 #include "gateway/StatusConversion.h"
 #include "kom/QRVException.h"
+#include "kom/connection/NativeQRVDevice.h"
 
 #include <exception>
 
@@ -27,24 +29,48 @@ const wchar_t* PathArgument(const std::wstring& path, const wchar_t* entry) {
     return path.c_str();
 }
 
+NativeQRVDevice::UpdatePhaseCallback
+NativeUpdatePhase(const ManagedQRVDeviceGateway::UpdatePhaseCallback& phase) {
+    if (!phase) {
+        return nullptr;
+    }
+    // The two enumerations list the same steps in the same order.
+    return [phase](NativeQRVDevice::UpdatePhase native) {
+        phase(static_cast<ManagedQRVDeviceGateway::UpdatePhase>(native));
+    };
+}
+
 } // namespace
+
+struct ManagedQRVDeviceGateway::Impl {
+    NativeQRVDevice& Facade(const wchar_t* entry) const {
+        if (!m_pNativeQRVDevice) {
+            // Thrown inside the operation's handler, which logs it once as "Printer Not Found".
+            throw vela::common::InvalidOperationException(L"Printer not found", entry);
+        }
+        return *m_pNativeQRVDevice;
+    }
+
+    std::unique_ptr<NativeQRVDevice> m_pNativeQRVDevice;
+    std::unique_ptr<NativeQRVListenerImp> m_pNativeListener;
+    ProgressCallback m_progress;
+    UpdatePhaseCallback m_updatePhase;
+};
+
+ManagedQRVDeviceGateway::ManagedQRVDeviceGateway() : m_impl(std::make_unique<Impl>()) {}
 
 ManagedQRVDeviceGateway::~ManagedQRVDeviceGateway() {
     Release();
 }
 
-NativeQRVDevice& ManagedQRVDeviceGateway::Facade(const wchar_t* entry) const {
-    if (!m_pNativeQRVDevice) {
-        // Thrown inside the operation's handler, which logs it once as "Printer Not Found".
-        throw vela::common::InvalidOperationException(L"Printer not found", entry);
-    }
-    return *m_pNativeQRVDevice;
+bool ManagedQRVDeviceGateway::IsOpen() const {
+    return m_impl->m_pNativeQRVDevice != nullptr;
 }
 
 void ManagedQRVDeviceGateway::ThrowIfCalledFromSubscriber(const wchar_t* entry) const {
     // Tearing the facade down from the monitor thread would make it wait for itself and then
     // return into a destroyed listener.
-    if (m_pNativeListener && m_pNativeListener->IsForwardingOnThisThread()) {
+    if (m_impl->m_pNativeListener && m_impl->m_pNativeListener->IsForwardingOnThisThread()) {
         std::wstring line = std::wstring(entry) + L": Unknown Error: not allowed inside an event subscriber";
         Log::LogWarning(line);
         throw host::PrinterException(line);
@@ -56,16 +82,19 @@ void ManagedQRVDeviceGateway::Open(const std::wstring& printerName) {
     ThrowIfCalledFromSubscriber(L"QRVDeviceGateway::Open()");
     Release();
     try {
-        m_pNativeQRVDevice = std::make_unique<NativeQRVDevice>(kStopWaitExtraMs);
-        if (m_progress) {
-            m_pNativeQRVDevice->SetProgressCallback(m_progress);
+        Impl& impl = *m_impl;
+        impl.m_pNativeQRVDevice = std::make_unique<NativeQRVDevice>(kStopWaitExtraMs);
+        if (impl.m_progress) {
+            impl.m_pNativeQRVDevice->SetProgressCallback(impl.m_progress);
         }
-        if (m_updatePhase) {
-            m_pNativeQRVDevice->SetUpdatePhaseCallback(m_updatePhase);
+        if (impl.m_updatePhase) {
+            impl.m_pNativeQRVDevice->SetUpdatePhaseCallback(NativeUpdatePhase(impl.m_updatePhase));
         }
-        m_pNativeListener = std::make_unique<NativeQRVListenerImp>(*this);
-        m_pNativeQRVDevice->SetPrinterName(printerName);
-        m_pNativeQRVDevice->RegisterListener(m_pNativeListener.get());
+        impl.m_pNativeListener = std::make_unique<NativeQRVListenerImp>(NativeQRVListenerImp::Targets{
+            [this](const PrinterStatus& status) { OnNativePrinterStatusChangedEvent(status); },
+            [this](uint32_t code, uint32_t value) { OnNativePrinterInterruptEvent(code, value); }});
+        impl.m_pNativeQRVDevice->SetPrinterName(printerName);
+        impl.m_pNativeQRVDevice->RegisterListener(impl.m_pNativeListener.get());
     } catch (const QRVException& e) {
         Release();
         std::wstring line = std::wstring(kCreateEntry) + L": Printer Communication Error '" + printerName +
@@ -90,14 +119,15 @@ void ManagedQRVDeviceGateway::Close() {
 }
 
 void ManagedQRVDeviceGateway::Release() noexcept {
+    Impl& impl = *m_impl;
     // No event may reach this gateway while the facade goes away.
-    if (m_pNativeListener) {
-        m_pNativeListener->Disarm();
+    if (impl.m_pNativeListener) {
+        impl.m_pNativeListener->Disarm();
     }
-    if (m_pNativeQRVDevice) {
+    if (impl.m_pNativeQRVDevice) {
         try {
-            if (m_pNativeListener) {
-                m_pNativeQRVDevice->DeregisterListener(m_pNativeListener.get());
+            if (impl.m_pNativeListener) {
+                impl.m_pNativeQRVDevice->DeregisterListener(impl.m_pNativeListener.get());
             }
         } catch (const vela::common::Exception& e) {
             Log::LogWarning(L"QRVDeviceGateway::Close(): %s", e.Message());
@@ -106,22 +136,22 @@ void ManagedQRVDeviceGateway::Release() noexcept {
         } catch (...) {
             Log::LogWarning(L"QRVDeviceGateway::Close(): failed to stop listening");
         }
-        m_pNativeQRVDevice.reset(); // the facade's destructor never throws
+        impl.m_pNativeQRVDevice.reset(); // the facade's destructor never throws
     }
-    m_pNativeListener.reset();
+    impl.m_pNativeListener.reset();
 }
 
 void ManagedQRVDeviceGateway::SetProgressCallback(ProgressCallback callback) {
-    m_progress = std::move(callback);
-    if (m_pNativeQRVDevice) {
-        m_pNativeQRVDevice->SetProgressCallback(m_progress);
+    m_impl->m_progress = std::move(callback);
+    if (m_impl->m_pNativeQRVDevice) {
+        m_impl->m_pNativeQRVDevice->SetProgressCallback(m_impl->m_progress);
     }
 }
 
 void ManagedQRVDeviceGateway::SetUpdatePhaseCallback(UpdatePhaseCallback callback) {
-    m_updatePhase = std::move(callback);
-    if (m_pNativeQRVDevice) {
-        m_pNativeQRVDevice->SetUpdatePhaseCallback(m_updatePhase);
+    m_impl->m_updatePhase = std::move(callback);
+    if (m_impl->m_pNativeQRVDevice) {
+        m_impl->m_pNativeQRVDevice->SetUpdatePhaseCallback(NativeUpdatePhase(m_impl->m_updatePhase));
     }
 }
 
@@ -131,7 +161,7 @@ ManagedQRVDeviceGateway::VersionList ManagedQRVDeviceGateway::GetVersions() {
     const wchar_t* entry = L"QRVDeviceGateway::GetVersions()";
     Log::LogInfo(entry);
     return Handler::RunShort(entry, [&] {
-        PrinterVersion v = Facade(entry).GetPrinterVersion();
+        PrinterVersion v = m_impl->Facade(entry).GetPrinterVersion();
         return VersionList{{L"OS", v.GetOSVersion()},           {L"Firmware", v.GetFWVersion()},
                            {L"Application", v.GetAppVersion()}, {L"Overall", v.GetOverallVersion()},
                            {L"Auxiliary", v.Text(4)},           {L"DeviceID", v.Text(5)},
@@ -143,7 +173,7 @@ int32_t ManagedQRVDeviceGateway::ApplyUpdate(const std::wstring& fileName) {
     const wchar_t* entry = L"QRVDeviceGateway::ApplyUpdate()";
     Log::LogInfo(entry);
     return Handler::RunShort(entry, [&] {
-        NativeQRVDevice& facade = Facade(entry);
+        NativeQRVDevice& facade = m_impl->Facade(entry);
         return facade.ApplyUpdate(PathArgument(fileName, entry));
     });
 }
@@ -151,55 +181,55 @@ int32_t ManagedQRVDeviceGateway::ApplyUpdate(const std::wstring& fileName) {
 void ManagedQRVDeviceGateway::Reboot() {
     const wchar_t* entry = L"QRVDeviceGateway::Reboot()";
     Log::LogInfo(entry);
-    Handler::RunShort(entry, [&] { Facade(entry).Reboot(); });
+    Handler::RunShort(entry, [&] { m_impl->Facade(entry).Reboot(); });
 }
 
 std::wstring ManagedQRVDeviceGateway::GetDeviceID() {
     const wchar_t* entry = L"QRVDeviceGateway::GetDeviceID()";
     Log::LogInfo(entry);
-    return Handler::RunShort(entry, [&] { return Facade(entry).GetDeviceID(); });
+    return Handler::RunShort(entry, [&] { return m_impl->Facade(entry).GetDeviceID(); });
 }
 
 std::wstring ManagedQRVDeviceGateway::GetPrinterType() {
     const wchar_t* entry = L"QRVDeviceGateway::GetPrinterType()";
     Log::LogInfo(entry);
-    return Handler::RunShort(entry, [&] { return Facade(entry).GetPrinterType(); });
+    return Handler::RunShort(entry, [&] { return m_impl->Facade(entry).GetPrinterType(); });
 }
 
 std::wstring ManagedQRVDeviceGateway::GetUpdateLibraryPath() {
     const wchar_t* entry = L"QRVDeviceGateway::GetUpdatePath()";
     Log::LogInfo(entry);
-    return Handler::RunShort(entry, [&] { return Facade(entry).GetUpdateLibraryPath(); });
+    return Handler::RunShort(entry, [&] { return m_impl->Facade(entry).GetUpdateLibraryPath(); });
 }
 
 std::wstring ManagedQRVDeviceGateway::GetImageLibraryPath() {
     const wchar_t* entry = L"QRVDeviceGateway::GetImageLibraryPath()";
     Log::LogInfo(entry);
-    return Handler::RunShort(entry, [&] { return Facade(entry).GetImageLibraryPath(); });
+    return Handler::RunShort(entry, [&] { return m_impl->Facade(entry).GetImageLibraryPath(); });
 }
 
 std::wstring ManagedQRVDeviceGateway::GetJobFileLibraryPath() {
     const wchar_t* entry = L"QRVDeviceGateway::GetJobfileLibraryPath()";
     Log::LogInfo(entry);
-    return Handler::RunShort(entry, [&] { return Facade(entry).GetJobFileLibraryPath(); });
+    return Handler::RunShort(entry, [&] { return m_impl->Facade(entry).GetJobFileLibraryPath(); });
 }
 
 std::wstring ManagedQRVDeviceGateway::GetTemplateLibraryPath() {
     const wchar_t* entry = L"QRVDeviceGateway::GetTemaplateLibraryPath()";
     Log::LogInfo(entry);
-    return Handler::RunShort(entry, [&] { return Facade(entry).GetTemplateLibraryPath(); });
+    return Handler::RunShort(entry, [&] { return m_impl->Facade(entry).GetTemplateLibraryPath(); });
 }
 
 void ManagedQRVDeviceGateway::FeedForward() {
     const wchar_t* entry = L"QRVDeviceGateway::FeedForward()";
     Log::LogInfo(entry);
-    Handler::RunShort(entry, [&] { Facade(entry).FeedForward(); });
+    Handler::RunShort(entry, [&] { m_impl->Facade(entry).FeedForward(); });
 }
 
 void ManagedQRVDeviceGateway::CutLabel() {
     const wchar_t* entry = L"QRVDeviceGateway::CutLabel()";
     Log::LogInfo(entry);
-    Handler::RunShort(entry, [&] { Facade(entry).CutLabel(); });
+    Handler::RunShort(entry, [&] { m_impl->Facade(entry).CutLabel(); });
 }
 
 void ManagedQRVDeviceGateway::SetCutterMode(host::TapeCutMode) {}
@@ -208,7 +238,7 @@ int32_t ManagedQRVDeviceGateway::GetFile(const std::wstring& printerPath, const 
     const wchar_t* entry = L"QRVDeviceGateway::GetFile()";
     Log::LogInfo(entry);
     return Handler::RunFile(entry, FileSubject::Path(printerPath), [&] {
-        NativeQRVDevice& facade = Facade(entry);
+        NativeQRVDevice& facade = m_impl->Facade(entry);
         return facade.GetFile(PathArgument(printerPath, entry), PathArgument(fileName, entry));
     });
 }
@@ -217,7 +247,7 @@ int32_t ManagedQRVDeviceGateway::PutFile(const std::wstring& printerPath, const 
     const wchar_t* entry = L"QRVDeviceGateway::PutFile()";
     Log::LogInfo(entry);
     return Handler::RunFile(entry, FileSubject::Path(printerPath), [&] {
-        NativeQRVDevice& facade = Facade(entry);
+        NativeQRVDevice& facade = m_impl->Facade(entry);
         return facade.PutFile(PathArgument(printerPath, entry), PathArgument(fileName, entry));
     });
 }
@@ -227,7 +257,7 @@ int32_t ManagedQRVDeviceGateway::RenameFile(const std::wstring& oldFileName,
     const wchar_t* entry = L"QRVDeviceGateway::RenameFile()";
     Log::LogInfo(entry);
     return Handler::RunFile(entry, FileSubject::Rename(oldFileName, newFileName), [&] {
-        NativeQRVDevice& facade = Facade(entry);
+        NativeQRVDevice& facade = m_impl->Facade(entry);
         return facade.Rename(PathArgument(oldFileName, entry), PathArgument(newFileName, entry));
     });
 }
@@ -236,7 +266,7 @@ int32_t ManagedQRVDeviceGateway::DeleteFile(const std::wstring& printerPath) {
     const wchar_t* entry = L"QRVDeviceGateway::DeleteFile()";
     Log::LogInfo(entry);
     return Handler::RunFile(entry, FileSubject::Path(printerPath), [&] {
-        NativeQRVDevice& facade = Facade(entry);
+        NativeQRVDevice& facade = m_impl->Facade(entry);
         return facade.Delete(PathArgument(printerPath, entry));
     });
 }
@@ -245,7 +275,7 @@ std::vector<host::FileComponent> ManagedQRVDeviceGateway::GetFiles(const std::ws
     const wchar_t* entry = L"QRVDeviceGateway::GetFiles()";
     Log::LogInfo(entry);
     return Handler::RunDirectory(entry, &printerPath, [&] {
-        NativeQRVDevice& facade = Facade(entry);
+        NativeQRVDevice& facade = m_impl->Facade(entry);
         PathArgument(printerPath, entry);
         std::vector<std::unique_ptr<PathInfo>> content = facade.GetFolderContent(printerPath);
         std::vector<host::FileComponent> files;
@@ -261,7 +291,7 @@ std::vector<host::FileComponent> ManagedQRVDeviceGateway::GetFiles(const std::ws
 std::vector<std::wstring> ManagedQRVDeviceGateway::GetLogFiles() {
     const wchar_t* entry = L"QRVDeviceGateway::GetLogFiles()";
     Log::LogInfo(entry);
-    return Handler::RunDirectory(entry, nullptr, [&] { return Facade(entry).GetLogFileNameList(); });
+    return Handler::RunDirectory(entry, nullptr, [&] { return m_impl->Facade(entry).GetLogFileNameList(); });
 }
 
 void ManagedQRVDeviceGateway::GetDiskSpaceKB(uint64_t& freeDiskSpace, uint64_t& usedDiskSpace) {
@@ -270,7 +300,7 @@ void ManagedQRVDeviceGateway::GetDiskSpaceKB(uint64_t& freeDiskSpace, uint64_t& 
     Handler::RunShort(entry, [&] {
         uint64_t first = 0;
         uint64_t second = 0;
-        Facade(entry).GetDiskSpace(first, second);
+        m_impl->Facade(entry).GetDiskSpace(first, second);
         freeDiskSpace = first >> 10;
         usedDiskSpace = second >> 10;
     });
@@ -279,29 +309,30 @@ void ManagedQRVDeviceGateway::GetDiskSpaceKB(uint64_t& freeDiskSpace, uint64_t& 
 std::vector<host::PrinterStatusItem> ManagedQRVDeviceGateway::GetPrinterStatus() {
     const wchar_t* entry = L"QRVDeviceGateway::GetPrinterStatus()";
     Log::LogInfo(entry);
-    return Handler::RunShort(entry,
-                             [&] { return StatusConversion::AllItems(Facade(entry).GetPrinterStatus()); });
+    return Handler::RunShort(
+        entry, [&] { return StatusConversion::AllItems(m_impl->Facade(entry).GetPrinterStatus()); });
 }
 
 std::vector<host::PrinterStatusItem> ManagedQRVDeviceGateway::GetFilteredPrinterErrorStatus() {
     const wchar_t* entry = L"QRVDeviceGateway::GetPrinterFilteredErrorStatus()";
     Log::LogInfo(entry);
-    return Handler::RunShort(entry,
-                             [&] { return StatusConversion::ErrorItems(Facade(entry).GetPrinterStatus()); });
+    return Handler::RunShort(
+        entry, [&] { return StatusConversion::ErrorItems(m_impl->Facade(entry).GetPrinterStatus()); });
 }
 
 uint32_t ManagedQRVDeviceGateway::GetBatteryChargedPercentage() {
     const wchar_t* entry = L"QRVDeviceGateway::GetBatteryChargedPercentage()";
     Log::LogInfo(entry);
-    return Handler::RunShort(
-        entry, [&] { return StatusConversion::BatteryChargedPercentage(Facade(entry).GetBatteryStatus()); });
+    return Handler::RunShort(entry, [&] {
+        return StatusConversion::BatteryChargedPercentage(m_impl->Facade(entry).GetBatteryStatus());
+    });
 }
 
 host::EBatteryStatus ManagedQRVDeviceGateway::GetBatteryStatus() {
     const wchar_t* entry = L"QRVDeviceGateway::GetBatteryStatus()";
     Log::LogInfo(entry);
     return Handler::RunShort(entry, [&] {
-        return StatusConversion::GetBatteryStatus(Facade(entry).GetBatteryStatus())
+        return StatusConversion::GetBatteryStatus(m_impl->Facade(entry).GetBatteryStatus())
             .As<host::EBatteryStatus>();
     });
 }
@@ -310,7 +341,7 @@ host::EChargingStatus ManagedQRVDeviceGateway::GetChargingStatus() {
     const wchar_t* entry = L"QRVDeviceGateway::GetChargingStatus()";
     Log::LogInfo(entry);
     return Handler::RunShort(entry, [&] {
-        return StatusConversion::GetChargingStatus(Facade(entry).GetChargingStatus())
+        return StatusConversion::GetChargingStatus(m_impl->Facade(entry).GetChargingStatus())
             .As<host::EChargingStatus>();
     });
 }
@@ -319,7 +350,7 @@ host::EExternalPowerSupplyStatus ManagedQRVDeviceGateway::GetExternalPowerStatus
     const wchar_t* entry = L"QRVDeviceGateway::GetExternalPowerStatus()";
     Log::LogInfo(entry);
     return Handler::RunShort(entry, [&] {
-        return StatusConversion::GetExternalPowerStatus(Facade(entry).GetExternalPowerStatus())
+        return StatusConversion::GetExternalPowerStatus(m_impl->Facade(entry).GetExternalPowerStatus())
             .As<host::EExternalPowerSupplyStatus>();
     });
 }
@@ -327,25 +358,25 @@ host::EExternalPowerSupplyStatus ManagedQRVDeviceGateway::GetExternalPowerStatus
 std::wstring ManagedQRVDeviceGateway::GetCassetteIdentifier() {
     const wchar_t* entry = L"QRVDeviceGateway::GetCassetteIdentifier()";
     Log::LogInfo(entry);
-    return Handler::RunShort(entry, [&] { return Facade(entry).GetCassetteIdentifier(); });
+    return Handler::RunShort(entry, [&] { return m_impl->Facade(entry).GetCassetteIdentifier(); });
 }
 
 void ManagedQRVDeviceGateway::ResumePrinting() {
     const wchar_t* entry = L"QRVDeviceGateway::ResumePrinting()";
     Log::LogInfo(entry);
-    Handler::RunShort(entry, [&] { Facade(entry).ResumePrinting(); });
+    Handler::RunShort(entry, [&] { m_impl->Facade(entry).ResumePrinting(); });
 }
 
 void ManagedQRVDeviceGateway::ClearErrors() {
     const wchar_t* entry = L"QRVDeviceGateway::ClearErrors()";
     Log::LogInfo(entry);
-    Handler::RunShort(entry, [&] { Facade(entry).ClearError(); });
+    Handler::RunShort(entry, [&] { m_impl->Facade(entry).ClearError(); });
 }
 
 void ManagedQRVDeviceGateway::ClearCutterJamError() {
     const wchar_t* entry = L"QRVDeviceGateway::ClearCutterJamError()";
     Log::LogInfo(entry);
-    Handler::RunShort(entry, [&] { Facade(entry).ClearCutterJamError(); });
+    Handler::RunShort(entry, [&] { m_impl->Facade(entry).ClearCutterJamError(); });
 }
 
 // --- events -----------------------------------------------------------------------------------

@@ -2,7 +2,6 @@
 
 #include "common/Exception.h"
 #include "common/Log.h"
-#include "gateway/ManagedQRVDeviceGateway.h"
 
 #include <exception>
 
@@ -12,13 +11,13 @@ using vela::common::Log;
 
 template <class F> void NativeQRVListenerImp::Forward(const wchar_t* what, F&& call) {
     std::lock_guard<std::recursive_mutex> lock(m_mutex);
-    if (m_gateway == nullptr) {
+    if (!m_armed) {
         return;
     }
     std::thread::id previous = m_forwardingThread.exchange(std::this_thread::get_id());
     // The monitor thread ends on any exception; a host subscriber's failure must not stop it.
     try {
-        call(*m_gateway);
+        call(m_targets);
     } catch (const std::exception& e) {
         Log::LogWarning(L"NativeQRVListenerImp::%s - a subscriber failed: %s", what, e.what());
     } catch (const vela::common::Exception& e) {
@@ -30,18 +29,16 @@ template <class F> void NativeQRVListenerImp::Forward(const wchar_t* what, F&& c
 }
 
 void NativeQRVListenerImp::OnPrinterStatusChangedEvent(const PrinterStatus& status) {
-    Forward(L"OnPrinterStatusChangedEvent()",
-            [&](ManagedQRVDeviceGateway& gateway) { gateway.OnNativePrinterStatusChangedEvent(status); });
+    Forward(L"OnPrinterStatusChangedEvent()", [&](const Targets& targets) { targets.statusChanged(status); });
 }
 
 void NativeQRVListenerImp::OnPrinterInterruptEvent(uint32_t code, uint32_t value) {
-    Forward(L"OnPrinterInterruptEvent()",
-            [&](ManagedQRVDeviceGateway& gateway) { gateway.OnNativePrinterInterruptEvent(code, value); });
+    Forward(L"OnPrinterInterruptEvent()", [&](const Targets& targets) { targets.interrupt(code, value); });
 }
 
 void NativeQRVListenerImp::Disarm() {
     std::lock_guard<std::recursive_mutex> lock(m_mutex);
-    m_gateway = nullptr;
+    m_armed = false;
 }
 
 } // namespace vela::kom

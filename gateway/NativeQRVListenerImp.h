@@ -3,16 +3,16 @@
 #include "kom/connection/INativeQRVListener.h"
 
 #include <atomic>
+#include <cstdint>
+#include <functional>
 #include <mutex>
 #include <thread>
 
 namespace vela::kom {
 
-class ManagedQRVDeviceGateway;
-
-// The gateway's native listener: the monitor thread calls it, it forwards into the gateway, which
-// raises the host events. It never lets an exception reach the monitor thread (a subscriber's
-// failure is logged as a warning).
+// The gateway's native listener: the monitor thread calls it, it forwards into the gateway through
+// two callbacks, and the gateway raises the host events. It never lets an exception reach the
+// monitor thread (a subscriber's failure is logged as a warning).
 //
 // Disarm() is how the gateway makes sure that no call reaches it any more before it tears the
 // facade down: it waits for a forward that is in progress on another thread, and afterwards
@@ -20,7 +20,12 @@ class ManagedQRVDeviceGateway;
 // its events (the events' subscriber lists hold none).
 class NativeQRVListenerImp : public INativeQRVListener {
 public:
-    explicit NativeQRVListenerImp(ManagedQRVDeviceGateway& gateway) : m_gateway(&gateway) {}
+    struct Targets {
+        std::function<void(const PrinterStatus& status)> statusChanged;
+        std::function<void(uint32_t code, uint32_t value)> interrupt;
+    };
+
+    explicit NativeQRVListenerImp(Targets targets) : m_targets(std::move(targets)) {}
     NativeQRVListenerImp(const NativeQRVListenerImp&) = delete;
     NativeQRVListenerImp& operator=(const NativeQRVListenerImp&) = delete;
 
@@ -36,7 +41,8 @@ private:
     template <class F> void Forward(const wchar_t* what, F&& call);
 
     std::recursive_mutex m_mutex;
-    ManagedQRVDeviceGateway* m_gateway; // guarded by m_mutex; null once disarmed
+    Targets m_targets;   // guarded by m_mutex
+    bool m_armed = true; // guarded by m_mutex; false once disarmed
     std::atomic<std::thread::id> m_forwardingThread{};
 };
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "gateway/PrintInterruptEventArgs.h"
-#include "gateway/PrinterStatusItem.h"
 #include "kom/protocol/PrinterStatus.h"
+#include "qrv/PrintInterruptEventArgs.h"
+#include "qrv/PrinterStatusItem.h"
 
 #include <cstdint>
 #include <vector>

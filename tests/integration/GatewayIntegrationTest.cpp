@@ -1,4 +1,5 @@
-#include "gateway/ManagedQRVDeviceGateway.h"
+#include "common/StringConverter.h"
+#include "qrv/ManagedQRVDeviceGateway.h"
 #include "sim/Simulator.h"
 #include "support/PauseRecorder.h"
 #include "support/ScopedEnvironment.h"

@@ -6,7 +6,7 @@
 // transactions, 10000 cycles) with the same code as the short version in the test suite:
 //   QRV_SOAK_STATUS_TRANSACTIONS (default 10000), QRV_SOAK_GATEWAY_CYCLES (default 300).
 
-#include "gateway/ManagedQRVDeviceGateway.h"
+#include "qrv/ManagedQRVDeviceGateway.h"
 #include "reliability/FaultChecks.h"
 #include "reliability/SimulatedPrinter.h"
 #include "support/PauseRecorder.h"

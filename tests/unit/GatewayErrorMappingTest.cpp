@@ -1,10 +1,11 @@
 // The three error handlers of the gateway, with native exceptions thrown on purpose. That an
 // operation without a printer (InvalidOperationException) is "Printer Not Found" under each of
 // them is checked for every operation in GatewayTest.
+#include "common/StringConverter.h"
 #include "common/SystemError.h"
 #include "gateway/GatewayErrorHandler.h"
-#include "gateway/HostException.h"
 #include "kom/QRVException.h"
+#include "qrv/HostException.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,6 @@
-#include "gateway/ManagedQRVDeviceGateway.h"
+#include "common/StringConverter.h"
+#include "kom/protocol/PrinterStatus.h"
+#include "qrv/ManagedQRVDeviceGateway.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "gateway/HostEvent.h"
+#include "qrv/HostEvent.h"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 // mode) so that the test can change the printer's status; the guest's `run` stops qrv-sim first,
 // as each gadget node can be served by one process only.
 #include "common/StringConverter.h"
-#include "gateway/ManagedQRVDeviceGateway.h"
+#include "qrv/ManagedQRVDeviceGateway.h"
 #include "sim/Simulator.h"
 #include "support/TestSupport.h"
 #include "vm/UsbGadget.h"

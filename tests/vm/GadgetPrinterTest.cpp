@@ -3,8 +3,8 @@
 // QRV_VM_SIM_PID). Everything goes through the real kernel drivers: usblp, hidraw and the udev
 // view of sysfs on the host side, the printer and HID gadget functions on the device side.
 #include "common/StringConverter.h"
-#include "gateway/ManagedQRVDeviceGateway.h"
 #include "kom/discovery/QRVPrinters.h"
+#include "qrv/ManagedQRVDeviceGateway.h"
 #include "support/TestSupport.h"
 #include "vm/LongPauses.h"
 #include "vm/UsbGadget.h"

@@ -11,7 +11,7 @@
 namespace vela::qrvctl {
 
 using vela::common::StringConverter;
-using Phase = vela::kom::FirmwareUpdate::Phase;
+using Phase = vela::kom::ManagedQRVDeviceGateway::UpdatePhase;
 
 namespace {
 

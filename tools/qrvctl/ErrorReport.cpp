@@ -3,7 +3,7 @@
 #include "CommandError.h"
 #include "common/Exception.h"
 #include "common/StringConverter.h"
-#include "gateway/HostException.h"
+#include "qrv/HostException.h"
 
 #include <exception>
 

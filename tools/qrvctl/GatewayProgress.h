@@ -1,7 +1,7 @@
 #pragma once
 
 #include "ProgressReporter.h"
-#include "gateway/ManagedQRVDeviceGateway.h"
+#include "qrv/ManagedQRVDeviceGateway.h"
 
 #include <string>
 

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "GlobalOptions.h"
-#include "gateway/ManagedQRVDeviceGateway.h"
 #include "kom/discovery/DiscoveredPrinter.h"
+#include "qrv/ManagedQRVDeviceGateway.h"
 #include "sim/Simulator.h"
 
 #include <memory>

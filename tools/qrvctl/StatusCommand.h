@@ -2,7 +2,7 @@
 
 #include "Console.h"
 #include "PrinterSession.h"
-#include "gateway/PrinterStatusItem.h"
+#include "qrv/PrinterStatusItem.h"
 
 #include <vector>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "gateway/PrintInterruptEventArgs.h"
-#include "gateway/PrinterStatusItem.h"
+#include "qrv/PrintInterruptEventArgs.h"
+#include "qrv/PrinterStatusItem.h"
 
 #include <cstdint>
 #include <string>

@@ -1,13 +1,13 @@
 #pragma once
 
-#include "gateway/Delegates.h"
-#include "gateway/FileComponent.h"
-#include "gateway/HostEvent.h"
-#include "gateway/PrintInterruptEventArgs.h"
-#include "gateway/PrinterStatusEventArgs.h"
-#include "gateway/PrinterStatusItem.h"
-#include "gateway/StatusEnumerations.h"
-#include "gateway/TapeCutMode.h"
+#include "qrv/Delegates.h"
+#include "qrv/FileComponent.h"
+#include "qrv/HostEvent.h"
+#include "qrv/PrintInterruptEventArgs.h"
+#include "qrv/PrinterStatusEventArgs.h"
+#include "qrv/PrinterStatusItem.h"
+#include "qrv/StatusEnumerations.h"
+#include "qrv/TapeCutMode.h"
 
 #include <cstdint>
 #include <string>

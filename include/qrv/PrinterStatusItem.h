@@ -1,6 +1,6 @@
 #pragma once
 
-#include "gateway/StatusEnumerations.h"
+#include "qrv/StatusEnumerations.h"
 
 #include <cstdint>
 

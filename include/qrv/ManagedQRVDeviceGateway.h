@@ -1,17 +1,19 @@
 #pragma once
 
-#include "gateway/Delegates.h"
-#include "gateway/HostException.h"
-#include "gateway/IKelvoCommunication.h"
-#include "gateway/NativeQRVListenerImp.h"
-#include "kom/connection/NativeQRVDevice.h"
+#include "qrv/Delegates.h"
+#include "qrv/Export.h"
+#include "qrv/HostException.h"
+#include "qrv/IKelvoCommunication.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 namespace vela::kom {
+
+class PrinterStatus;
 
 // The library's public class: one printer, opened by its print-queue name.
 //
@@ -35,20 +37,23 @@ namespace vela::kom {
 // Events: OnPrinterStatusChanged and OnPrintInterrupt are raised on the library's status monitor
 // thread; a subscriber must return quickly (the next printer report waits for it). The other five
 // events are offered for the host's own use; the library does not raise them.
-class ManagedQRVDeviceGateway : public vela::printer::communication::IKelvoCommunication {
+class QRV_API ManagedQRVDeviceGateway : public vela::printer::communication::IKelvoCommunication {
 public:
     using StringPassDelegate = vela::printer::communication::StringPassDelegate;
     using UnsignedIntPassDelegate = vela::printer::communication::UnsignedIntPassDelegate;
     using PrinterStatusItem = vela::printer::communication::PrinterStatusItem;
     using PrinterStatusEventArgs = vela::printer::communication::PrinterStatusEventArgs;
     using PrintInterruptEventArgs = vela::printer::communication::PrintInterruptEventArgs;
-    using ProgressCallback = NativeQRVDevice::ProgressCallback;
-    using UpdatePhaseCallback = NativeQRVDevice::UpdatePhaseCallback;
+    // Bytes of the host file moved so far, and the file's size.
+    using ProgressCallback = std::function<void(uint64_t done, uint64_t total)>;
+    // The steps of ApplyUpdate, each told as it begins.
+    enum class UpdatePhase { waitingForPrinter, copying, applying, waiting, cleaningUp, done };
+    using UpdatePhaseCallback = std::function<void(UpdatePhase phase)>;
 
     // The wait for the monitor thread on Close, on top of the facade's own 5000 ms.
     static constexpr uint32_t kStopWaitExtraMs = 4000;
 
-    ManagedQRVDeviceGateway() = default;
+    ManagedQRVDeviceGateway();
     ~ManagedQRVDeviceGateway() override; // releases like Close; never throws
     ManagedQRVDeviceGateway(const ManagedQRVDeviceGateway&) = delete;
     ManagedQRVDeviceGateway& operator=(const ManagedQRVDeviceGateway&) = delete;
@@ -62,7 +67,7 @@ public:
     // Stops listening and releases the printer. Repeatable; never fails except when called from
     // inside an event subscriber of this gateway (PrinterException).
     void Close() override;
-    bool IsOpen() const { return m_pNativeQRVDevice != nullptr; }
+    bool IsOpen() const;
 
     // Version texts: "OS", "Firmware", "Application", "Overall", "Auxiliary", "DeviceID", "RootFS".
     VersionList GetVersions() override;
@@ -136,7 +141,7 @@ public:
     void SetUpdatePhaseCallback(UpdatePhaseCallback callback);
 
 private:
-    NativeQRVDevice& Facade(const wchar_t* entry) const;
+    struct Impl; // the native facade, its listener and the callbacks
     void ThrowIfCalledFromSubscriber(const wchar_t* entry) const;
     void Release() noexcept;
 
@@ -147,10 +152,7 @@ private:
     UnsignedIntEvent m_onBatteryChargedPercentageChanged;
     PrinterStatusChangedEvent m_onPrinterStatusChanged;
     PrintInterruptEvent m_onPrintInterrupt;
-    std::unique_ptr<NativeQRVDevice> m_pNativeQRVDevice;
-    std::unique_ptr<NativeQRVListenerImp> m_pNativeListener;
-    ProgressCallback m_progress;
-    UpdatePhaseCallback m_updatePhase;
+    std::unique_ptr<Impl> m_impl;
 };
 
 } // namespace vela::kom

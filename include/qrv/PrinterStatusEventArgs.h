@@ -1,6 +1,6 @@
 #pragma once
 
-#include "gateway/PrinterStatusItem.h"
+#include "qrv/PrinterStatusItem.h"
 
 #include <functional>
 #include <utility>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "common/StringConverter.h"
+#include "qrv/Export.h"
 
 #include <exception>
 #include <string>
@@ -10,10 +10,9 @@ namespace vela::printer::communication {
 // Root of the failures a host sees. The gateway logs one warning line per failure and that same
 // line becomes the message, so what a host shows or stores matches the library's log.
 // Message() is the wide text; what() the same text in UTF-8. Values; copy them freely.
-class HostException : public std::exception {
+class QRV_API HostException : public std::exception {
 public:
-    explicit HostException(std::wstring message)
-        : m_message(std::move(message)), m_utf8(vela::common::StringConverter::ToUtf8(m_message)) {}
+    explicit HostException(std::wstring message);
 
     const char* what() const noexcept override { return m_utf8.c_str(); }
     const std::wstring& Message() const noexcept { return m_message; }
@@ -24,7 +23,7 @@ private:
 };
 
 #define VELA_DECLARE_HOST_EXCEPTION(Name)                                                                    \
-    class Name : public HostException {                                                                      \
+    class QRV_API Name : public HostException {                                                              \
     public:                                                                                                  \
         using HostException::HostException;                                                                  \
     }
