@@ -43,5 +43,7 @@ VELA_DECLARE_EXCEPTION(UsbPrintDeviceException, Exception);
 VELA_DECLARE_EXCEPTION(UsbPrintDeviceConnectionException, UsbPrintDeviceException);
 VELA_DECLARE_EXCEPTION(UsbPrintDeviceWriteException, UsbPrintDeviceException);
 VELA_DECLARE_EXCEPTION(UsbPrintDeviceReadException, UsbPrintDeviceException);
+// The caller asked a running transfer to stop (ManagedQRVDeviceGateway::CancelTransfer).
+VELA_DECLARE_EXCEPTION(OperationCancelledException, Exception);
 
 } // namespace vela::common

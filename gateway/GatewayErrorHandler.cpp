@@ -45,6 +45,8 @@ void GatewayErrorHandler::ReportShort(const wchar_t* entry, std::exception_ptr f
         std::rethrow_exception(failure);
     } catch (const vela::common::InvalidOperationException& e) {
         Raise<host::PrinterNotFoundException>(Line(entry, L"Printer Not Found", e));
+    } catch (const vela::common::OperationCancelledException& e) {
+        Raise<host::OperationCancelledException>(Line(entry, L"Cancelled", e));
     } catch (const QRVException& e) {
         Raise<host::PrinterCommunicationException>(Line(entry, L"Printer Communication Error", e));
     } catch (const vela::common::Exception& e) {
@@ -59,6 +61,8 @@ void GatewayErrorHandler::ReportFile(const wchar_t* entry, const FileSubject& su
         std::rethrow_exception(failure);
     } catch (const vela::common::InvalidOperationException& e) {
         Raise<host::PrinterNotFoundException>(Line(entry, L"Printer Not Found", e));
+    } catch (const vela::common::OperationCancelledException& e) {
+        Raise<host::OperationCancelledException>(Line(entry, L"Cancelled" + quoted, e));
     } catch (const NoPermissionException& e) {
         Raise<host::PrinterAccessViolationException>(
             Line(entry, L"No permission to access the file" + quoted, e));

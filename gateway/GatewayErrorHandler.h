@@ -14,6 +14,7 @@ namespace vela::kom {
 //
 //   native kind                 phrase                                  host kind             handlers
 //   InvalidOperationException   Printer Not Found                       PrinterNotFound       all
+//   OperationCancelledException Cancelled                               OperationCancelled    all
 //   NoPermissionException       No permission to access the file/...    PrinterAccessViolation file,
 //   directory FileNotFoundException       File not Found                          FileNotFound          file
 //   PathNotFoundException       directory not Found / Log file ...      DirectoryNotFound     directory

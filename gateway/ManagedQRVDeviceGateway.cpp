@@ -7,6 +7,7 @@
 #include "kom/QRVException.h"
 #include "kom/connection/NativeQRVDevice.h"
 
+#include <atomic>
 #include <exception>
 
 namespace vela::kom {
@@ -55,6 +56,7 @@ struct ManagedQRVDeviceGateway::Impl {
     std::unique_ptr<NativeQRVListenerImp> m_pNativeListener;
     ProgressCallback m_progress;
     UpdatePhaseCallback m_updatePhase;
+    std::atomic<bool> m_cancelRequested{false};
 };
 
 ManagedQRVDeviceGateway::ManagedQRVDeviceGateway() : m_impl(std::make_unique<Impl>()) {}
@@ -146,6 +148,10 @@ void ManagedQRVDeviceGateway::SetProgressCallback(ProgressCallback callback) {
     if (m_impl->m_pNativeQRVDevice) {
         m_impl->m_pNativeQRVDevice->SetProgressCallback(m_impl->m_progress);
     }
+}
+
+void ManagedQRVDeviceGateway::CancelTransfer() noexcept {
+    m_impl->m_cancelRequested.store(true);
 }
 
 void ManagedQRVDeviceGateway::SetUpdatePhaseCallback(UpdatePhaseCallback callback) {

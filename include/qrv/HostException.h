@@ -44,6 +44,9 @@ VELA_DECLARE_HOST_EXCEPTION(InvalidFileNameException);
 VELA_DECLARE_HOST_EXCEPTION(InvalidDirectoryNameException);
 // The printer answered wrongly, was busy, or was not found when opening it.
 VELA_DECLARE_HOST_EXCEPTION(PrinterCommunicationException);
+// The caller cancelled a file transfer (ManagedQRVDeviceGateway::CancelTransfer); the printer
+// stored nothing and is ready for the next operation.
+VELA_DECLARE_HOST_EXCEPTION(OperationCancelledException);
 // Any other native failure: the USB channel, a system call, the access lock's system errors.
 VELA_DECLARE_HOST_EXCEPTION(PrinterException);
 

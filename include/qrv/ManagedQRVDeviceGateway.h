@@ -138,6 +138,12 @@ public:
     // called on the thread that runs the operation. Kept across Open/Close. Set them while no
     // operation runs.
     void SetProgressCallback(ProgressCallback callback);
+    // Asks the file transfer that runs on this gateway (GetFile, PutFile, or the copy step of
+    // ApplyUpdate) to stop at its next chunk; that operation then throws
+    // OperationCancelledException, leaves no host file behind and the printer ready for the next
+    // operation. It only sets a flag: async-signal-safe, never blocks, any thread. Without a
+    // transfer in progress it has no effect.
+    void CancelTransfer() noexcept;
     void SetUpdatePhaseCallback(UpdatePhaseCallback callback);
 
 private:
