@@ -10,6 +10,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
+#include <sched.h>
 #include <spawn.h>
 #include <sstream>
 #include <stdexcept>
@@ -102,6 +103,78 @@ long CurrentThreadId() {
     return static_cast<long>(::syscall(SYS_gettid));
 }
 
+std::string LoadAverage() {
+    std::ifstream in("/proc/loadavg");
+    std::string one, five, fifteen;
+    if (!(in >> one >> five >> fifteen)) {
+        return "unknown";
+    }
+    return one + " " + five + " " + fifteen;
+}
+
+namespace {
+
+std::string LoadAverageOneMinute() {
+    const std::string all = LoadAverage();
+    return all.substr(0, all.find(' '));
+}
+
+void PinCallingThread(const std::vector<int>& cpus) {
+    if (cpus.empty()) {
+        return;
+    }
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    for (const int cpu : cpus) {
+        CPU_SET(cpu, &set);
+    }
+    if (::sched_setaffinity(0, sizeof set, &set) != 0) {
+        throw std::runtime_error("cannot pin to CPU " + std::to_string(cpus.front()) + ": " +
+                                 std::strerror(errno));
+    }
+}
+
+} // namespace
+
+CorePlacement::CorePlacement() {
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    if (::sched_getaffinity(0, sizeof set, &set) != 0 || CPU_COUNT(&set) < 2) {
+        return;
+    }
+    for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
+        if (CPU_ISSET(cpu, &set)) {
+            m_usable.push_back(cpu);
+        }
+    }
+    m_printerCpu = m_usable[0];
+    m_hostCpu = m_usable[1];
+}
+
+void CorePlacement::EnterPrinterEnd() const {
+    if (m_printerCpu >= 0) {
+        PinCallingThread({m_printerCpu});
+    }
+}
+
+void CorePlacement::EnterHostEnd() const {
+    if (m_hostCpu >= 0) {
+        PinCallingThread({m_hostCpu});
+    }
+}
+
+void CorePlacement::LeaveEnds() const {
+    PinCallingThread(m_usable);
+}
+
+std::string CorePlacement::Describe() const {
+    if (m_printerCpu < 0) {
+        return "Cores: one processor usable; both ends share it (nothing pinned).";
+    }
+    return "Cores: each end pinned to its own processor (as taskset -c would): printer end on CPU " +
+           std::to_string(m_printerCpu) + ", host end on CPU " + std::to_string(m_hostCpu) + ".";
+}
+
 ChildProcess::ChildProcess(const std::vector<std::string>& argv) {
     for (const std::string& a : argv) {
         m_command += (m_command.empty() ? "" : " ") + a;
@@ -154,9 +227,12 @@ std::string ChildProcess::Finish() {
     ::close(m_output);
     m_output = -1;
     int status = 0;
-    while (::waitpid(m_pid, &status, 0) < 0 && errno == EINTR) {
+    rusage usage{};
+    while (::wait4(m_pid, &status, 0, &usage) < 0 && errno == EINTR) {
     }
     m_pid = -1;
+    m_cpu = static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+            static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
         throw std::runtime_error("child failed: " + m_command);
     }
@@ -192,10 +268,26 @@ std::string Bytes(uint64_t bytes) {
     return std::to_string(bytes) + " B";
 }
 
+std::string Micro(double seconds) {
+    return Fixed(seconds * 1e6, 1) + " us";
+}
+
+std::string Milli(double seconds) {
+    return Fixed(seconds * 1e3, 2) + " ms";
+}
+
+std::string RatioText(const Spread& s) {
+    return Fixed(s.median, 2) + "x (" + Fixed(s.min, 2) + "-" + Fixed(s.max, 2) + ")";
+}
+
+std::string SpreadText(const Spread& s, int decimals) {
+    return Fixed(s.median, decimals) + " (" + Fixed(s.min, decimals) + "-" + Fixed(s.max, decimals) + ")";
+}
+
 void PrintRow(const std::string& benchmark, const std::string& measured, const std::string& target,
               const std::string& verdict) {
-    std::printf("| %s | %s | %s | %s |\n", benchmark.c_str(), measured.c_str(), target.c_str(),
-                verdict.c_str());
+    std::printf("| %s | %s | %s | %s | %s |\n", benchmark.c_str(), measured.c_str(), target.c_str(),
+                verdict.c_str(), LoadAverageOneMinute().c_str());
     std::fflush(stdout);
 }
 

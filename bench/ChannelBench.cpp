@@ -11,7 +11,8 @@
 //                  the same lock in a loop
 //
 // The library and the baseline alternate (call by call for the status query, in rounds for the
-// rest); each figure is a ratio of the two with its spread.
+// rest); each figure is a ratio of the two with its spread. Where there are two processors, the
+// printer end (simulator, raw peer) runs on one and the calls are made from the other.
 
 #include "bench/BenchSupport.h"
 #include "bench/RawPeer.h"
@@ -47,7 +48,7 @@ using vela::kom::PrinterAccessSynchronizer;
 const char* const kPrinterName = "Bench Printer";
 const char* const kListingFolder = "/mnt/data/jobs/bench";
 constexpr size_t kListingEntries = 10000;
-constexpr double kStatusTarget = 2.0;
+constexpr double kStatusTarget = 1.5;
 
 ConnectedPrinter Printer(const std::wstring& channelPath, const std::wstring& name) {
     ConnectedPrinter printer;
@@ -56,55 +57,6 @@ ConnectedPrinter Printer(const std::wstring& channelPath, const std::wstring& na
     printer.devicePath = channelPath;
     printer.printerName = name;
     return printer;
-}
-
-// Per-call times of the library and of the baseline, and the ratios of their medians per block.
-struct Paired {
-    std::vector<double> ratio;
-    std::vector<double> library; // seconds per call
-    std::vector<double> raw;
-};
-
-// Times single calls, alternating library and raw call by call (`pairs` of them), so that both
-// meet the same moments of a busy machine. Returns per-call times and, per block of
-// `pairs / blocks` pairs, the ratio of the median library time to the median raw time.
-template <class Library, class Raw> Paired AlternateCalls(int pairs, int blocks, Library library, Raw raw) {
-    Paired p;
-    std::vector<double> blockLibrary, blockRaw;
-    const int perBlock = pairs / blocks;
-    for (int i = 0; i < pairs; ++i) {
-        auto time = [](auto& call) {
-            const auto start = Clock::now();
-            call();
-            return SecondsSince(start);
-        };
-        double tl, tr;
-        if (i % 2 == 0) {
-            tl = time(library);
-            tr = time(raw);
-        } else {
-            tr = time(raw);
-            tl = time(library);
-        }
-        p.library.push_back(tl);
-        p.raw.push_back(tr);
-        blockLibrary.push_back(tl);
-        blockRaw.push_back(tr);
-        if (static_cast<int>(blockLibrary.size()) == perBlock) {
-            p.ratio.push_back(SpreadOf(blockLibrary).median / SpreadOf(blockRaw).median);
-            blockLibrary.clear();
-            blockRaw.clear();
-        }
-    }
-    return p;
-}
-
-std::string RatioText(const Spread& s) {
-    return Fixed(s.median, 2) + "x (" + Fixed(s.min, 2) + "-" + Fixed(s.max, 2) + ")";
-}
-
-std::string Micro(double seconds) {
-    return Fixed(seconds * 1e6, 1) + " us";
 }
 
 // ---- status --------------------------------------------------------------------------------------
@@ -160,8 +112,8 @@ void StatusBenchmark(vela::sim::Simulator& sim) {
         RatioText(ratio).c_str());
     std::printf("      raw round trip that also opens and closes the channel: %s; library / that %s\n",
                 Micro(SpreadOf(withOpen.raw).median).c_str(), RatioText(SpreadOf(withOpen.ratio)).c_str());
-    PrintRow("status query vs raw write+read round trip", RatioText(ratio), "<= 2x",
-             Verdict(ratio.median <= kStatusTarget));
+    PrintRow("status query vs raw write+read round trip", RatioText(ratio),
+             "<= " + Fixed(kStatusTarget, 1) + "x", Verdict(ratio.median <= kStatusTarget));
 }
 
 // ---- listing ---------------------------------------------------------------------------------------
@@ -344,15 +296,21 @@ int ParentMain(int, char**) {
     std::printf("Channel transactions and the access lock against raw baselines (pseudo-terminal, flock).\n"
                 "Single calls alternate; per block of the run the ratio of the median calls is taken;\n"
                 "each figure is the median (min-max) of these block ratios.\n");
+    const CorePlacement cores;
+    std::printf("%s\nLoad average at the start: %s\n", cores.Describe().c_str(), LoadAverage().c_str());
     {
+        cores.EnterPrinterEnd();
         vela::sim::Simulator::Options options;
         options.name = kPrinterName;
         options.hid = false;
         vela::sim::Simulator sim(options);
         RawPeer peer;
+        cores.EnterHostEnd();
         StatusBenchmark(sim);
         ListingBenchmark(sim, peer);
     }
+    // Two processes taking the lock in turn are placed by the system, as they would be in use.
+    cores.LeaveEnds();
     LockBenchmark();
     return 0;
 }

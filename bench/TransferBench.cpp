@@ -4,14 +4,21 @@
 // The simulator and the raw peer run in this process; every measured transfer runs in a fresh
 // child process (this program again, with --child), so that its peak resident size belongs to
 // that transfer alone. The child resets its peak (clear_refs), notes its resident size, runs the
-// transfer and reports the time and the growth of the peak.
+// transfer and reports the time and the growth of the peak. Where there are two processors, the
+// printer end (simulator, raw peer) runs on one and the measured child on the other.
 //
 //   library put : PutFile of a host file to the simulator          (lock, channel, completion poll)
 //   raw put     : the same file read in 1 MiB slices and written through a UsbPrintDevice to a
-//                 peer that only drains it and acknowledges the last byte
+//                 peer that does the printer's work on it (hashes it as it arrives, keeps it in
+//                 memory) and acknowledges the last byte
 //   library get : GetFile from the simulator into a host file
-//   raw get     : the same bytes sent by a peer, read through a UsbPrintDevice in raw reads of
-//                 1024 bytes (the channel's read unit) and written to a host file
+//   raw get     : the same bytes copied out of the peer's memory and sent, read through a
+//                 UsbPrintDevice in raw reads of 1024 bytes (the channel's read unit) and
+//                 written to a host file
+//
+// Each figure is the median over paired repetitions of one run (raw time / library time per
+// pair, the two alternating which goes first), with the smallest and largest beside it; the
+// same ratio in processor time of both ends comes beside the clock's.
 //
 // The library's completion poll starts with a fixed 250 ms pause. For the throughput target the
 // pause is skipped through the pause seam (a fixed wait says nothing about the transfer, and
@@ -23,6 +30,7 @@
 #include "common/StringConverter.h"
 #include "common/UsbPrintDevice.h"
 #include "kom/connection/QRVDevice.h"
+#include "sim/Md5.h"
 #include "sim/Simulator.h"
 
 #include <algorithm>
@@ -49,7 +57,16 @@ const char* const kPrinterName = "Bench Printer";
 const char* const kPutPath = "/mnt/data/images/bench-put.bin";
 const char* const kGetPath = "/mnt/data/images/bench-get.bin";
 constexpr double kThroughputTarget = 0.8;
-constexpr double kMemoryTarget = 1.3;
+// Sizes from which the throughput and memory targets apply: below, per-transfer costs that do
+// not shrink with the file (digests, lock, completion poll, process-wide set-up) decide.
+constexpr uint64_t kTargetFromMiB = 64;
+// A put streams its file: the part of the peak that grows with the file stays below this share
+// of a 256 MiB file, and the fixed part (code, crypto set-up, buffers) is a few MiB.
+constexpr double kPutMemoryTarget = 0.05;
+constexpr uint64_t kPutMemoryTargetFromMiB = 256;
+constexpr double kFewMiB = 8;
+// A get writes into its temporary host file as the data arrives.
+constexpr double kGetMemoryTarget = 0.17;
 
 std::wstring Wide(const std::string& s) {
     return StringConverter::FromUtf8(s);
@@ -124,11 +141,13 @@ int ChildMain(const std::vector<std::string>& a) {
     const std::string& mode = a.at(0);
     const std::string& channel = a.at(1);
     if (mode == "lib-put" || mode == "lib-get") {
-        // args: channel, host file, "skip"|"real"
+        // args: channel, host file, "skip"|"real", optionally the printer path (the VM figure
+        // gets back what it put)
         const std::string& hostFile = a.at(2);
         if (a.at(3) == "skip") {
             SkipPauses();
         }
+        const std::string printerPath = a.size() > 4 ? a[4] : mode == "lib-put" ? kPutPath : kGetPath;
         vela::kom::QRVDeviceBase device(Printer(channel));
         int32_t result = -1;
         Clock::time_point start, first, last;
@@ -140,8 +159,8 @@ int ChildMain(const std::vector<std::string>& a) {
         });
         ChildFigures f = Measure([&] {
             start = Clock::now();
-            result = mode == "lib-put" ? device.PutFile(Wide(kPutPath), Wide(hostFile))
-                                       : device.GetFile(Wide(kGetPath), Wide(hostFile));
+            result = mode == "lib-put" ? device.PutFile(Wide(printerPath), Wide(hostFile))
+                                       : device.GetFile(Wide(printerPath), Wide(hostFile));
         });
         if (result != 0) {
             std::fprintf(stderr, "%s returned %d\n", mode.c_str(), result);
@@ -281,8 +300,9 @@ struct Series {
     std::vector<double> libGrowth, rawGrowth;
     std::vector<double> libCpu, libPeerCpu, rawCpu, rawPeerCpu;
     std::vector<double> before, during, after; // library phases: until, between, after progress calls
-    // throughput ratios raw time / library time, one per repetition (paired runs)
-    std::vector<double> ratioSkip, ratioReal;
+    // throughput ratios raw time / library time, one per repetition (paired runs), and the same
+    // in processor time of both ends (raw / library)
+    std::vector<double> ratioSkip, ratioReal, ratioCpu;
 
     // One paired repetition: the library with pauses skipped and kept, and the raw copy.
     void Add(const ChildFigures& libSkip, const ChildFigures& libReal, const ChildFigures& raw,
@@ -301,11 +321,12 @@ struct Series {
         rawGrowth.push_back(static_cast<double>(raw.peakGrowth) / static_cast<double>(size));
         ratioSkip.push_back(raw.seconds / libSkip.seconds);
         ratioReal.push_back(raw.seconds / libReal.seconds);
+        ratioCpu.push_back((raw.cpu + raw.peerCpu) / (libSkip.cpu + libSkip.peerCpu));
     }
 };
 
-std::string SpreadText(const Spread& s, int decimals) {
-    return Fixed(s.median, decimals) + " (" + Fixed(s.min, decimals) + "-" + Fixed(s.max, decimals) + ")";
+vela::sim::Md5::Digest DigestOf(const std::vector<uint8_t>& bytes) {
+    return vela::sim::Md5::Of(bytes.data(), bytes.size());
 }
 
 int ParentMain(int argc, char** argv) {
@@ -328,19 +349,28 @@ int ParentMain(int argc, char** argv) {
         throw std::runtime_error("mkdtemp failed");
     }
 
+    // The printer end's threads start on the printer's processor; the measured children are
+    // started from this thread, on the host's.
+    const CorePlacement cores;
+    cores.EnterPrinterEnd();
     vela::sim::Simulator::Options simOptions;
     simOptions.name = kPrinterName;
     simOptions.hid = false;
     simOptions.printer.diskCapacity = uint64_t{4} << 30;
     vela::sim::Simulator sim(simOptions);
     RawPeer peer;
+    cores.EnterHostEnd();
     const std::string simPath = StringConverter::ToUtf8(sim.PrinterPath());
     const std::string peerPath = StringConverter::ToUtf8(peer.ClientPath());
 
-    std::printf("File transfer: library through the simulator vs a raw copy over a pseudo-terminal.\n"
-                "Each figure: median (min-max) over paired runs, each run in a fresh process.\n"
+    std::printf("File transfer: library through the simulator vs a raw copy over a pseudo-terminal, whose\n"
+                "far end does the printer's work (MD5 as the bytes arrive, a store in memory).\n"
+                "Each figure: median (min-max) over paired runs of this run, each run in a fresh process;\n"
+                "throughput ratio = raw time / library time, in clock time and in CPU time of both ends.\n"
                 "Fixed pauses: the 250 ms completion pause is skipped through the pause seam for the\n"
-                "target ratio; 'with pause' keeps it.\n");
+                "target ratio; 'with pause' keeps it.\n"
+                "%s\nLoad average at the start: %s\n",
+                cores.Describe().c_str(), LoadAverage().c_str());
 
     auto child = [&](std::vector<std::string> args) {
         args.insert(args.begin(), {self, "--child"});
@@ -397,7 +427,7 @@ int ParentMain(int argc, char** argv) {
         }
 
         Series put, get;
-        bool putVerified = false, getVerified = false;
+        bool putVerified = false, getVerified = false, rawVerified = false;
         for (int r = 0; r < repeat; ++r) {
             // put: library (skip, real) and raw, alternating which comes first
             ChildFigures libSkip, libReal, raw;
@@ -413,11 +443,24 @@ int ParentMain(int argc, char** argv) {
                 sim.Printer().RemoveFile(kPutPath);
                 return f;
             };
+            auto rawPut = [&] {
+                ChildFigures f = child({"raw-put", peerPath, source});
+                const std::vector<uint8_t> stored = peer.TakeStored();
+                if (!rawVerified) {
+                    const std::vector<uint8_t> sent = ReadHostFile(source);
+                    if (stored != sent || peer.LastDigest() != DigestOf(sent)) {
+                        throw std::runtime_error(
+                            "the raw peer stored or hashed something else than was sent");
+                    }
+                    rawVerified = true;
+                }
+                return f;
+            };
             if (r % 2 == 0) {
                 libSkip = libPut("skip");
-                raw = child({"raw-put", peerPath, source});
+                raw = rawPut();
             } else {
-                raw = child({"raw-put", peerPath, source});
+                raw = rawPut();
                 libSkip = libPut("skip");
             }
             libReal = libPut("real");
@@ -454,47 +497,56 @@ int ParentMain(int argc, char** argv) {
         peer.SetSource({});
         ::unlink(source.c_str());
 
+        const std::string load = LoadAverage();
         for (const auto& [name, s] : {std::pair<const char*, const Series&>{"put", put}, {"get", get}}) {
+            const bool isPut = name == std::string("put");
             const double mbps = static_cast<double>(size) / (1 << 20);
             const Spread lib = SpreadOf(s.libSkip), rawT = SpreadOf(s.raw), real = SpreadOf(s.libReal);
             const Spread ratio = SpreadOf(s.ratioSkip), ratioReal = SpreadOf(s.ratioReal);
+            const Spread ratioCpu = SpreadOf(s.ratioCpu);
             const Spread growth = SpreadOf(s.libGrowth), rawGrowth = SpreadOf(s.rawGrowth);
-            std::printf("  %s %s x%d: library %s s (%s MiB/s), with pause %s s, raw %s s (%s MiB/s)\n", name,
-                        Bytes(size).c_str(), repeat, SpreadText(lib, 3).c_str(),
+            std::printf("  %s %s x%d (load average %s): library %s s (%s MiB/s), with pause %s s, raw %s s "
+                        "(%s MiB/s)\n",
+                        name, Bytes(size).c_str(), repeat, load.c_str(), SpreadText(lib, 3).c_str(),
                         Fixed(mbps / lib.median, 0).c_str(), SpreadText(real, 3).c_str(),
                         SpreadText(rawT, 3).c_str(), Fixed(mbps / rawT.median, 0).c_str());
-            std::printf(
-                "      throughput ratio %s, with pause %s; peak growth library %s x size, raw %s x size\n",
-                SpreadText(ratio, 2).c_str(), SpreadText(ratioReal, 2).c_str(), SpreadText(growth, 3).c_str(),
-                SpreadText(rawGrowth, 3).c_str());
+            std::printf("      throughput ratio %s, in CPU time %s, with pause %s; peak growth library %s x "
+                        "size, raw %s x size\n",
+                        SpreadText(ratio, 2).c_str(), SpreadText(ratioCpu, 2).c_str(),
+                        SpreadText(ratioReal, 2).c_str(), SpreadText(growth, 3).c_str(),
+                        SpreadText(rawGrowth, 3).c_str());
             std::printf(
                 "      cpu seconds (median): library %s + simulator %s, raw %s + peer %s\n",
                 Fixed(SpreadOf(s.libCpu).median, 3).c_str(), Fixed(SpreadOf(s.libPeerCpu).median, 3).c_str(),
                 Fixed(SpreadOf(s.rawCpu).median, 3).c_str(), Fixed(SpreadOf(s.rawPeerCpu).median, 3).c_str());
             std::printf("      library phases (median s): %s %s, %s %s, %s %s\n",
-                        name == std::string("put") ? "load+digest" : "requests+first slice",
-                        Fixed(SpreadOf(s.before).median, 3).c_str(),
-                        name == std::string("put") ? "sending" : "receiving",
+                        isPut ? "until the first chunk" : "requests+first slice",
+                        Fixed(SpreadOf(s.before).median, 3).c_str(), isPut ? "sending" : "receiving",
                         Fixed(SpreadOf(s.during).median, 3).c_str(),
-                        name == std::string("put") ? "last chunk+printer check+completion" : "save+digest",
+                        isPut ? "last chunk+printer check+completion" : "save+digest",
                         Fixed(SpreadOf(s.after).median, 3).c_str());
             const std::string label = std::string(name) + " " + Bytes(size);
-            // The same comparison in processor time (both ends): steadier than the clock on a loaded
-            // machine, where the clock also counts the waits for a processor.
-            const double cpuRatio = (SpreadOf(s.rawCpu).median + SpreadOf(s.rawPeerCpu).median) /
-                                    (SpreadOf(s.libCpu).median + SpreadOf(s.libPeerCpu).median);
-            PrintRow(label + ": throughput vs raw copy",
+            const bool throughputTarget = mib >= kTargetFromMiB;
+            PrintRow(label + ": throughput vs fair raw copy",
                      Fixed(ratio.median, 2) + " (" + Fixed(ratio.min, 2) + "-" + Fixed(ratio.max, 2) +
-                         "; in CPU time " + Fixed(cpuRatio, 2) + "; with 250 ms pause " +
+                         "; CPU ratio " + Fixed(ratioCpu.median, 2) + "; with 250 ms pause " +
                          Fixed(ratioReal.median, 2) + ")",
-                     ">= " + Fixed(kThroughputTarget, 1), Verdict(ratio.median >= kThroughputTarget));
-            // Worst run; the verdict counts the part that grows with the file.
-            const double fixed = static_cast<double>(name == std::string("put") ? fixedPut : fixedGet);
+                     throughputTarget ? ">= " + Fixed(kThroughputTarget, 1) : "-",
+                     throughputTarget ? Verdict(ratio.median >= kThroughputTarget) : "-");
+            // Worst run; the verdict counts the part that grows with the file, and the fixed part
+            // must stay a few MiB.
+            const double fixed = static_cast<double>(isPut ? fixedPut : fixedGet);
+            const double fixedMiB = fixed / (1 << 20);
             const double proportional = std::max(0.0, growth.max - fixed / static_cast<double>(size));
+            const bool memoryTarget = isPut ? mib >= kPutMemoryTargetFromMiB : mib >= kTargetFromMiB;
+            const double memoryLimit = isPut ? kPutMemoryTarget : kGetMemoryTarget;
             PrintRow(label + ": peak memory / file size",
-                     Fixed(proportional, 3) + " + fixed " + Fixed(fixed / (1 << 20), 1) + " MiB (total " +
+                     Fixed(proportional, 3) + " + fixed " + Fixed(fixedMiB, 1) + " MiB (total " +
                          Fixed(growth.max, 3) + "; raw copy " + Fixed(rawGrowth.max, 3) + ")",
-                     "<= " + Fixed(kMemoryTarget, 1), Verdict(proportional <= kMemoryTarget));
+                     memoryTarget
+                         ? "<= " + Fixed(memoryLimit, 2) + " + fixed <= " + Fixed(kFewMiB, 0) + " MiB"
+                         : "-",
+                     memoryTarget ? Verdict(proportional <= memoryLimit && fixedMiB <= kFewMiB) : "-");
         }
     }
     ::rmdir(work.c_str());
