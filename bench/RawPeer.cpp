@@ -35,6 +35,11 @@ void RawPeer::SetSource(std::vector<uint8_t> bytes) {
     m_source = std::move(bytes);
 }
 
+std::vector<uint8_t> RawPeer::TakeSource() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return std::move(m_source);
+}
+
 std::vector<uint8_t> RawPeer::TakeStored() {
     std::lock_guard<std::mutex> lock(m_mutex);
     return std::move(m_stored);

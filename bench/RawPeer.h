@@ -41,6 +41,7 @@ public:
     std::wstring ClientPath() const { return m_channel->ClientPath(); }
     // What 'G' sends; set it before the host asks.
     void SetSource(std::vector<uint8_t> bytes);
+    std::vector<uint8_t> TakeSource();
     // The bytes and digest of the last 'P' (for a check that the work was really done); the
     // stored bytes are released after this call.
     std::vector<uint8_t> TakeStored();
