@@ -460,165 +460,172 @@ int ParentMain(int argc, char** argv) {
                     Fixed(static_cast<double>(fixedGet) / 1024, 0).c_str());
     }
 
-    auto measureSize = [&](const uint64_t mib) {
+    // The rows of one direction of one size: throughput against the raw copy, and peak memory.
+    auto report = [&](const char* name, const Series& s, const uint64_t mib, const int repeat) {
+        const uint64_t size = mib << 20;
+        const bool isPut = name == std::string("put");
+        const double mbps = static_cast<double>(size) / (1 << 20);
+        const Spread lib = SpreadOf(s.libSkip), rawT = SpreadOf(s.raw), real = SpreadOf(s.libReal);
+        const Spread ratio = SpreadOf(s.ratioSkip), ratioReal = SpreadOf(s.ratioReal);
+        const Spread ratioCpu = SpreadOf(s.ratioCpu);
+        const Spread growth = SpreadOf(s.libGrowth), rawGrowth = SpreadOf(s.rawGrowth);
+        std::printf("  %s %s x%d (load average %s): library %s s (%s MiB/s), with pause %s s, raw %s s "
+                    "(%s MiB/s)\n",
+                    name, Bytes(size).c_str(), repeat, LoadAverage().c_str(), SpreadText(lib, 3).c_str(),
+                    Fixed(mbps / lib.median, 0).c_str(), SpreadText(real, 3).c_str(),
+                    SpreadText(rawT, 3).c_str(), Fixed(mbps / rawT.median, 0).c_str());
+        std::printf("      throughput ratio %s, in CPU time %s, with pause %s; peak growth library %s x "
+                    "size, raw %s x size\n",
+                    SpreadText(ratio, 2).c_str(), SpreadText(ratioCpu, 2).c_str(),
+                    SpreadText(ratioReal, 2).c_str(), SpreadText(growth, 3).c_str(),
+                    SpreadText(rawGrowth, 3).c_str());
+        std::printf(
+            "      cpu seconds (median): library %s + simulator %s, raw %s + peer %s\n",
+            Fixed(SpreadOf(s.libCpu).median, 3).c_str(), Fixed(SpreadOf(s.libPeerCpu).median, 3).c_str(),
+            Fixed(SpreadOf(s.rawCpu).median, 3).c_str(), Fixed(SpreadOf(s.rawPeerCpu).median, 3).c_str());
+        std::printf("      library phases (median s): %s %s, %s %s, %s %s\n",
+                    isPut ? "until the first chunk" : "requests+first slice",
+                    Fixed(SpreadOf(s.before).median, 3).c_str(), isPut ? "sending" : "receiving",
+                    Fixed(SpreadOf(s.during).median, 3).c_str(),
+                    isPut ? "last chunk+printer check+completion" : "save+digest",
+                    Fixed(SpreadOf(s.after).median, 3).c_str());
+        const std::string label = std::string(name) + " " + Bytes(size);
+        const bool throughputTarget = mib >= kTargetFromMiB;
+        PrintRow(label + ": throughput vs fair raw copy",
+                 Fixed(ratio.median, 2) + " (" + Fixed(ratio.min, 2) + "-" + Fixed(ratio.max, 2) +
+                     "; CPU ratio " + Fixed(ratioCpu.median, 2) + "; with 250 ms pause " +
+                     Fixed(ratioReal.median, 2) + ")",
+                 throughputTarget ? ">= " + Fixed(kThroughputTarget, 1) : "-",
+                 throughputTarget ? Verdict(ratio.median >= kThroughputTarget) : "-");
+        // Worst run; the verdict counts the part that grows with the file, and the fixed part must
+        // stay a few MiB.
+        const double fixed = static_cast<double>(isPut ? fixedPut : fixedGet);
+        const double fixedMiB = fixed / (1 << 20);
+        const double proportional = std::max(0.0, growth.max - fixed / static_cast<double>(size));
+        const bool memoryTarget = isPut ? mib >= kPutMemoryTargetFromMiB : mib >= kTargetFromMiB;
+        const double memoryLimit = isPut ? kPutMemoryTarget : kGetMemoryTarget;
+        PrintRow(label + ": peak memory / file size",
+                 Fixed(proportional, 3) + " + fixed " + Fixed(fixedMiB, 1) + " MiB (total " +
+                     Fixed(growth.max, 3) + "; raw copy " + Fixed(rawGrowth.max, 3) + ")",
+                 memoryTarget ? "<= " + Fixed(memoryLimit, 2) + " + fixed <= " + Fixed(kFewMiB, 0) + " MiB"
+                              : "-",
+                 memoryTarget ? Verdict(proportional <= memoryLimit && fixedMiB <= kFewMiB) : "-");
+    };
+
+    // One direction of one size: paired repetitions, library with pauses skipped and kept and the
+    // raw copy, alternating which of the two comes first. The first run of each kind checks that
+    // the bytes arrived unchanged.
+    const std::string source = work + "/source.bin";
+    const std::string target = work + "/target.bin";
+    auto measurePut = [&](const uint64_t size, const int repeat) {
+        Series put;
+        bool libVerified = false, rawVerified = false;
+        auto libPut = [&](const char* pauses) {
+            ChildFigures f = child({"lib-put", simPath, source, pauses});
+            if (!libVerified) {
+                auto stored = sim.Printer().ReadFile(kPutPath);
+                if (!stored || *stored != ReadHostFile(source)) {
+                    throw std::runtime_error("the simulator stored something else than was put");
+                }
+                libVerified = true;
+            }
+            sim.Printer().RemoveFile(kPutPath);
+            return f;
+        };
+        auto rawPut = [&] {
+            ChildFigures f = child({"raw-put", peerPath, source});
+            const std::vector<uint8_t> stored = peer->TakeStored();
+            if (!rawVerified) {
+                const std::vector<uint8_t> sent = ReadHostFile(source);
+                if (stored != sent || peer->LastDigest() != DigestOf(sent)) {
+                    throw std::runtime_error("the raw peer stored or hashed something else than was sent");
+                }
+                rawVerified = true;
+            }
+            return f;
+        };
+        for (int r = 0; r < repeat; ++r) {
+            ChildFigures libSkip, raw;
+            if (r % 2 == 0) {
+                libSkip = libPut("skip");
+                raw = rawPut();
+            } else {
+                raw = rawPut();
+                libSkip = libPut("skip");
+            }
+            put.Add(libSkip, libPut("real"), raw, size);
+        }
+        return put;
+    };
+    auto measureGet = [&](const uint64_t size, const int repeat) {
+        Series get;
+        bool libVerified = false;
+        auto libGet = [&](const char* pauses) {
+            ChildFigures f = child({"lib-get", simPath, target, pauses});
+            if (!libVerified) {
+                if (ReadHostFile(target) != ReadHostFile(source)) {
+                    throw std::runtime_error("the host file got something else than the printer holds");
+                }
+                libVerified = true;
+            }
+            ::unlink(target.c_str());
+            return f;
+        };
+        auto rawGet = [&] {
+            ChildFigures f = child({"raw-get", peerPath, target, std::to_string(size)});
+            ::unlink(target.c_str());
+            return f;
+        };
+        for (int r = 0; r < repeat; ++r) {
+            ChildFigures libSkip, raw;
+            if (r % 2 == 0) {
+                libSkip = libGet("skip");
+                raw = rawGet();
+            } else {
+                raw = rawGet();
+                libSkip = libGet("skip");
+            }
+            get.Add(libSkip, libGet("real"), raw, size);
+        }
+        return get;
+    };
+
+    // A direction whose runs keep failing (a machine so loaded that an end is starved past the
+    // channel's limit three times in a row) is reported as not measured, with the reason; the
+    // other direction and the other sizes still are.
+    int unmeasured = 0;
+    for (const uint64_t mib : options.sizesMiB) {
         const uint64_t size = mib << 20;
         const int repeat = options.repeat > 0 ? options.repeat : (mib >= 256 ? 3 : mib >= 64 ? 5 : 9);
-        const std::string source = work + "/source.bin";
-        const std::string target = work + "/target.bin";
         {
             std::vector<uint8_t> content = MakeContent(size, mib);
             WriteHostFile(source, content);
             sim.Printer().WriteFile(kGetPath, content);
             peer->SetSource(std::move(content));
         }
-
-        Series put, get;
-        bool putVerified = false, getVerified = false, rawVerified = false;
-        for (int r = 0; r < repeat; ++r) {
-            // put: library (skip, real) and raw, alternating which comes first
-            ChildFigures libSkip, libReal, raw;
-            auto libPut = [&](const char* pauses) {
-                ChildFigures f = child({"lib-put", simPath, source, pauses});
-                if (!putVerified) {
-                    auto stored = sim.Printer().ReadFile(kPutPath);
-                    if (!stored || *stored != ReadHostFile(source)) {
-                        throw std::runtime_error("the simulator stored something else than was put");
-                    }
-                    putVerified = true;
-                }
+        for (const char* name : {"put", "get"}) {
+            const bool isPut = name == std::string("put");
+            try {
+                report(name, isPut ? measurePut(size, repeat) : measureGet(size, repeat), mib, repeat);
+            } catch (const std::runtime_error& e) {
+                ++unmeasured;
+                const std::string label = std::string(name) + " " + Bytes(size);
+                const std::string why =
+                    std::string("not measured: ") + e.what() + " (load average " + LoadAverage() + ")";
+                PrintRow(label + ": throughput vs fair raw copy", why,
+                         mib >= kTargetFromMiB ? ">= " + Fixed(kThroughputTarget, 1) : "-", "-");
+                PrintRow(label + ": peak memory / file size", "not measured (above)", "-", "-");
                 sim.Printer().RemoveFile(kPutPath);
-                return f;
-            };
-            auto rawPut = [&] {
-                ChildFigures f = child({"raw-put", peerPath, source});
-                const std::vector<uint8_t> stored = peer->TakeStored();
-                if (!rawVerified) {
-                    const std::vector<uint8_t> sent = ReadHostFile(source);
-                    if (stored != sent || peer->LastDigest() != DigestOf(sent)) {
-                        throw std::runtime_error(
-                            "the raw peer stored or hashed something else than was sent");
-                    }
-                    rawVerified = true;
-                }
-                return f;
-            };
-            if (r % 2 == 0) {
-                libSkip = libPut("skip");
-                raw = rawPut();
-            } else {
-                raw = rawPut();
-                libSkip = libPut("skip");
-            }
-            libReal = libPut("real");
-            put.Add(libSkip, libReal, raw, size);
-
-            // get
-            auto libGet = [&](const char* pauses) {
-                ChildFigures f = child({"lib-get", simPath, target, pauses});
-                if (!getVerified) {
-                    if (ReadHostFile(target) != ReadHostFile(source)) {
-                        throw std::runtime_error("the host file got something else than the printer holds");
-                    }
-                    getVerified = true;
-                }
+                (void)peer->TakeStored();
                 ::unlink(target.c_str());
-                return f;
-            };
-            auto rawGet = [&] {
-                ChildFigures f = child({"raw-get", peerPath, target, std::to_string(size)});
-                ::unlink(target.c_str());
-                return f;
-            };
-            if (r % 2 == 0) {
-                libSkip = libGet("skip");
-                raw = rawGet();
-            } else {
-                raw = rawGet();
-                libSkip = libGet("skip");
             }
-            libReal = libGet("real");
-            get.Add(libSkip, libReal, raw, size);
         }
         sim.Printer().RemoveFile(kGetPath);
         peer->SetSource({});
         ::unlink(source.c_str());
-
-        const std::string load = LoadAverage();
         if (repeatedRuns > 0) {
             std::printf("  %d run(s) repeated so far after a time-out under load (see the notes above)\n",
                         repeatedRuns);
-        }
-        for (const auto& [name, s] : {std::pair<const char*, const Series&>{"put", put}, {"get", get}}) {
-            const bool isPut = name == std::string("put");
-            const double mbps = static_cast<double>(size) / (1 << 20);
-            const Spread lib = SpreadOf(s.libSkip), rawT = SpreadOf(s.raw), real = SpreadOf(s.libReal);
-            const Spread ratio = SpreadOf(s.ratioSkip), ratioReal = SpreadOf(s.ratioReal);
-            const Spread ratioCpu = SpreadOf(s.ratioCpu);
-            const Spread growth = SpreadOf(s.libGrowth), rawGrowth = SpreadOf(s.rawGrowth);
-            std::printf("  %s %s x%d (load average %s): library %s s (%s MiB/s), with pause %s s, raw %s s "
-                        "(%s MiB/s)\n",
-                        name, Bytes(size).c_str(), repeat, load.c_str(), SpreadText(lib, 3).c_str(),
-                        Fixed(mbps / lib.median, 0).c_str(), SpreadText(real, 3).c_str(),
-                        SpreadText(rawT, 3).c_str(), Fixed(mbps / rawT.median, 0).c_str());
-            std::printf("      throughput ratio %s, in CPU time %s, with pause %s; peak growth library %s x "
-                        "size, raw %s x size\n",
-                        SpreadText(ratio, 2).c_str(), SpreadText(ratioCpu, 2).c_str(),
-                        SpreadText(ratioReal, 2).c_str(), SpreadText(growth, 3).c_str(),
-                        SpreadText(rawGrowth, 3).c_str());
-            std::printf(
-                "      cpu seconds (median): library %s + simulator %s, raw %s + peer %s\n",
-                Fixed(SpreadOf(s.libCpu).median, 3).c_str(), Fixed(SpreadOf(s.libPeerCpu).median, 3).c_str(),
-                Fixed(SpreadOf(s.rawCpu).median, 3).c_str(), Fixed(SpreadOf(s.rawPeerCpu).median, 3).c_str());
-            std::printf("      library phases (median s): %s %s, %s %s, %s %s\n",
-                        isPut ? "until the first chunk" : "requests+first slice",
-                        Fixed(SpreadOf(s.before).median, 3).c_str(), isPut ? "sending" : "receiving",
-                        Fixed(SpreadOf(s.during).median, 3).c_str(),
-                        isPut ? "last chunk+printer check+completion" : "save+digest",
-                        Fixed(SpreadOf(s.after).median, 3).c_str());
-            const std::string label = std::string(name) + " " + Bytes(size);
-            const bool throughputTarget = mib >= kTargetFromMiB;
-            PrintRow(label + ": throughput vs fair raw copy",
-                     Fixed(ratio.median, 2) + " (" + Fixed(ratio.min, 2) + "-" + Fixed(ratio.max, 2) +
-                         "; CPU ratio " + Fixed(ratioCpu.median, 2) + "; with 250 ms pause " +
-                         Fixed(ratioReal.median, 2) + ")",
-                     throughputTarget ? ">= " + Fixed(kThroughputTarget, 1) : "-",
-                     throughputTarget ? Verdict(ratio.median >= kThroughputTarget) : "-");
-            // Worst run; the verdict counts the part that grows with the file, and the fixed part
-            // must stay a few MiB.
-            const double fixed = static_cast<double>(isPut ? fixedPut : fixedGet);
-            const double fixedMiB = fixed / (1 << 20);
-            const double proportional = std::max(0.0, growth.max - fixed / static_cast<double>(size));
-            const bool memoryTarget = isPut ? mib >= kPutMemoryTargetFromMiB : mib >= kTargetFromMiB;
-            const double memoryLimit = isPut ? kPutMemoryTarget : kGetMemoryTarget;
-            PrintRow(label + ": peak memory / file size",
-                     Fixed(proportional, 3) + " + fixed " + Fixed(fixedMiB, 1) + " MiB (total " +
-                         Fixed(growth.max, 3) + "; raw copy " + Fixed(rawGrowth.max, 3) + ")",
-                     memoryTarget
-                         ? "<= " + Fixed(memoryLimit, 2) + " + fixed <= " + Fixed(kFewMiB, 0) + " MiB"
-                         : "-",
-                     memoryTarget ? Verdict(proportional <= memoryLimit && fixedMiB <= kFewMiB) : "-");
-        }
-    };
-    // A size whose runs keep failing (a machine so loaded that an end is starved past the
-    // channel's limit three times) is reported as not measured; the other sizes still are.
-    int unmeasured = 0;
-    for (const uint64_t mib : options.sizesMiB) {
-        try {
-            measureSize(mib);
-        } catch (const std::runtime_error& e) {
-            ++unmeasured;
-            const std::string why =
-                std::string("not measured: ") + e.what() + " (load average " + LoadAverage() + ")";
-            for (const char* name : {"put", "get"}) {
-                PrintRow(std::string(name) + " " + Bytes(mib << 20) + ": throughput vs fair raw copy", why,
-                         mib >= kTargetFromMiB ? ">= " + Fixed(kThroughputTarget, 1) : "-", "-");
-            }
-            sim.Printer().RemoveFile(kPutPath);
-            sim.Printer().RemoveFile(kGetPath);
-            peer->SetSource({});
-            (void)peer->TakeStored();
-            ::unlink((work + "/source.bin").c_str());
-            ::unlink((work + "/target.bin").c_str());
         }
     }
     ::rmdir(work.c_str());
