@@ -16,6 +16,8 @@ if(NOT WIN32)
     endif()
     install(FILES ${PROJECT_SOURCE_DIR}/udev/60-qrv-printers.rules
         DESTINATION ${QRV_UDEV_RULES_DIR} COMPONENT tools)
+    install(FILES ${PROJECT_SOURCE_DIR}/udev/org.qrv.tools.metainfo.xml
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/metainfo COMPONENT tools)
 
     foreach(page IN ITEMS qrvctl qrv-sim)
         configure_file(${PROJECT_SOURCE_DIR}/man/${page}.1.in ${PROJECT_BINARY_DIR}/man/${page}.1 @ONLY)
