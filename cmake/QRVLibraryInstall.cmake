@@ -38,13 +38,13 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/QRVCommunicationLibraryConfig.cmake
     DESTINATION ${QRV_CMAKE_DIR} COMPONENT Development)
 
 # qrv.pc names the prefix it is installed under (`cmake --install --prefix` included), so it is
-# written at install time.
+# written at install time. The static library's system libraries are plain -l flags rather than
+# Requires.private: that way `pkg-config --cflags --libs qrv` needs no other package's .pc file,
+# and only a static link (--static) needs their development files.
 if(WIN32)
     set(QRV_PC_LIBS_PRIVATE "-lsetupapi -lhid -lwinspool -ladvapi32 -lcfgmgr32 -lstdc++")
-    set(QRV_PC_REQUIRES_PRIVATE "")
 else()
-    set(QRV_PC_LIBS_PRIVATE "-lcups -lstdc++ -lm -pthread")
-    set(QRV_PC_REQUIRES_PRIVATE "libcrypto libudev")
+    set(QRV_PC_LIBS_PRIVATE "-lcrypto -ludev -lcups -lstdc++ -lm -pthread")
 endif()
 install(CODE "
     set(QRV_PC_PREFIX \"\${CMAKE_INSTALL_PREFIX}\")
@@ -52,7 +52,6 @@ install(CODE "
     set(CMAKE_INSTALL_INCLUDEDIR \"${CMAKE_INSTALL_INCLUDEDIR}\")
     set(PROJECT_VERSION \"${PROJECT_VERSION}\")
     set(QRV_PC_LIBS_PRIVATE \"${QRV_PC_LIBS_PRIVATE}\")
-    set(QRV_PC_REQUIRES_PRIVATE \"${QRV_PC_REQUIRES_PRIVATE}\")
     configure_file(\"${CMAKE_CURRENT_SOURCE_DIR}/cmake/qrv.pc.in\" \"${CMAKE_CURRENT_BINARY_DIR}/qrv.pc\" @ONLY)
 " COMPONENT Development)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/qrv.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig

@@ -23,10 +23,10 @@ extern "C" {
 qrv_result qrv_on_status_changed(qrv_printer* printer, qrv_status_changed_fn callback, void* user,
                                  qrv_subscription* subscription) {
     return CInterfaceCall::Run([&] {
-        CInterfaceCall::Require(printer, "qrv_on_status_changed", "printer");
-        CInterfaceCall::Require(reinterpret_cast<const void*>(callback), "qrv_on_status_changed", "callback");
         CInterfaceCall::Require(subscription, "qrv_on_status_changed", "subscription");
         *subscription = 0;
+        CInterfaceCall::Require(printer, "qrv_on_status_changed", "printer");
+        CInterfaceCall::Require(reinterpret_cast<const void*>(callback), "qrv_on_status_changed", "callback");
         const uint64_t token = printer->m_gateway.OnPrinterStatusChanged().Add(
             [callback, user](const host::PrinterStatusEventArgs& args) {
                 qrv_status_item items[QRV_STATUS_ITEM_COUNT];

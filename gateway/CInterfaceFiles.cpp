@@ -74,12 +74,12 @@ qrv_result qrv_delete(qrv_printer* printer, const char* printer_path) {
 qrv_result qrv_list_folder(qrv_printer* printer, const char* printer_path, qrv_file_entry** entries,
                            size_t* count) {
     return CInterfaceCall::Run([&] {
-        CInterfaceCall::Require(printer, "qrv_list_folder", "printer");
-        CInterfaceCall::Require(printer_path, "qrv_list_folder", "printer_path");
         CInterfaceCall::Require(entries, "qrv_list_folder", "entries");
         CInterfaceCall::Require(count, "qrv_list_folder", "count");
         *entries = nullptr;
         *count = 0;
+        CInterfaceCall::Require(printer, "qrv_list_folder", "printer");
+        CInterfaceCall::Require(printer_path, "qrv_list_folder", "printer_path");
         const std::vector<host::FileComponent> files =
             printer->m_gateway.GetFiles(StringConverter::FromUtf8(printer_path));
         std::vector<std::string> names;
@@ -101,11 +101,11 @@ qrv_result qrv_list_folder(qrv_printer* printer, const char* printer_path, qrv_f
 
 qrv_result qrv_get_log_files(qrv_printer* printer, const char*** paths, size_t* count) {
     return CInterfaceCall::Run([&] {
-        CInterfaceCall::Require(printer, "qrv_get_log_files", "printer");
         CInterfaceCall::Require(paths, "qrv_get_log_files", "paths");
         CInterfaceCall::Require(count, "qrv_get_log_files", "count");
         *paths = nullptr;
         *count = 0;
+        CInterfaceCall::Require(printer, "qrv_get_log_files", "printer");
         std::vector<std::string> texts;
         for (const std::wstring& path : printer->m_gateway.GetLogFiles()) {
             texts.push_back(StringConverter::ToUtf8(path));
@@ -122,9 +122,11 @@ qrv_result qrv_get_log_files(qrv_printer* printer, const char*** paths, size_t* 
 
 qrv_result qrv_get_disk_space(qrv_printer* printer, uint64_t* free_kib, uint64_t* used_kib) {
     return CInterfaceCall::Run([&] {
-        CInterfaceCall::Require(printer, "qrv_get_disk_space", "printer");
         CInterfaceCall::Require(free_kib, "qrv_get_disk_space", "free_kib");
         CInterfaceCall::Require(used_kib, "qrv_get_disk_space", "used_kib");
+        *free_kib = 0;
+        *used_kib = 0;
+        CInterfaceCall::Require(printer, "qrv_get_disk_space", "printer");
         uint64_t freeKiB = 0;
         uint64_t usedKiB = 0;
         printer->m_gateway.GetDiskSpaceKB(freeKiB, usedKiB);

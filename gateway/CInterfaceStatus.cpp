@@ -16,9 +16,9 @@ namespace {
 template <class T, class Query>
 qrv_result QueryValue(const char* function, const char* outName, qrv_printer* printer, T* out, Query query) {
     return CInterfaceCall::Run([&] {
-        CInterfaceCall::Require(printer, function, "printer");
         CInterfaceCall::Require(out, function, outName);
         *out = T{};
+        CInterfaceCall::Require(printer, function, "printer");
         *out = query(printer->m_gateway);
         return QRV_OK;
     });
@@ -52,10 +52,10 @@ qrv_result qrv_get_status(qrv_printer* printer, qrv_status* status) {
 
 qrv_result qrv_get_error_status(qrv_printer* printer, qrv_status_item* items, size_t* count) {
     return CInterfaceCall::Run([&] {
-        CInterfaceCall::Require(printer, "qrv_get_error_status", "printer");
         CInterfaceCall::Require(items, "qrv_get_error_status", "items");
         CInterfaceCall::Require(count, "qrv_get_error_status", "count");
         *count = 0;
+        CInterfaceCall::Require(printer, "qrv_get_error_status", "printer");
         for (const host::PrinterStatusItem& item : printer->m_gateway.GetFilteredPrinterErrorStatus()) {
             if (*count < QRV_STATUS_ITEM_COUNT) {
                 items[(*count)++] = qrv_status_item{static_cast<uint32_t>(item.Kind()), item.Value()};
@@ -87,11 +87,11 @@ qrv_result qrv_get_external_power_status(qrv_printer* printer, uint32_t* externa
 
 qrv_result qrv_get_versions(qrv_printer* printer, qrv_version_entry** versions, size_t* count) {
     return CInterfaceCall::Run([&] {
-        CInterfaceCall::Require(printer, "qrv_get_versions", "printer");
         CInterfaceCall::Require(versions, "qrv_get_versions", "versions");
         CInterfaceCall::Require(count, "qrv_get_versions", "count");
         *versions = nullptr;
         *count = 0;
+        CInterfaceCall::Require(printer, "qrv_get_versions", "printer");
         const auto list = printer->m_gateway.GetVersions();
         std::vector<std::string> texts;
         for (const auto& [component, version] : list) {
