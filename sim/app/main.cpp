@@ -3,8 +3,11 @@
 //   qrv-sim --name "Label Printer" --model 410 [--serial S] [--no-hid] [--trace] [--gadget]
 //
 // Prints "QRV_VIRTUAL_PRINTERS=<entry>" (one line) for the user to export, then serves until
-// interrupted (SIGINT, SIGTERM; Ctrl+C on Windows).
+// interrupted (SIGINT, SIGTERM; Ctrl+C on Windows). Meanwhile it takes line commands on standard
+// input (sim/app/ControlCommand.h) and answers each with one line on standard output.
 #include "sim/Simulator.h"
+#include "sim/app/ControlCommand.h"
+#include "sim/app/ControlInput.h"
 
 #include <atomic>
 #include <chrono>
@@ -13,7 +16,6 @@
 #include <cstring>
 #include <exception>
 #include <string>
-#include <thread>
 
 namespace {
 
@@ -31,7 +33,19 @@ void Usage(std::FILE* out) {
                       "  --serial SERIAL  serial number / device id (default: derived from the name)\n"
                       "  --no-hid         no HID channel (no status reports)\n"
                       "  --trace          log every frame to standard error\n"
-                      "  --gadget         serve /dev/g_printer0 and /dev/hidg0 (USB gadget, VM harness)\n");
+                      "  --gadget         serve /dev/g_printer0 and /dev/hidg0 (USB gadget, VM harness)\n"
+                      "While it runs, each line on standard input is a command that changes the printer;\n"
+                      "each gets one answer line (\"ok\", a value, or \"error: ...\") on standard output:\n"
+                      "  door open|closed, cassette present|absent, cutter ok|jammed, battery 0..5,\n"
+                      "  power external|battery, charging on|off\n"
+                      "  set FIELD VALUE  a status field by its wire value; FIELD is one of power door\n"
+                      "                   cassette printhead cutter label memory print external battery\n"
+                      "                   charging counter (e.g. \"set label 2\": label jammed)\n"
+                      "  special          send the special status report\n"
+                      "  status           print every field as FIELD=VALUE\n"
+                      "  help             list the commands\n"
+                      "Every change is reported to the host as a status event (and a print interrupt\n"
+                      "where it is one), as the printer does.\n");
 }
 
 } // namespace
@@ -82,8 +96,13 @@ int main(int argc, char** argv) {
             std::printf("QRV_VIRTUAL_PRINTERS=%s\n", simulator.EntryText().c_str());
         }
         std::fflush(stdout);
+        vela::sim::ControlInput input;
         while (!g_interrupted) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            if (auto line = input.WaitLine(std::chrono::milliseconds(100))) {
+                const std::string reply = vela::sim::ControlCommand::Apply(simulator.Printer(), *line);
+                std::printf("%s\n", reply.c_str());
+                std::fflush(stdout);
+            }
         }
         simulator.Stop();
     } catch (const std::exception& e) {

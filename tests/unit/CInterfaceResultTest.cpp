@@ -1,0 +1,90 @@
+// The C interface's result codes: one per host failure kind and per kind of misuse, each with the
+// failure's exact line as the calling thread's last message.
+#include "gateway/CInterfaceCall.h"
+#include "qrv/HostException.h"
+#include "qrv/qrv.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+namespace host = vela::printer::communication;
+using vela::kom::CInterfaceCall;
+
+namespace {
+
+template <class Kind> std::function<void()> Throws() {
+    return [] { throw Kind(L"QRVDeviceGateway::GetFile(): line \u00e9 '/x'"); };
+}
+
+qrv_result RunC(const std::function<void()>& body) {
+    return CInterfaceCall::Run([&] {
+        body();
+        return QRV_OK;
+    });
+}
+
+} // namespace
+
+TEST(CInterfaceResultTest, EachFailureKindHasItsCodeNameAndExactLine) {
+    const std::string line = "QRVDeviceGateway::GetFile(): line \xc3\xa9 '/x'";
+    const struct {
+        std::function<void()> body;
+        qrv_result code;
+        const char* name;
+        std::string message;
+    } rows[] = {
+        {Throws<host::PrinterNotFoundException>(), QRV_ERROR_PRINTER_NOT_FOUND, "PrinterNotFoundException",
+         line},
+        {Throws<host::PrinterAccessViolationException>(), QRV_ERROR_ACCESS_VIOLATION,
+         "PrinterAccessViolationException", line},
+        {Throws<host::FileNotFoundException>(), QRV_ERROR_FILE_NOT_FOUND, "FileNotFoundException", line},
+        {Throws<host::DirectoryNotFoundException>(), QRV_ERROR_DIRECTORY_NOT_FOUND,
+         "DirectoryNotFoundException", line},
+        {Throws<host::OutOfDiskspaceException>(), QRV_ERROR_OUT_OF_DISKSPACE, "OutOfDiskspaceException",
+         line},
+        {Throws<host::InvalidFileNameException>(), QRV_ERROR_INVALID_FILE_NAME, "InvalidFileNameException",
+         line},
+        {Throws<host::InvalidDirectoryNameException>(), QRV_ERROR_INVALID_DIRECTORY_NAME,
+         "InvalidDirectoryNameException", line},
+        {Throws<host::PrinterCommunicationException>(), QRV_ERROR_COMMUNICATION,
+         "PrinterCommunicationException", line},
+        {Throws<host::OperationCancelledException>(), QRV_ERROR_CANCELLED, "OperationCancelledException",
+         line},
+        {Throws<host::PrinterException>(), QRV_ERROR_PRINTER, "PrinterException", line},
+        {[] { CInterfaceCall::Require(nullptr, "qrv_get", "host_path"); }, QRV_ERROR_NULL_ARGUMENT,
+         "NullArgument", "qrv_get(): null argument 'host_path'"},
+        {[] { CInterfaceCall::RequireZero(-1, "QRVDeviceGateway::PutFile()"); }, QRV_ERROR_NONZERO_RESULT,
+         "NonzeroResult", "QRVDeviceGateway::PutFile(): nonzero result -1"},
+        {[] { throw std::bad_alloc(); }, QRV_ERROR_OUT_OF_MEMORY, "OutOfMemory", "out of memory"},
+        {[] { throw std::runtime_error("odd"); }, QRV_ERROR_INTERNAL, "InternalError", "odd"},
+        {[] { throw 7; }, QRV_ERROR_INTERNAL, "InternalError", "unknown failure"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(RunC(row.body), row.code);
+        EXPECT_EQ(qrv_last_error_message(), row.message);
+        EXPECT_STREQ(qrv_result_name(row.code), row.name);
+    }
+    EXPECT_EQ(qrv_set_log_level(3), QRV_ERROR_INVALID_ARGUMENT); // a real entry point's misuse
+    EXPECT_STREQ(qrv_result_name(QRV_OK), "OK");
+    EXPECT_STREQ(qrv_result_name(55), "Unknown");
+}
+
+TEST(CInterfaceResultTest, MessageIsPerThreadAndCutOnlyBetweenCharacters) {
+    std::string longLine;
+    for (int i = 0; i < 3000; ++i) {
+        longLine += "\xc3\xa9"; // two bytes each: 6000 in all
+    }
+    EXPECT_EQ(RunC([&] { throw std::runtime_error(longLine); }), QRV_ERROR_INTERNAL);
+    EXPECT_EQ(std::string(qrv_last_error_message()), longLine.substr(0, 4094));
+
+    std::thread([] { EXPECT_STREQ(qrv_last_error_message(), ""); }).join();
+    EXPECT_EQ(RunC([] {}), QRV_OK);
+    EXPECT_STREQ(qrv_last_error_message(), "");
+}
