@@ -167,7 +167,10 @@ TEST_F(ListenerLifecycle, AGatewayDestroyedByItsOwnSubscriberIsReleasedWhenTheSu
     });
     ASSERT_TRUE(PulseUntil(destroyed));
     EXPECT_LT(tookMs, 200) << "no wait on itself";
-    EXPECT_TRUE(Eventually([&] { return m_state->ListenerCount() == 0 && !m_state->thread.Exists(); }));
+    EXPECT_TRUE(Eventually([&] {
+        std::lock_guard<std::recursive_mutex> lock(m_state->Lifecycle()); // the monitor thread stops it
+        return m_state->ListenerCount() == 0 && !m_state->thread.Exists();
+    }));
     EXPECT_FALSE(m_log.ContainsSubstring(L"did tiemout!"));
 }
 
@@ -192,7 +195,6 @@ TEST_F(ListenerLifecycle, RegisteringFromAListenerDoesNotWaitForAStopInProgress)
     m_facade.DeregisterListener(&late);
 }
 
-// ---- the stress run ----------------------------------------------------------------------------
 // Four threads open (registering the gateway's listener), close and destroy gateways, and add and
 // remove subscriptions. Callbacks block on a latch, raise, subscribe, remove themselves, close
 // another gateway, destroy their own, or stall once past the bound.
