@@ -326,12 +326,13 @@ private:
     }
 
     // Under the slot's mutex. `own`: calls of the gateway's subscribers on this thread.
+    // Marked removed only once the destruction returned: a call may still start before that.
     void Destroy(Slot& slot, int own) {
+        Release(slot, "destruction", own, [&] { slot.gateway.reset(); });
         for (auto& sub : slot.subscriptions) {
             sub->removed = true;
         }
         slot.subscriptions.clear();
-        Release(slot, "destruction", own, [&] { slot.gateway.reset(); });
     }
 
     // A subscriber that outlived an earlier Close since the last Open may still run.
