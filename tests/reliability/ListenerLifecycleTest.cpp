@@ -325,8 +325,7 @@ private:
         }
     }
 
-    // Under the slot's mutex. `own`: calls of the gateway's subscribers on this thread.
-    // Marked removed only once the destruction returned: a call may still start before that.
+    // Under the slot's mutex; `own`: its subscribers' calls on this thread. Removed once it returned.
     void Destroy(Slot& slot, int own) {
         Release(slot, "destruction", own, [&] { slot.gateway.reset(); });
         for (auto& sub : slot.subscriptions) {
