@@ -30,6 +30,10 @@ const wchar_t* PathArgument(const std::wstring& path, const wchar_t* entry) {
     return path.c_str();
 }
 
+host::PrintInterruptEventArgs InterruptArgs(uint32_t code, uint32_t value) {
+    return host::PrintInterruptEventArgs(code, StatusConversion::GetPrintInterruptIssue(code), value);
+}
+
 NativeQRVDevice::UpdatePhaseCallback
 NativeUpdatePhase(const ManagedQRVDeviceGateway::UpdatePhaseCallback& phase) {
     if (!phase) {
@@ -52,8 +56,32 @@ struct ManagedQRVDeviceGateway::Impl {
         return *m_pNativeQRVDevice;
     }
 
+    // Stops the events and lets go of the facade and the listener. The deregistration waits (up
+    // to the facade's bound) for a forward in progress on another thread; one that outlasts it
+    // keeps the listener alive through the monitor thread's reference.
+    void Release() noexcept {
+        if (m_pNativeListener) {
+            m_pNativeListener->Disarm(); // no event reaches the gateway from here on
+        }
+        if (m_pNativeQRVDevice) {
+            try {
+                if (m_pNativeListener) {
+                    m_pNativeQRVDevice->DeregisterListener(m_pNativeListener.get());
+                }
+            } catch (const vela::common::Exception& e) {
+                Log::LogWarning(L"QRVDeviceGateway::Close(): %s", e.Message());
+            } catch (const std::exception& e) {
+                Log::LogWarning(L"QRVDeviceGateway::Close(): %s", e.what());
+            } catch (...) {
+                Log::LogWarning(L"QRVDeviceGateway::Close(): failed to stop listening");
+            }
+            m_pNativeQRVDevice.reset(); // the facade's destructor never throws
+        }
+        m_pNativeListener.reset();
+    }
+
     std::unique_ptr<NativeQRVDevice> m_pNativeQRVDevice;
-    std::unique_ptr<NativeQRVListenerImp> m_pNativeListener;
+    std::shared_ptr<NativeQRVListenerImp> m_pNativeListener;
     ProgressCallback m_progress;
     UpdatePhaseCallback m_updatePhase;
     std::atomic<bool> m_cancelRequested{false};
@@ -62,7 +90,17 @@ struct ManagedQRVDeviceGateway::Impl {
 ManagedQRVDeviceGateway::ManagedQRVDeviceGateway() : m_impl(std::make_unique<Impl>()) {}
 
 ManagedQRVDeviceGateway::~ManagedQRVDeviceGateway() {
-    Release();
+    const std::shared_ptr<NativeQRVListenerImp> listener = m_impl->m_pNativeListener;
+    if (listener && listener->IsForwardingOnThisThread()) {
+        // Destroyed by one of its own subscribers, on the monitor thread: the release cannot
+        // wait for the forward it is part of. The listener runs it once that forward returned;
+        // until then it owns the facade, and the gateway forwards nothing more.
+        listener->Disarm();
+        std::shared_ptr<Impl> impl(std::move(m_impl));
+        listener->AfterForward([impl] { impl->Release(); });
+        return;
+    }
+    m_impl->Release();
 }
 
 bool ManagedQRVDeviceGateway::IsOpen() const {
@@ -92,11 +130,21 @@ void ManagedQRVDeviceGateway::Open(const std::wstring& printerName) {
         if (impl.m_updatePhase) {
             impl.m_pNativeQRVDevice->SetUpdatePhaseCallback(NativeUpdatePhase(impl.m_updatePhase));
         }
-        impl.m_pNativeListener = std::make_unique<NativeQRVListenerImp>(NativeQRVListenerImp::Targets{
-            [this](const PrinterStatus& status) { OnNativePrinterStatusChangedEvent(status); },
-            [this](uint32_t code, uint32_t value) { OnNativePrinterInterruptEvent(code, value); }});
+        // Once the gateway is closed, a raise in progress calls no further subscriber.
+        auto armed = std::make_shared<std::atomic<bool>>(true);
+        auto stillOpen = [armed] { return armed->load(); };
+        impl.m_pNativeListener = std::make_shared<NativeQRVListenerImp>(
+            NativeQRVListenerImp::Targets{
+                [this, stillOpen](const PrinterStatus& status) {
+                    m_onPrinterStatusChanged.RaiseWhile(
+                        stillOpen, PrinterStatusEventArgs(StatusConversion::ChangedItems(status)));
+                },
+                [this, stillOpen](uint32_t code, uint32_t value) {
+                    m_onPrintInterrupt.RaiseWhile(stillOpen, InterruptArgs(code, value));
+                }},
+            armed);
         impl.m_pNativeQRVDevice->SetPrinterName(printerName);
-        impl.m_pNativeQRVDevice->RegisterListener(impl.m_pNativeListener.get());
+        impl.m_pNativeQRVDevice->RegisterListener(impl.m_pNativeListener);
     } catch (const QRVException& e) {
         Release();
         std::wstring line = std::wstring(kCreateEntry) + L": Printer Communication Error '" + printerName +
@@ -121,26 +169,7 @@ void ManagedQRVDeviceGateway::Close() {
 }
 
 void ManagedQRVDeviceGateway::Release() noexcept {
-    Impl& impl = *m_impl;
-    // No event may reach this gateway while the facade goes away.
-    if (impl.m_pNativeListener) {
-        impl.m_pNativeListener->Disarm();
-    }
-    if (impl.m_pNativeQRVDevice) {
-        try {
-            if (impl.m_pNativeListener) {
-                impl.m_pNativeQRVDevice->DeregisterListener(impl.m_pNativeListener.get());
-            }
-        } catch (const vela::common::Exception& e) {
-            Log::LogWarning(L"QRVDeviceGateway::Close(): %s", e.Message());
-        } catch (const std::exception& e) {
-            Log::LogWarning(L"QRVDeviceGateway::Close(): %s", e.what());
-        } catch (...) {
-            Log::LogWarning(L"QRVDeviceGateway::Close(): failed to stop listening");
-        }
-        impl.m_pNativeQRVDevice.reset(); // the facade's destructor never throws
-    }
-    impl.m_pNativeListener.reset();
+    m_impl->Release();
 }
 
 void ManagedQRVDeviceGateway::SetProgressCallback(ProgressCallback callback) {
@@ -392,8 +421,7 @@ void ManagedQRVDeviceGateway::OnNativePrinterStatusChangedEvent(const PrinterSta
 }
 
 void ManagedQRVDeviceGateway::OnNativePrinterInterruptEvent(uint32_t code, uint32_t value) {
-    ThrowPrintInterruptEvent(
-        PrintInterruptEventArgs(code, StatusConversion::GetPrintInterruptIssue(code), value));
+    ThrowPrintInterruptEvent(InterruptArgs(code, value));
 }
 
 void ManagedQRVDeviceGateway::ThrowPrinterStatusChangedEvent(const PrinterStatusEventArgs& args) {

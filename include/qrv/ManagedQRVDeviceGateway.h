@@ -28,15 +28,32 @@ class PrinterStatus;
 // (up to 10 attempts 500 ms apart) for the status, cassette, version and device-id queries,
 // 5 s after print orders (FeedForward, CutLabel, ResumePrinting, ClearErrors,
 // ClearCutterJamError), 1 s before a listing, at least 24 s for ApplyUpdate, and up to about 4 s
-// in Open when the printer's channel fails. Close may wait up to 9 s for the monitor thread.
+// in Open when the printer's channel fails. Close (and so Open, and the destructor) waits at most
+// kStopWaitExtraMs + 5000 ms = 9 s for the monitor thread, whatever a subscriber does.
 //
 // Threads: operations may be called from any thread, also from event subscribers; the printer's
 // access lock makes concurrent operations run one after another. Open, Close and destruction
-// must not overlap other calls on the same gateway, and must not be made from inside an event
-// subscriber of this gateway (Open and Close then throw PrinterException).
+// must not overlap other calls on the same gateway.
 // Events: OnPrinterStatusChanged and OnPrintInterrupt are raised on the library's status monitor
-// thread; a subscriber must return quickly (the next printer report waits for it). The other five
-// events are offered for the host's own use; the library does not raise them.
+// thread; a subscriber should return quickly (the next printer report waits for it). The other
+// five events are offered for the host's own use; the library does not raise them.
+//
+// Subscriber lifetime. When Close() or the destructor returns on a thread other than the monitor
+// thread, no subscriber of this gateway is running on the monitor thread and none is called by
+// it again; when HostEvent::Remove returns, that subscriber is not running on another thread
+// and is not called again (see HostEvent.h). Only calls to what is being removed are waited
+// for, each at most 9 s. A subscriber still running after 9 s is left to finish on its own and
+// logged ("PrinterStatusThread::Stop() - WaitForSingleObject() did tiemout!" once for Close); the
+// library keeps everything it uses alive until it returns, the rest of that one raise included,
+// so the host may destroy the gateway meanwhile, but must itself keep alive what the subscriber
+// uses.
+// From inside a subscriber of this gateway (on the monitor thread): removing subscriptions, of
+// this event or others, is allowed and never waits for the calling subscriber (it takes effect
+// when the subscriber returns); Open and Close are refused with PrinterException ("...: Unknown
+// Error: not allowed inside an event subscriber"); destroying the gateway is allowed and returns
+// at once: the monitor thread releases the printer after the subscriber returned. Closing or
+// destroying another gateway from a subscriber is allowed and does not wait for the monitor
+// thread.
 class QRV_API ManagedQRVDeviceGateway : public vela::printer::communication::IKelvoCommunication {
 public:
     using StringPassDelegate = vela::printer::communication::StringPassDelegate;
@@ -54,7 +71,9 @@ public:
     static constexpr uint32_t kStopWaitExtraMs = 4000;
 
     ManagedQRVDeviceGateway();
-    ~ManagedQRVDeviceGateway() override; // releases like Close; never throws
+    // Releases like Close; never throws. Inside one of its own subscribers it hands the release
+    // to the monitor thread, which makes it once that subscriber returned.
+    ~ManagedQRVDeviceGateway() override;
     ManagedQRVDeviceGateway(const ManagedQRVDeviceGateway&) = delete;
     ManagedQRVDeviceGateway& operator=(const ManagedQRVDeviceGateway&) = delete;
 
@@ -65,7 +84,8 @@ public:
     // the gateway is closed after a failure.
     void Open(const std::wstring& printerName) override;
     // Stops listening and releases the printer. Repeatable; never fails except when called from
-    // inside an event subscriber of this gateway (PrinterException).
+    // inside an event subscriber of this gateway (PrinterException). Blocks up to 9 s for a
+    // subscriber in progress on the monitor thread (see "Subscriber lifetime").
     void Close() override;
     bool IsOpen() const;
 
@@ -125,9 +145,11 @@ public:
     PrinterStatusChangedEvent& OnPrinterStatusChanged() override { return m_onPrinterStatusChanged; }
     PrintInterruptEvent& OnPrintInterrupt() override { return m_onPrintInterrupt; }
 
-    // Called by the native listener on the monitor thread. A change record holds each changed
-    // field's new value and the "unchanged" marker elsewhere; the event carries one item per
-    // changed field, in field order. Subscriber failures propagate to the caller.
+    // The native listener's two calls as host events, raised on the calling thread (the monitor
+    // thread raises them the same way, and stops calling subscribers once the gateway is closed).
+    // A change record holds each changed field's new value and the "unchanged" marker elsewhere;
+    // the event carries one item per changed field, in field order. Subscriber failures
+    // propagate to the caller.
     void OnNativePrinterStatusChangedEvent(const PrinterStatus& status);
     void OnNativePrinterInterruptEvent(uint32_t code, uint32_t value);
     // Raise the two events from prepared arguments, on the calling thread.

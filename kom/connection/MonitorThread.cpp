@@ -5,6 +5,22 @@
 
 namespace vela::kom {
 
+MonitorThread::MonitorThread(MonitorThread&& other) noexcept
+    : m_shared(std::move(other.m_shared)), m_thread(std::move(other.m_thread)), m_id(other.m_id) {
+    other.m_id = std::thread::id();
+}
+
+MonitorThread& MonitorThread::operator=(MonitorThread&& other) noexcept {
+    if (this != &other) {
+        Close();
+        m_shared = std::move(other.m_shared);
+        m_thread = std::move(other.m_thread);
+        m_id = other.m_id;
+        other.m_id = std::thread::id();
+    }
+    return *this;
+}
+
 MonitorThread::~MonitorThread() {
     Close();
 }
@@ -23,6 +39,7 @@ uint32_t MonitorThread::Start(std::function<void()> body) {
     } catch (const std::system_error& e) {
         return e.code().value() != 0 ? static_cast<uint32_t>(e.code().value()) : 1u;
     }
+    m_id = m_thread.get_id();
     m_shared = std::move(shared);
     return 0;
 }
@@ -33,6 +50,10 @@ bool MonitorThread::IsStillActive() const {
     }
     std::lock_guard<std::mutex> lock(m_shared->mutex);
     return m_shared->active;
+}
+
+bool MonitorThread::IsCurrentThread() const {
+    return m_shared != nullptr && m_id == std::this_thread::get_id();
 }
 
 bool MonitorThread::Wait(uint32_t milliseconds) const {
@@ -46,13 +67,15 @@ bool MonitorThread::Wait(uint32_t milliseconds) const {
 
 void MonitorThread::Close() {
     if (m_thread.joinable()) {
-        if (IsStillActive()) {
+        // A thread never joins itself: a stop made on the monitor thread lets it run out alone.
+        if (IsStillActive() || IsCurrentThread()) {
             m_thread.detach();
         } else {
             m_thread.join();
         }
     }
     m_shared.reset();
+    m_id = std::thread::id();
 }
 
 } // namespace vela::kom

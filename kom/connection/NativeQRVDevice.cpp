@@ -1,5 +1,6 @@
 #include "kom/connection/NativeQRVDevice.h"
 
+#include "common/Log.h"
 #include "common/LogAndThrow.h"
 #include "common/Pause.h"
 #include "kom/connection/PrinterStatusThread.h"
@@ -64,14 +65,23 @@ NativeQRVDevice::NativeQRVDevice(const std::wstring& printerName, uint32_t stopW
 NativeQRVDevice::~NativeQRVDevice() {
     try {
         const auto state = StatusMonitorState::Instance();
-        std::lock_guard<std::recursive_mutex> lifecycle(state->Lifecycle());
-        const uint32_t count = state->instanceCount;
-        if (count > 0) {
-            --state->instanceCount;
+        PrinterStatusThread::PendingStop stop;
+        bool last = false;
+        {
+            std::lock_guard<std::recursive_mutex> lifecycle(state->Lifecycle());
+            const uint32_t count = state->instanceCount;
+            if (count > 0) {
+                --state->instanceCount;
+            }
+            if (count == 1) {
+                last = true;
+                stop = PrinterStatusThread::TakeForStop();
+                state->ClearListeners();
+            }
         }
-        if (count == 1) {
-            PrinterStatusThread::Stop(m_stopWaitExtraMs);
-            state->ClearListeners();
+        if (last) {
+            PrinterStatusThread::FinishStop(std::move(stop),
+                                            PrinterStatusThread::StopWaitMs(m_stopWaitExtraMs));
             m_printerName.clear();
         }
     } catch (...) {
@@ -290,18 +300,27 @@ void NativeQRVDevice::SetProgressCallback(ProgressCallback callback) {
 // ---- listeners -----------------------------------------------------------------------------------
 
 void NativeQRVDevice::RegisterListener(INativeQRVListener* listener) {
-    if (listener == nullptr) {
-        return;
+    if (listener != nullptr) {
+        Register(std::shared_ptr<INativeQRVListener>(listener, [](INativeQRVListener*) {}));
     }
+}
+
+void NativeQRVDevice::RegisterListener(std::shared_ptr<INativeQRVListener> listener) {
+    if (listener) {
+        Register(std::move(listener));
+    }
+}
+
+void NativeQRVDevice::Register(std::shared_ptr<INativeQRVListener> listener) {
     const auto state = StatusMonitorState::Instance();
     std::lock_guard<std::recursive_mutex> lifecycle(state->Lifecycle());
     if (state->ListenerCount() != 0) {
-        if (!state->ContainsListener(listener)) {
-            state->AppendListener(listener);
+        if (!state->ContainsListener(listener.get())) {
+            state->AppendListener(std::move(listener));
         }
         return;
     }
-    state->AppendListener(listener);
+    state->AppendListener(std::move(listener));
     if (!state->thread.Exists()) {
         // Without the thread the listener simply hears nothing; that is no reason to fail.
         PrinterStatusThread::Start(m_printerName);
@@ -313,19 +332,34 @@ void NativeQRVDevice::DeregisterListener(INativeQRVListener* listener) {
         return;
     }
     const auto state = StatusMonitorState::Instance();
+    const uint32_t waitMs = PrinterStatusThread::StopWaitMs(m_stopWaitExtraMs);
+    std::shared_ptr<StatusMonitorState::Registration> removed;
+    PrinterStatusThread::PendingStop stop;
     {
         std::lock_guard<std::recursive_mutex> lifecycle(state->Lifecycle());
         const std::vector<INativeQRVListener*> listeners = state->Listeners();
-        if (listeners.size() == 1 && listeners.front() == listener) {
+        if (listeners.size() != 1 || listeners.front() != listener) {
+            removed = state->TakeListener(listener);
+            if (!removed) {
+                return;
+            }
+        } else {
             // Also closes the stop event: only the next facade constructor makes a new one, so a
             // thread started before that has none (it ends at its first wait).
-            PrinterStatusThread::Stop(m_stopWaitExtraMs);
+            stop = PrinterStatusThread::TakeForStop();
             state->ClearListeners();
-            return;
         }
-        state->RemoveListener(listener);
     }
-    state->WaitForListenerCalls();
+    // The waits run without the lock: the listener being waited for may register, deregister
+    // or close a gateway meanwhile.
+    if (!removed) {
+        PrinterStatusThread::FinishStop(std::move(stop), waitMs);
+    } else if (!state->WaitUntilNotCalled(removed, waitMs)) {
+        vela::common::Log::LogWarning(
+            L"NativeQRVDevice::DeregisterListener() - the listener is still in a call after %u ms: "
+            L"it is not called again",
+            waitMs);
+    }
 }
 
 } // namespace vela::kom

@@ -23,8 +23,20 @@ namespace vela::kom {
 // needs the printer, called before a successful SetPrinterName, throws InvalidOperationException
 // "Printer not found".
 // Threads: the operations of one facade run on one caller thread at a time; listeners are called
-// on the monitor thread. Register/DeregisterListener and the constructors and destructor may run
-// on any thread (the process-wide state is guarded), but never inside a listener call.
+// on the monitor thread, one call after another. Register/DeregisterListener and the constructors
+// and destructor may run on any thread, the monitor thread (inside a listener call) included.
+//
+// Listener lifetime. The bound of every wait below is StopWaitMs(stopWaitExtraMs): 5000 ms plus
+// stopWaitExtraMs (9000 ms for the gateway). When DeregisterListener(L), or the destructor of the
+// last facade, returns on a thread other than the monitor thread, L is not in a call and will not
+// be called again; only calls to what is removed are waited for. If the bound runs out the call
+// keeps running on its own (logged: "did tiemout!" for the thread, a warning for one listener of
+// several) and is the only one still to finish: a listener registered in the shared form is kept
+// alive by the monitor thread until that call returns; one registered as a raw pointer cannot
+// be, so its owner must keep it alive until its calls return (it must not block for longer than
+// the bound, or be registered in the shared form). On the monitor thread itself (a listener
+// removing itself or another) nothing is waited for: the removal takes effect when the current
+// call returns, and a stop made there lets the thread end at its next wait.
 class NativeQRVDevice {
 public:
     using UpdatePhase = FirmwareUpdate::Phase;
@@ -36,8 +48,8 @@ public:
     // Counts the facade; makes the process-wide stop event when there is none. No I/O.
     explicit NativeQRVDevice(uint32_t stopWaitExtraMs);
     NativeQRVDevice(const std::wstring& printerName, uint32_t stopWaitExtraMs);
-    // The last facade stops the monitor thread (waits up to stopWaitExtraMs + 5000 ms), closes the
-    // stop event and empties the listener list. Never throws.
+    // The last facade empties the listener list, stops the monitor thread (waits up to
+    // stopWaitExtraMs + 5000 ms, see "Listener lifetime") and closes the stop event. Never throws.
     ~NativeQRVDevice();
     NativeQRVDevice(const NativeQRVDevice&) = delete;
     NativeQRVDevice& operator=(const NativeQRVDevice&) = delete;
@@ -89,11 +101,15 @@ public:
     int32_t ApplyUpdate(const wchar_t* packagePath);
 
     // Null is ignored; a listener is stored once. The first listener starts the monitor thread
-    // when no thread handle is held (a failure to start is ignored).
+    // when no thread handle is held (a failure to start is ignored). Never waits for the thread.
+    // The raw form does not own the listener; the shared form shares it with the monitor thread
+    // for as long as it is registered or in a call.
     void RegisterListener(INativeQRVListener* listener);
+    void RegisterListener(std::shared_ptr<INativeQRVListener> listener);
     // Removing the only listener stops the thread, closes the stop event (the next facade
     // constructor makes a new one) and empties the list; otherwise the first equal entry goes.
-    // When it returns, the listener is not being called and will not be called again.
+    // Blocks up to StopWaitMs for a call to this listener that runs on another thread (see
+    // "Listener lifetime" above). Never throws.
     void DeregisterListener(INativeQRVListener* listener);
 
     // Optional progress of puts/gets (also the copy step of an update) and the update's phases.
@@ -103,6 +119,7 @@ public:
 
 private:
     QRVDevice& Device(const wchar_t* operation) const;
+    void Register(std::shared_ptr<INativeQRVListener> listener);
 
     std::wstring m_printerName;
     std::unique_ptr<QRVDevice> m_device;

@@ -1,11 +1,13 @@
 #include "kom/connection/PrinterStatusThread.h"
 
 #include "common/Log.h"
+#include "common/StringConverter.h"
 #include "common/SystemError.h"
 #include "kom/connection/QRVDevice.h"
 #include "kom/discovery/QRVPrinters.h"
 
 #include <algorithm>
+#include <atomic>
 #include <exception>
 #include <mutex>
 
@@ -16,12 +18,6 @@ using vela::common::Log;
 
 namespace {
 
-#ifdef _WIN32
-constexpr uint32_t kInvalidHandleError = 6; // ERROR_INVALID_HANDLE
-#else
-constexpr uint32_t kInvalidHandleError = 9; // EBADF
-#endif
-
 std::mutex& BodyMutex() {
     static std::mutex mutex;
     return mutex;
@@ -30,6 +26,17 @@ std::mutex& BodyMutex() {
 PrinterStatusThread::MonitorBody& Body() {
     static PrinterStatusThread::MonitorBody body;
     return body;
+}
+
+std::atomic<uint32_t> g_stopWaitOverride{0};
+
+// An exception that says nothing gets the generic line, as an error.
+void LogCaught(const std::wstring& message) {
+    if (message.empty()) {
+        Log::LogError(L"PrinterStatusThread::StatusMonitor() - caught exception!");
+    } else {
+        Log::LogWarning(L"PrinterStatusThread::StatusMonitor() - %s", message);
+    }
 }
 
 } // namespace
@@ -192,9 +199,9 @@ int32_t PrinterStatusThread::StatusMonitor(const std::wstring& printerName,
         // reports are the ones read. Kept so that every build behaves alike.
         ReadReports(*state, devices.front().devicePath, stopEvent);
     } catch (const vela::common::Exception& e) {
-        Log::LogWarning(L"PrinterStatusThread::StatusMonitor() - %s", e.Message());
+        LogCaught(e.Message());
     } catch (const std::exception& e) {
-        Log::LogWarning(L"PrinterStatusThread::StatusMonitor() - %s", e.what());
+        LogCaught(vela::common::StringConverter::FromUtf8(e.what()));
     } catch (...) {
         Log::LogError(L"PrinterStatusThread::StatusMonitor() - caught exception!");
     }
@@ -217,36 +224,68 @@ int32_t PrinterStatusThread::Start(const std::wstring& printerName) {
     }
     // The stop event may be null here (after the last deregistration, until the next facade is
     // constructed): such a thread ends at its first wait.
-    const uint32_t error = state->thread.Start([state, printerName, stopEvent = state->stopEvent, body]() {
-        try {
-            body(printerName, stopEvent);
-        } catch (...) {
-            Log::LogError(L"PrinterStatusThread::StatusMonitor() - caught exception!");
-        }
-    });
+    const uint64_t run = state->BeginRun();
+    const uint32_t error =
+        state->thread.Start([state, printerName, stopEvent = state->stopEvent, body, run]() {
+            StatusMonitorState::EnterRun(run);
+            try {
+                body(printerName, stopEvent);
+            } catch (...) {
+                Log::LogError(L"PrinterStatusThread::StatusMonitor() - caught exception!");
+            }
+        });
     return static_cast<int32_t>(error);
 }
 
-void PrinterStatusThread::Stop(uint32_t stopWaitExtraMs) {
+PrinterStatusThread::PendingStop PrinterStatusThread::TakeForStop() {
     const std::shared_ptr<StatusMonitorState> state = StatusMonitorState::Instance();
     std::lock_guard<std::recursive_mutex> lifecycle(state->Lifecycle());
-    if (state->thread.Exists()) {
-        if (state->thread.IsStillActive()) {
-            if (!state->stopEvent) {
+    PendingStop stop;
+    stop.thread = std::move(state->thread);
+    stop.stopEvent = std::move(state->stopEvent);
+    state->stopEvent.reset();
+    state->EndRun();
+    return stop;
+}
+
+void PrinterStatusThread::FinishStop(PendingStop stop, uint32_t waitMs) {
+    if (stop.thread.Exists()) {
+        if (stop.thread.IsStillActive()) {
+            if (!stop.stopEvent) {
                 vela::common::SetLastSystemError(kInvalidHandleError);
             }
-            if (!state->stopEvent || !state->stopEvent->Set()) {
+            if (!stop.stopEvent || !stop.stopEvent->Set()) {
                 Log::LogWarning(L"PrinterStatusThread::Stop() - SetEvent() failed %d!",
                                 vela::common::LastSystemError());
             }
-            const uint64_t waitMs = std::min<uint64_t>(uint64_t(stopWaitExtraMs) + kStopWaitMs, UINT32_MAX);
-            if (!state->thread.Wait(static_cast<uint32_t>(waitMs))) {
-                Log::LogWarning(L"PrinterStatusThread::Stop() - WaitForSingleObject() did tiemout!");
+            if (!stop.thread.IsCurrentThread()) {
+                if (StatusMonitorState::Instance()->IsInAbandonedCall(stop.thread.Id())) {
+                    waitMs = 0; // its listener was already waited for in full
+                }
+                if (!stop.thread.Wait(waitMs)) {
+                    Log::LogWarning(L"PrinterStatusThread::Stop() - WaitForSingleObject() did tiemout!");
+                }
             }
         }
-        state->thread.Close();
+        stop.thread.Close();
     }
-    state->stopEvent.reset();
+    stop.stopEvent.reset();
+}
+
+void PrinterStatusThread::Stop(uint32_t stopWaitExtraMs) {
+    FinishStop(TakeForStop(), StopWaitMs(stopWaitExtraMs));
+}
+
+uint32_t PrinterStatusThread::StopWaitMs(uint32_t stopWaitExtraMs) {
+    const uint32_t override = g_stopWaitOverride.load();
+    if (override != 0) {
+        return override;
+    }
+    return static_cast<uint32_t>(std::min<uint64_t>(uint64_t(stopWaitExtraMs) + kStopWaitMs, UINT32_MAX));
+}
+
+uint32_t PrinterStatusThread::SetStopWaitOverride(uint32_t milliseconds) {
+    return g_stopWaitOverride.exchange(milliseconds);
 }
 
 PrinterStatusThread::MonitorBody PrinterStatusThread::SetMonitorBody(MonitorBody body) {

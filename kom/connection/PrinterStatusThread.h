@@ -1,6 +1,7 @@
 #pragma once
 
 #include "common/Event.h"
+#include "kom/connection/MonitorThread.h"
 #include "kom/connection/StatusMonitorState.h"
 #include "kom/protocol/PrinterStatus.h"
 
@@ -69,11 +70,33 @@ public:
     // thread handle is held (running or ended and not yet stopped), 0 when started, else the
     // system's error code. Does not block. Any thread.
     static int32_t Start(const std::wstring& printerName);
-    // Sets the stop event when the thread still runs and waits for it up to 5000 ms plus
-    // `stopWaitExtraMs` (logs "did tiemout!" when it does not end; the thread is then left to end
-    // on its own), forgets the thread, closes and clears the stop event. Never throws. Blocks up
-    // to the wait; do not call from a listener.
+
+    // What a stop takes out of the shared state: the thread's handle and the stop event.
+    struct PendingStop {
+        MonitorThread thread;
+        std::shared_ptr<vela::common::Event> stopEvent;
+    };
+    // The first half of a stop, made under Lifecycle() together with the caller's own changes:
+    // takes the thread and the stop event out of the shared state and ends the thread's run (it
+    // calls no listener from now on). A registration after this starts a new thread, with the
+    // stop event that is current then (none until the next facade is constructed).
+    static PendingStop TakeForStop();
+    // The second half, without any lock: sets the stop event when the thread still runs and
+    // waits up to `waitMs` for it (logs "did tiemout!" when it does not end; it is then left to
+    // end on its own, keeping what it uses alive), closes the handle and the stop event. Never
+    // throws. On the monitor thread itself (a listener stopping it) it does not wait: the thread
+    // ends at its next wait, after the listener returned. A thread stuck in a call that a
+    // deregistration already gave up waiting for is not waited for a second time.
+    static void FinishStop(PendingStop stop, uint32_t waitMs);
+    // Both halves: the stop of the last deregistration and of the last facade's destructor.
     static void Stop(uint32_t stopWaitExtraMs);
+
+    // How long a stop, or a deregistration, waits for the thread: 5000 ms plus the facade's
+    // `stopWaitExtraMs` (9 s for the gateway).
+    static uint32_t StopWaitMs(uint32_t stopWaitExtraMs);
+    // The seam for tests: a non-zero value replaces that bound everywhere; 0 restores it.
+    // Returns the previous value.
+    static uint32_t SetStopWaitOverride(uint32_t milliseconds);
 
     // The seam for tests: replaces the thread body (an empty one restores StatusMonitor).
     // Returns the previous body.

@@ -16,12 +16,6 @@ using vela::common::WaitResult;
 
 namespace {
 
-#ifdef _WIN32
-constexpr uint32_t kInvalidHandleError = 6; // ERROR_INVALID_HANDLE
-#else
-constexpr uint32_t kInvalidHandleError = 9; // EBADF
-#endif
-
 // The monitor body. It works on copies only: a run that Stop gave up on may outlive the device.
 void RunDeviceMonitor(const ConnectedPrinter& printer, const std::shared_ptr<Event>& stopEvent, uint32_t mode,
                       const std::function<void(int32_t)>& callback) {
@@ -93,22 +87,31 @@ int32_t QRVDevice::StartMonitorMode(uint32_t mode, std::function<void(int32_t)> 
 }
 
 void QRVDevice::Stop() {
-    std::lock_guard<std::mutex> guard(m_monitorMutex);
-    if (m_thread.Exists() && m_thread.IsStillActive()) {
-        if (!m_stopEvent) {
+    // Taken out under the mutex and waited for without it: the callback may start the monitor
+    // again meanwhile (that run finds no stop event and ends at its first wait).
+    MonitorThread thread;
+    std::shared_ptr<Event> stopEvent;
+    {
+        std::lock_guard<std::mutex> guard(m_monitorMutex);
+        thread = std::move(m_thread);
+        stopEvent = std::move(m_stopEvent);
+        m_stopEvent.reset();
+    }
+    if (thread.Exists() && thread.IsStillActive()) {
+        if (!stopEvent) {
             vela::common::SetLastSystemError(kInvalidHandleError);
         }
-        if (!m_stopEvent || !m_stopEvent->Set()) {
+        if (!stopEvent || !stopEvent->Set()) {
             Log::LogError(L"QRVDevice::Stop - SetEvent() failed: %s",
                           vela::common::SystemErrorText(vela::common::LastSystemError()));
         }
-        if (!m_thread.Wait(kStopWaitMs)) {
-            // A time-out has no system error of its own: name it as the wait would.
-            Log::LogWarning(L"QRVDevice::Stop - WaitForSingleObject(m_hThread) failed: %s", L"timeout");
+        // From the callback (the monitor's own thread) there is nothing to wait for.
+        if (!thread.IsCurrentThread() && !thread.Wait(kStopWaitMs)) {
+            Log::LogWarning(L"QRVDevice::Stop - WaitForSingleObject(m_hThread) failed: %s",
+                            vela::common::SystemErrorText(kWaitTimeoutError));
         }
     }
-    m_thread.Close();
-    m_stopEvent.reset();
+    thread.Close();
 }
 
 uint32_t QRVDevice::MonitorMode() const {

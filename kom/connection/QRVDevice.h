@@ -51,8 +51,9 @@ public:
     // system's error code when no thread could be made. Do not block. Callable from any thread.
     int32_t StartMonitor(std::function<void(int32_t)> callback) override;
     int32_t StartMonitorExclusive(std::function<void(int32_t)> callback) override;
-    // Signals the monitor and waits up to 5000 ms for it; closes the thread handle and the stop
-    // event. Never throws. Callable from any thread but the monitor's callback.
+    // Signals the monitor and waits up to 5000 ms for it (a time-out is logged with the system's
+    // text for it); closes the thread handle and the stop event. Never throws. Any thread; from
+    // the monitor's callback it does not wait.
     void Stop();
 
     // The mode of the last start (0: never started).

@@ -119,42 +119,6 @@ TEST_F(StatusMonitorSim, UnpluggingEndsTheThreadQuietly) {
     EXPECT_EQ(MonitorLines(log), 0u);
 }
 
-TEST(StatusMonitorStop, AThreadThatWillNotEndIsGivenUpAfterTheWaitLimit) {
-    // A body that ignores the stop event until the test lets it go. What it waits on is shared:
-    // the thread outlives this test's frame.
-    struct Gate {
-        std::mutex mutex;
-        std::condition_variable released;
-        bool release = false;
-    };
-    auto gate = std::make_shared<Gate>();
-    auto previous = PrinterStatusThread::SetMonitorBody(
-        [gate](const std::wstring&, std::shared_ptr<vela::common::Event>) {
-            std::unique_lock<std::mutex> lock(gate->mutex);
-            gate->released.wait_for(lock, std::chrono::seconds(30), [&] { return gate->release; });
-            return 0;
-        });
-    LogCapture log;
-    {
-        vela::kom::NativeQRVDevice facade(L"Stuck Printer", 0);
-        RecordingListener listener;
-        facade.RegisterListener(&listener);
-        const auto start = Clock::now();
-        facade.DeregisterListener(&listener);
-        const auto waited = Clock::now() - start;
-        EXPECT_GE(waited, std::chrono::milliseconds(4900));
-        EXPECT_LT(waited, std::chrono::milliseconds(7000));
-        EXPECT_TRUE(log.Contains(L"PrinterStatusThread::Stop() - WaitForSingleObject() did tiemout!"));
-        EXPECT_FALSE(StatusMonitorState::Instance()->thread.Exists()) << "the handle is closed anyway";
-    }
-    {
-        std::lock_guard<std::mutex> lock(gate->mutex);
-        gate->release = true;
-    }
-    gate->released.notify_all();
-    PrinterStatusThread::SetMonitorBody(previous);
-}
-
 // ---- the per-device monitor ----------------------------------------------------------------------
 
 namespace {

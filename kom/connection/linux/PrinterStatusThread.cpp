@@ -1,6 +1,6 @@
 // The HID read loop on Linux: poll() on the stop event's eventfd and the HID node (hidraw in
-// production, the simulator's pseudo-terminal in tests). The log texts are the Windows loop's, so
-// that a log reads the same on every host.
+// production, the simulator's pseudo-terminal in tests). Its log lines have the same form as the
+// Windows loop's, so that one reading of a log fits both; each names the call that failed here.
 #include "kom/connection/PrinterStatusThread.h"
 
 #include "common/Log.h"
@@ -20,9 +20,9 @@ using vela::common::Log;
 namespace {
 
 void LogWaitFailure(int error) {
-    Log::LogWarning(L"PrinterStatusThread::StatusMonitor() - WaitForMultipleObjects() failed (0x%x)!",
+    Log::LogWarning(L"PrinterStatusThread::StatusMonitor() - poll() failed (0x%x)!",
                     static_cast<uint32_t>(error));
-    Log::LogWarning(L"PrinterStatusThread::StatusMonitor() - unknown WaitForMultipleObjects() return code!");
+    Log::LogWarning(L"PrinterStatusThread::StatusMonitor() - unknown poll() return code!");
 }
 
 // The device is gone: the quiet end of the loop.
@@ -72,8 +72,7 @@ void PrinterStatusThread::ReadReports(StatusMonitorState& state, const std::wstr
             return;
         }
         if ((fds[0].revents & (POLLERR | POLLNVAL)) || (fds[1].revents & POLLNVAL)) {
-            Log::LogWarning(
-                L"PrinterStatusThread::StatusMonitor() - unknown WaitForMultipleObjects() return code!");
+            Log::LogWarning(L"PrinterStatusThread::StatusMonitor() - unknown poll() return code!");
             return;
         }
         if ((fds[1].revents & (POLLIN | POLLERR | POLLHUP)) == 0) {
@@ -86,9 +85,8 @@ void PrinterStatusThread::ReadReports(StatusMonitorState& state, const std::wstr
                 continue;
             }
             if (!IsDisconnection(error)) {
-                Log::LogWarning(
-                    L"PrinterStatusThread::StatusMonitor() - GetOverlappedResult() failed (0x%x)!",
-                    static_cast<uint32_t>(error));
+                Log::LogWarning(L"PrinterStatusThread::StatusMonitor() - read() failed (0x%x)!",
+                                static_cast<uint32_t>(error));
             }
             return;
         }

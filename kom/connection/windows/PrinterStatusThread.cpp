@@ -13,8 +13,9 @@ using vela::common::Log;
 
 namespace {
 
-// The device is gone. A real HID interface says ERROR_DEVICE_NOT_CONNECTED; the simulator's
-// pipe says that its other end went away. Neither is worth a log line.
+// The device went away while a read was under way. A real HID interface says
+// ERROR_DEVICE_NOT_CONNECTED; the simulator's pipe says that its other end went away. Neither is
+// worth a log line.
 bool IsDisconnection(DWORD error) {
     return error == ERROR_DEVICE_NOT_CONNECTED || error == ERROR_BROKEN_PIPE ||
            error == ERROR_PIPE_NOT_CONNECTED;
@@ -63,9 +64,9 @@ void PrinterStatusThread::ReadReports(StatusMonitorState& state, const std::wstr
         if (!::ReadFile(hid.Get(), report.data(), static_cast<DWORD>(report.size()), nullptr, &overlapped)) {
             const DWORD error = ::GetLastError();
             if (error != ERROR_IO_PENDING) {
-                if (!IsDisconnection(error)) {
-                    Log::LogError(L"PrinterStatusThread::StatusMonitor() - ReadFile() failed (0x%x)", error);
-                }
+                // Logged whatever the reason, a device that is gone included: only a read that
+                // was under way when the device went away ends quietly.
+                Log::LogError(L"PrinterStatusThread::StatusMonitor() - ReadFile() failed (0x%x)", error);
                 return;
             }
         }
