@@ -6,6 +6,7 @@
 #include "common/NativeHandle.h"
 #include "common/StringConverter.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <openssl/evp.h>
@@ -57,9 +58,10 @@ bool MD5FileHash::GetHash(const std::wstring& path, std::vector<uint8_t>& digest
         Fail(L"CreateFile() failed rc = %d", static_cast<uint32_t>(errno), L"MD5FileHash::GetHash()");
     }
     (void)::posix_fadvise(file.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
-    uint8_t block[1024];
+    // Large reads keep the system calls few; the hash still takes the data in 1024-byte updates.
+    std::vector<uint8_t> block(kReadSize);
     for (;;) {
-        ssize_t got = ::read(file.Get(), block, sizeof block);
+        ssize_t got = ::read(file.Get(), block.data(), block.size());
         if (got < 0) {
             if (errno == EINTR) {
                 continue;
@@ -69,9 +71,12 @@ bool MD5FileHash::GetHash(const std::wstring& path, std::vector<uint8_t>& digest
         if (got == 0) {
             break;
         }
-        // One object digests one file: once finished, the hash refuses more data.
-        if (m_finalised || EVP_DigestUpdate(Context(m_hash), block, static_cast<size_t>(got)) != 1) {
-            Fail(L"CryptHashData() failed rc = %d", kBadHashState, L"MD5FileHash::GetHash()");
+        for (size_t at = 0; at < static_cast<size_t>(got); at += kUpdateSize) {
+            const size_t piece = std::min(kUpdateSize, static_cast<size_t>(got) - at);
+            // One object digests one file: once finished, the hash refuses more data.
+            if (m_finalised || EVP_DigestUpdate(Context(m_hash), block.data() + at, piece) != 1) {
+                Fail(L"CryptHashData() failed rc = %d", kBadHashState, L"MD5FileHash::GetHash()");
+            }
         }
     }
     if (!m_finalised) {
