@@ -143,6 +143,7 @@ int32_t PrinterDeviceBase<T, S, C>::PutFile(const std::wstring& printerPath,
         sendWholeChunks();
     }
 
+    cancelled = cancelled || CancelRequested(); // also for a message shorter than one chunk
     std::exception_ptr digestFailure;
     std::vector<uint8_t> value(R::kDigestSize, 0);
     if (!cancelled && !readFailed) {

@@ -91,6 +91,7 @@ TEST_F(FileTransfer, PutCarriesBothLengthsTheDataAndTheDigestInTheChunksOfOneWri
         {"digest right behind the boundary", 16384 + 16},
         {"a multiple of 512 inside a chunk (padded)", 16384 + 1024},
         {"many chunks", 287 + 70000},
+        {"several read blocks (padded)", 2 * 262144 + 512},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
