@@ -102,8 +102,13 @@ TEST_F(InterruptedTransfer, AGetterKilledPartWayLeavesNoHostFileAndADeafPrinterN
         getter.Wait();
     }
     EXPECT_FALSE(HostFileExists(dir.File("copy.bin")));
-    // The printer was still sending the rest of the reply: the next transaction drains it first.
+    // On Linux the printer was still sending the rest of the reply, and the next transaction drains
+    // it first; a Windows pipe instance goes with the process that held it, and its rest with it.
+#ifdef _WIN32
+    ExpectNextCommandAnsweredAtOnce(false);
+#else
     ExpectNextCommandAnsweredAtOnce(true);
+#endif
 }
 
 // A reply that does not start with a header (the rest of an older reply, noise) is drained until
