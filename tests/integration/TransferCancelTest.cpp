@@ -7,6 +7,8 @@
 #include "common/StringConverter.h"
 #include "kom/QRVException.h"
 #include "kom/connection/QRVDevice.h"
+#include "qrv/HostException.h"
+#include "qrv/ManagedQRVDeviceGateway.h"
 #include "sim/FaultPlan.h"
 #include "support/PauseRecorder.h"
 #include "support/TestSupport.h"
@@ -88,6 +90,22 @@ TEST_F(InterruptedTransfer, ACancelledPutStoresNothingAndTheSamePutThenSucceeds)
     EXPECT_TRUE(Printer().ReadFile(kPrinterFile) == data);
     ASSERT_FALSE(reported.empty());
     EXPECT_EQ(reported.back(), data.size());
+}
+
+// The host's cancel goes through the gateway to the copy, and leaves as the host kind.
+TEST_F(InterruptedTransfer, TheGatewaysCancelStopsThePutOnlyThePutItWasMeantFor) {
+    WriteHostFile(dir.File("f.bin"), TestBytes(1 << 20));
+    vela::kom::ManagedQRVDeviceGateway gateway;
+    gateway.Open(Name());
+    gateway.SetProgressCallback([&](uint64_t, uint64_t) { gateway.CancelTransfer(); });
+    EXPECT_THROW(gateway.PutFile(L"/mnt/data/images/big.bin", dir.WFile("f.bin")),
+                 vela::printer::communication::OperationCancelledException);
+    EXPECT_FALSE(Printer().ReadFile(kPrinterFile).has_value());
+    gateway.SetProgressCallback(nullptr);
+    gateway.CancelTransfer(); // between transfers: the next one clears it
+    EXPECT_EQ(gateway.PutFile(L"/mnt/data/images/big.bin", dir.WFile("f.bin")), 0);
+    EXPECT_TRUE(Printer().ReadFile(kPrinterFile).has_value());
+    gateway.Close();
 }
 
 TEST_F(InterruptedTransfer, AGetterKilledPartWayLeavesNoHostFileAndADeafPrinterNowhere) {
