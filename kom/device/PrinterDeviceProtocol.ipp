@@ -249,6 +249,11 @@ template <class T, class S, class C> DeviceManagerStatus PrinterDeviceBase<T, S,
 
 namespace detail {
 
+// Replies held whole (status, versions, listings...) are far shorter than this; file data is
+// read in slices well below it.
+constexpr uint32_t kLargestHeldReply = 16u << 20;
+constexpr uint32_t kDropSlice = 256u * 1024;
+
 // Appends `chunk` to `buffer`, which is being filled up to `count` bytes. Capacity grows with
 // the bytes that actually arrived (at most doubling, never beyond `count`), so a length that a
 // printer merely announces cannot allocate memory before its bytes come.
@@ -298,6 +303,17 @@ void PrinterDeviceBase<T, S, C>::ReadData(vela::common::IUsbPrintDevice& transpo
                                           const ProgressCallback& progress) {
     vela::common::Log::LogInfo(L"PrinterDevice::ReadData()");
     buffer.clear();
+    if (count > detail::kLargestHeldReply) {
+        // No request has a reply this long held whole (file data moves in slices): it is most
+        // likely the late reply to a request an earlier process gave up on. It is read and
+        // dropped, so that memory stays bounded and the channel in step, and fails as a reply of
+        // the wrong size.
+        for (uint64_t left = count; left > 0;) {
+            const uint32_t ask = static_cast<uint32_t>(std::min<uint64_t>(left, detail::kDropSlice));
+            left -= transport.Read(ask).size();
+        }
+        vela::common::LogAndThrow(ReplyException(L"'Wrong reply size'", L"PrinterDevice::ReadData()"));
+    }
     // The first Read happens even for a count of 0; only a transport exception ends a short reply.
     do {
         const std::vector<uint8_t> chunk = transport.Read(count - static_cast<uint32_t>(buffer.size()));
