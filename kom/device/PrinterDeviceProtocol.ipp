@@ -307,12 +307,12 @@ void PrinterDeviceBase<T, S, C>::ReadData(vela::common::IUsbPrintDevice& transpo
         // No request has a reply this long held whole (file data moves in slices): it is most
         // likely the late reply to a request an earlier process gave up on. It is read and
         // dropped, so that memory stays bounded and the channel in step, and fails as a reply of
-        // the wrong size.
+        // the wrong size - one that a transaction which may be repeated drains and tries again.
         for (uint64_t left = count; left > 0;) {
             const uint32_t ask = static_cast<uint32_t>(std::min<uint64_t>(left, detail::kDropSlice));
             left -= transport.Read(ask).size();
         }
-        vela::common::LogAndThrow(ReplyException(L"'Wrong reply size'", L"PrinterDevice::ReadData()"));
+        vela::common::LogAndThrow(CorruptReplyHeader(L"'Wrong reply size'", L"PrinterDevice::ReadData()"));
     }
     // The first Read happens even for a count of 0; only a transport exception ends a short reply.
     do {
