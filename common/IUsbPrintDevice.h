@@ -26,6 +26,11 @@ public:
     virtual uint32_t ReadBytes(uint8_t* buffer, uint32_t capacity) = 0;
     virtual void SetWriteCallback(WriteCallback callback) = 0;
     virtual void ClearWriteCallback() = 0;
+    // Reads and drops what the printer still sends, buffered bytes first, until nothing has
+    // arrived for quietMs or limitMs have passed in all; returns how many bytes were dropped.
+    // Clears the channel of a reply that nobody will read. Never throws: a failing channel ends
+    // it, and the next transfer reports the failure.
+    virtual uint64_t DiscardInput(uint32_t quietMs, uint32_t limitMs) = 0;
     virtual ~IUsbPrintDevice() = default;
 };
 

@@ -3,6 +3,7 @@
 #include "common/IMD5FileHash.h"
 #include "common/NotCopyable.h"
 
+#include <cstddef>
 #include <cstdint>
 
 namespace vela::common {
@@ -14,6 +15,10 @@ public:
     MD5FileHash(); // throws MD5Exception
     ~MD5FileHash() override;
     bool GetHash(const std::wstring& path, std::vector<uint8_t>& digest) override;
+
+    // The file is read in blocks of kReadSize and handed to the hash kUpdateSize bytes at a time.
+    static constexpr size_t kReadSize = 256 * 1024;
+    static constexpr size_t kUpdateSize = 1024;
 
 private:
     // Windows: HCRYPTPROV and HCRYPTHASH. Linux: the EVP_MD_CTX (in m_hash); m_provider is

@@ -13,6 +13,9 @@ class UsbPrintDevice : public UsbPrintDeviceBase {
 public:
     static constexpr uint32_t kChunkSize = 8192;
     static constexpr uint32_t kTimeoutMs = 3000;
+    // Stale input is drained until the channel has been quiet this long, within the limit.
+    static constexpr uint32_t kStaleQuietMs = 100;
+    static constexpr uint32_t kStaleLimitMs = 10000;
 
     // Opens the device; throws UsbPrintDeviceConnectionException when it cannot.
     explicit UsbPrintDevice(const std::wstring& devicePath);
@@ -23,7 +26,14 @@ public:
     void SetWriteCallback(WriteCallback callback) override { m_writeCallback = std::move(callback); }
     void ClearWriteCallback() override { m_writeCallback = nullptr; }
 
+protected:
+    uint64_t DrainRawInput(uint32_t quietMs, uint32_t limitMs) override;
+
 private:
+    static constexpr uint32_t kDrainReadSize = 64 * 1024;
+
+    // Called by the constructor once the channel is open (see UsbPrintDevice.cpp).
+    void DiscardStaleInput();
     // One transfer of at most kChunkSize bytes; returns what the device took.
     uint32_t WriteChunk(const uint8_t* data, uint32_t length);
 

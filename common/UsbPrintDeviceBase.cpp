@@ -1,6 +1,9 @@
 #include "common/UsbPrintDeviceBase.h"
 
+#include "common/Exception.h"
+
 #include <algorithm>
+#include <chrono>
 
 namespace vela::common {
 
@@ -45,6 +48,30 @@ std::vector<uint8_t> UsbPrintDeviceBase::Read(uint32_t maxCount) {
     std::vector<uint8_t> result(m_receiveBuffer.begin(), m_receiveBuffer.begin() + maxCount);
     m_receiveBuffer.erase(m_receiveBuffer.begin(), m_receiveBuffer.begin() + maxCount);
     return result;
+}
+
+uint64_t UsbPrintDeviceBase::DiscardInput(uint32_t quietMs, uint32_t limitMs) {
+    uint64_t dropped = m_receiveBuffer.size();
+    m_receiveBuffer.clear();
+    return dropped + DrainRawInput(quietMs, limitMs);
+}
+
+uint64_t UsbPrintDeviceBase::DrainRawInput(uint32_t, uint32_t limitMs) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
+    std::vector<uint8_t> scrap(kRawReadSize);
+    uint64_t dropped = 0;
+    try {
+        while (std::chrono::steady_clock::now() < deadline) {
+            const uint32_t got = ReadBytes(scrap.data(), kRawReadSize);
+            if (got == 0) {
+                break;
+            }
+            dropped += got;
+        }
+    } catch (const Exception&) {
+        // The channel has nothing more to say.
+    }
+    return dropped;
 }
 
 } // namespace vela::common

@@ -18,8 +18,16 @@ public:
 
     uint32_t Write(const std::vector<uint8_t>& data) override;
     std::vector<uint8_t> Read(uint32_t maxCount) override;
+    uint64_t DiscardInput(uint32_t quietMs, uint32_t limitMs) override;
 
     std::wstring GetDevicePath() const { return m_devicePath; }
+
+protected:
+    // Drops what the raw channel delivers until it has been quiet for quietMs (0: only what is
+    // waiting already), within limitMs in all. This default reads with ReadBytes until a read
+    // brings nothing or fails, for channels that have no clock of their own (scripted ones);
+    // real channels override it with a timed wait.
+    virtual uint64_t DrainRawInput(uint32_t quietMs, uint32_t limitMs);
 
 private:
     std::wstring m_devicePath;

@@ -124,6 +124,7 @@ void ManagedQRVDeviceGateway::Open(const std::wstring& printerName) {
     try {
         Impl& impl = *m_impl;
         impl.m_pNativeQRVDevice = std::make_unique<NativeQRVDevice>(kStopWaitExtraMs);
+        impl.m_pNativeQRVDevice->SetCancelFlag(&impl.m_cancelRequested);
         if (impl.m_progress) {
             impl.m_pNativeQRVDevice->SetProgressCallback(impl.m_progress);
         }

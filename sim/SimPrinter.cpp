@@ -159,6 +159,13 @@ void SimPrinter::Tick() {
         sink = m_trace;
         exchange.tracing = static_cast<bool>(sink);
         if (m_assembler.HasPartialInput() && Now() - m_lastInput >= m_options.partialMessageTimeout) {
+            // A host that stops part-way (killed, or unplugged) must not leave the printer waiting
+            // for the rest forever, deaf to every later request.
+            if (exchange.tracing) {
+                exchange.trace.push_back("sim: receive time-out: nothing arrived for " +
+                                         std::to_string(m_options.partialMessageTimeout.count()) +
+                                         " ms; the half-received message is dropped");
+            }
             std::vector<FramingViolation> violations;
             m_assembler.Abandon(violations);
             m_putDigest.Reset();

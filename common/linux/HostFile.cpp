@@ -1,5 +1,6 @@
 #include "common/HostFile.h"
 
+#include "common/HostFileSystem.h"
 #include "common/StringConverter.h"
 
 #include <atomic>
@@ -75,18 +76,6 @@ int OpenRetrying(const char* path, int flags, mode_t mode = 0) {
     return fd;
 }
 
-// A name that no other writer in this or another process picks at the same moment; creation
-// with O_EXCL settles the rare collision.
-std::string TemporaryName(const std::string& folder) {
-    static std::atomic<uint64_t> counter{0};
-    uint64_t tick = static_cast<uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count());
-    char name[64];
-    std::snprintf(name, sizeof name, ".qrv-%ld-%llx-%llx.tmp", static_cast<long>(::getpid()),
-                  static_cast<unsigned long long>(counter.fetch_add(1)),
-                  static_cast<unsigned long long>(tick));
-    return (folder == "/" ? folder : folder + "/") + name;
-}
-
 } // namespace
 
 HostPath ToHostPath(const std::wstring& path) {
@@ -156,134 +145,130 @@ size_t HostFileReader::Read(uint8_t* buffer, size_t count) {
     return total;
 }
 
-// ---- replacing ----------------------------------------------------------------------------
+// ---- the calls behind replacing -------------------------------------------------------------
 
-HostFileReplacer::~HostFileReplacer() {
-    Discard();
+namespace host_file {
+
+HostFileError InvalidName() {
+    return Failed(HostFileFailure::other, EINVAL);
 }
 
-void HostFileReplacer::Discard() noexcept {
-    m_handle.Reset();
-    if (!m_committed && !m_temporary.empty()) {
-        (void)::unlink(m_temporary.c_str());
-    }
-    m_temporary.clear();
+HostFileError EmptyName() {
+    return Classify(ENOENT, std::string());
 }
 
-HostFileError HostFileReplacer::Open(const std::wstring& target) {
-    Discard();
-    m_committed = false;
-    if (HasNul(target)) {
-        return Failed(HostFileFailure::other, EINVAL);
-    }
-    if (target.empty()) {
-        return Classify(ENOENT, std::string());
-    }
-    m_target = ToHostPath(target);
+uint32_t NotOpenError() {
+    return EBADF;
+}
 
-    // Writing into a file through a symbolic link changes the file it points to; renaming over
-    // the link would replace the link instead. Work beside the file itself.
+HostFileError ProbeTarget(HostPath& target, bool& existing, uint32_t& mode) {
+    existing = false;
     struct stat link {};
-    if (::lstat(m_target.c_str(), &link) == 0 && S_ISLNK(link.st_mode)) {
-        if (char* resolved = ::realpath(m_target.c_str(), nullptr)) {
-            m_target = resolved;
+    if (::lstat(target.c_str(), &link) == 0 && S_ISLNK(link.st_mode)) {
+        if (char* resolved = ::realpath(target.c_str(), nullptr)) {
+            target = resolved;
             std::free(resolved);
         }
     }
-
-    // An existing target must accept writing, exactly as if it were opened and truncated here.
-    bool exists = false;
-    mode_t mode = 0;
-    int probe = OpenRetrying(m_target.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
-    if (probe >= 0) {
-        struct stat info {};
-        int statResult = ::fstat(probe, &info);
-        int code = errno;
-        ::close(probe);
-        if (statResult != 0) {
-            return Failed(HostFileFailure::other, code);
-        }
-        // A device or a pipe cannot be replaced by a regular file without harm; refuse it.
-        if (!S_ISREG(info.st_mode)) {
-            return Failed(HostFileFailure::other, EINVAL);
-        }
-        exists = true;
-        mode = info.st_mode & 07777;
-    } else if (errno != ENOENT) {
-        return Classify(errno, m_target);
+    int probe = OpenRetrying(target.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+    if (probe < 0) {
+        return errno == ENOENT ? HostFileError{} : Classify(errno, target);
     }
-
-    const std::string folder = FolderOf(m_target);
-    for (int attempt = 0; attempt < 100; ++attempt) {
-        std::string candidate = TemporaryName(folder);
-        int fd = OpenRetrying(candidate.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOCTTY, 0666);
-        if (fd >= 0) {
-            m_handle.Reset(fd);
-            m_temporary = candidate;
-            if (exists) {
-                // The replacement keeps the permissions the old file had (best effort).
-                (void)::fchmod(fd, mode);
-            }
-            return {};
-        }
-        if (errno != EEXIST) {
-            return Classify(errno, m_target);
-        }
+    struct stat info {};
+    int statResult = ::fstat(probe, &info);
+    int code = errno;
+    ::close(probe);
+    if (statResult != 0) {
+        return Failed(HostFileFailure::other, code);
     }
-    return Failed(HostFileFailure::other, EEXIST);
+    // A device or a pipe cannot be replaced by a regular file without harm; refuse it.
+    if (!S_ISREG(info.st_mode)) {
+        return Failed(HostFileFailure::other, EINVAL);
+    }
+    existing = true;
+    mode = info.st_mode & 07777;
+    return {};
 }
 
-bool HostFileReplacer::Write(const uint8_t* data, size_t count) {
+HostPath TemporaryName(const HostPath& target) {
+    static std::atomic<uint64_t> counter{0};
+    const std::string folder = FolderOf(target);
+    uint64_t tick = static_cast<uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count());
+    char name[64];
+    std::snprintf(name, sizeof name, ".qrv-%ld-%llx-%llx.tmp", static_cast<long>(::getpid()),
+                  static_cast<unsigned long long>(counter.fetch_add(1)),
+                  static_cast<unsigned long long>(tick));
+    return (folder == "/" ? folder : folder + "/") + name;
+}
+
+HostFileError CreateNew(const HostPath& path, bool keepMode, uint32_t mode, UniqueHandle& handle,
+                        bool& collided) {
+    int fd = OpenRetrying(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOCTTY, 0666);
+    if (fd < 0) {
+        collided = errno == EEXIST;
+        return Classify(errno, path);
+    }
+    handle.Reset(fd);
+    if (keepMode) {
+        (void)::fchmod(fd, static_cast<mode_t>(mode)); // best effort
+    }
+    return {};
+}
+
+bool WriteAll(UniqueHandle& handle, const uint8_t* data, size_t count, uint64_t offset, uint32_t& error) {
     size_t total = 0;
     while (total < count) {
         size_t piece = count - total < (size_t(1) << 30) ? count - total : (size_t(1) << 30);
-        ssize_t put = ::write(m_handle.Get(), data + total, piece);
+        ssize_t put = ::write(handle.Get(), data + total, piece);
         if (put < 0) {
             if (errno == EINTR) {
                 continue;
             }
-            m_lastError = static_cast<uint32_t>(errno);
+            error = static_cast<uint32_t>(errno);
             return false;
         }
         if (put == 0) {
-            m_lastError = ENOSPC;
+            error = ENOSPC;
             return false;
         }
         total += static_cast<size_t>(put);
     }
-    // Start writing these bytes to the disk now, without waiting: the flush at Commit then finds
-    // little left to do instead of the whole file. Only advice; where the file system cannot
-    // take it, Commit's flush does all the work as before.
-    (void)::sync_file_range(m_handle.Get(), static_cast<off64_t>(m_written), static_cast<off64_t>(count),
+    // Start writing these bytes to the disk now, without waiting: the flush at the commit then
+    // finds little left to do instead of the whole file. Only advice; where the file system
+    // cannot take it, the flush does all the work.
+    (void)::sync_file_range(handle.Get(), static_cast<off64_t>(offset), static_cast<off64_t>(count),
                             SYNC_FILE_RANGE_WRITE);
-    m_written += count;
     return true;
 }
 
-bool HostFileReplacer::Commit() {
-    if (!m_handle.IsValid()) {
-        m_lastError = EBADF;
-        return false;
-    }
+bool FlushAndClose(UniqueHandle& handle, uint32_t& error) {
     // A delayed write error (quota, full disk on a network file system) shows up at fsync or
     // close; either one fails the transfer.
-    if (::fsync(m_handle.Get()) != 0 || !m_handle.Close()) {
-        m_lastError = static_cast<uint32_t>(errno);
+    if (::fsync(handle.Get()) != 0 || !handle.Close()) {
+        error = static_cast<uint32_t>(errno);
         return false;
     }
-    if (::rename(m_temporary.c_str(), m_target.c_str()) != 0) {
-        m_lastError = static_cast<uint32_t>(errno);
+    return true;
+}
+
+bool RenameOver(const HostPath& from, const HostPath& to, uint32_t& error) {
+    if (::rename(from.c_str(), to.c_str()) != 0) {
+        error = static_cast<uint32_t>(errno);
         return false;
     }
-    m_committed = true;
     // Make the rename itself durable; the file is complete either way, so a failure is harmless.
-    int folder = OpenRetrying(FolderOf(m_target).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    int folder = OpenRetrying(FolderOf(to).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (folder >= 0) {
         (void)::fsync(folder);
         ::close(folder);
     }
-    m_temporary.clear();
     return true;
 }
+
+void Remove(const HostPath& path) noexcept {
+    (void)::unlink(path.c_str());
+}
+
+} // namespace host_file
 
 } // namespace vela::common

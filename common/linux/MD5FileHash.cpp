@@ -6,6 +6,7 @@
 #include "common/NativeHandle.h"
 #include "common/StringConverter.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <openssl/evp.h>
@@ -32,11 +33,11 @@ EVP_MD_CTX* Context(uintptr_t handle) {
 MD5FileHash::MD5FileHash() {
     EVP_MD_CTX* context = EVP_MD_CTX_new();
     if (context == nullptr) {
-        Fail(L"CryptAcquireContext() failed rc = %d", ENOMEM, L"MD5FileHash::MD5FileHash()");
+        Fail(L"EVP_MD_CTX_new() failed rc = %d", ENOMEM, L"MD5FileHash::MD5FileHash()");
     }
     if (EVP_DigestInit_ex(context, EVP_md5(), nullptr) != 1) {
         EVP_MD_CTX_free(context);
-        Fail(L"CryptCreateHash() failed rc = %d", EINVAL, L"MD5FileHash::MD5FileHash()");
+        Fail(L"EVP_DigestInit_ex() failed rc = %d", EINVAL, L"MD5FileHash::MD5FileHash()");
     }
     m_provider = 1; // libcrypto needs no provider context of its own
     m_hash = reinterpret_cast<uintptr_t>(context);
@@ -54,31 +55,35 @@ bool MD5FileHash::GetHash(const std::wstring& path, std::vector<uint8_t>& digest
     }
     UniqueHandle file(::open(StringConverter::ToUtf8(path).c_str(), O_RDONLY | O_CLOEXEC));
     if (!file.IsValid()) {
-        Fail(L"CreateFile() failed rc = %d", static_cast<uint32_t>(errno), L"MD5FileHash::GetHash()");
+        Fail(L"open() failed rc = %d", static_cast<uint32_t>(errno), L"MD5FileHash::GetHash()");
     }
     (void)::posix_fadvise(file.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
-    uint8_t block[1024];
+    // Large reads keep the system calls few; the hash still takes the data in 1024-byte updates.
+    std::vector<uint8_t> block(kReadSize);
     for (;;) {
-        ssize_t got = ::read(file.Get(), block, sizeof block);
+        ssize_t got = ::read(file.Get(), block.data(), block.size());
         if (got < 0) {
             if (errno == EINTR) {
                 continue;
             }
-            Fail(L"ReadFile() failed rc = %d", static_cast<uint32_t>(errno), L"MD5FileHash::GetHash()");
+            Fail(L"read() failed rc = %d", static_cast<uint32_t>(errno), L"MD5FileHash::GetHash()");
         }
         if (got == 0) {
             break;
         }
-        // One object digests one file: once finished, the hash refuses more data.
-        if (m_finalised || EVP_DigestUpdate(Context(m_hash), block, static_cast<size_t>(got)) != 1) {
-            Fail(L"CryptHashData() failed rc = %d", kBadHashState, L"MD5FileHash::GetHash()");
+        for (size_t at = 0; at < static_cast<size_t>(got); at += kUpdateSize) {
+            const size_t piece = std::min(kUpdateSize, static_cast<size_t>(got) - at);
+            // One object digests one file: once finished, the hash refuses more data.
+            if (m_finalised || EVP_DigestUpdate(Context(m_hash), block.data() + at, piece) != 1) {
+                Fail(L"EVP_DigestUpdate() failed rc = %d", kBadHashState, L"MD5FileHash::GetHash()");
+            }
         }
     }
     if (!m_finalised) {
         unsigned int length = 0;
         m_value.resize(16);
         if (EVP_DigestFinal_ex(Context(m_hash), m_value.data(), &length) != 1 || length != 16) {
-            Fail(L"CryptGetHashParam() failed rc = %d", kBadHashState, L"MD5FileHash::GetHash()");
+            Fail(L"EVP_DigestFinal_ex() failed rc = %d", kBadHashState, L"MD5FileHash::GetHash()");
         }
         m_finalised = true;
     }

@@ -6,12 +6,14 @@
 #include "common/StringConverter.h"
 #include "common/SystemError.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <fcntl.h>
 #include <poll.h>
 #include <string>
 #include <unistd.h>
+#include <vector>
 
 namespace vela::common {
 
@@ -62,34 +64,6 @@ WaitOutcome WaitFor(int fd, short events, Clock::time_point deadline) {
 // The error to report for a hang-up that no read()/write() turned into an errno of its own.
 constexpr int kHangUpError = EIO;
 
-// Every transaction opens the channel afresh, and nothing it reads may be older than its own
-// request. Bytes already waiting belong to an earlier transaction that did not read its reply to
-// the end: one that stopped at the corrupted header of a long reply, or a process killed between
-// request and reply. Read as the answer to the next request, they would fail that transaction and
-// the ones after it until the channel happened to run dry. Only what has already arrived is taken
-// (the descriptor does not block), and at most a bounded amount, so that a printer that keeps
-// talking cannot hold the open up.
-void DiscardStaleInput(int fd, const std::wstring& devicePath) {
-    constexpr int kMaxReads = 64;
-    uint8_t scrap[UsbPrintDeviceBase::kRawReadSize];
-    size_t discarded = 0;
-    for (int i = 0; i < kMaxReads; ++i) {
-        const ssize_t n = ::read(fd, scrap, sizeof scrap);
-        if (n > 0) {
-            discarded += static_cast<size_t>(n);
-            continue;
-        }
-        if (n < 0 && errno == EINTR) {
-            continue;
-        }
-        break; // EAGAIN: nothing (more) waiting; anything else is for the transfers to report
-    }
-    if (discarded > 0) {
-        Log::LogWarning(L"UsbPrintDevice::UsbPrintDevice(%s): discarded %u stale bytes", devicePath,
-                        static_cast<uint32_t>(discarded));
-    }
-}
-
 } // namespace
 
 UsbPrintDevice::UsbPrintDevice(const std::wstring& devicePath) : UsbPrintDeviceBase(devicePath) {
@@ -111,7 +85,7 @@ UsbPrintDevice::UsbPrintDevice(const std::wstring& devicePath) : UsbPrintDeviceB
                                                       L"UsbPrintDevice()"));
     }
     m_writeHandle = fd;
-    DiscardStaleInput(fd, devicePath);
+    DiscardStaleInput();
 }
 
 UsbPrintDevice::~UsbPrintDevice() {
@@ -144,11 +118,9 @@ uint32_t UsbPrintDevice::WriteChunk(const uint8_t* data, uint32_t length) {
             LogAndThrow(UsbPrintDeviceWriteException(L"Unable to write data to UsbPrint device",
                                                      L"UsbPrintDevice::WriteBytes"));
         }
-        Log::LogError(L"UsbPrintDevice::WriteBytes(%s): GetOverlappedResult failed %s", path,
-                      Win32Error::Format(error));
-        LogAndThrow(UsbPrintDeviceWriteException(
-            L"Unable to write data to UsbPrint device, GetOverlappedResult failed",
-            L"UsbPrintDevice::WriteBytes()"));
+        Log::LogError(L"UsbPrintDevice::WriteBytes(%s): write failed %s", path, Win32Error::Format(error));
+        LogAndThrow(UsbPrintDeviceWriteException(L"Unable to write data to UsbPrint device, write failed",
+                                                 L"UsbPrintDevice::WriteBytes()"));
     };
     // Waits for POLLOUT within the chunk's limit; true when the channel hung up instead.
     auto waitWritable = [&]() -> bool {
@@ -161,7 +133,7 @@ uint32_t UsbPrintDevice::WriteChunk(const uint8_t* data, uint32_t length) {
                                                      L"UsbPrintDevice::WriteBytes()"));
         }
         if (outcome.readiness == Readiness::failed) {
-            Log::LogError(L"UsbPrintDevice::WriteBytes(%s): WaitForSingleObject failed: %s", path,
+            Log::LogError(L"UsbPrintDevice::WriteBytes(%s): poll failed: %s", path,
                           Win32Error::Format(static_cast<uint32_t>(outcome.error)));
             LogAndThrow(UsbPrintDeviceWriteException(L"Unable to write data to UsbPrint device",
                                                      L"UsbPrintDevice::WriteBytes()"));
@@ -221,11 +193,9 @@ uint32_t UsbPrintDevice::ReadBytes(uint8_t* buffer, uint32_t capacity) {
             LogAndThrow(UsbPrintDeviceReadException(L"Unable to read data from UsbPrint device",
                                                     L"UsbPrintDevice::ReadBytes()"));
         }
-        Log::LogError(L"UsbPrintDevice::ReadBytes(%s): GetOverlappedResult failed %s", path,
-                      Win32Error::Format(error));
-        LogAndThrow(UsbPrintDeviceReadException(
-            L"Unable to read data from UsbPrint device, GetOverlappedResult failed",
-            L"UsbPrintDevice::ReadBytes()"));
+        Log::LogError(L"UsbPrintDevice::ReadBytes(%s): read failed %s", path, Win32Error::Format(error));
+        LogAndThrow(UsbPrintDeviceReadException(L"Unable to read data from UsbPrint device, read failed",
+                                                L"UsbPrintDevice::ReadBytes()"));
     };
 
     // First attempt: bytes the printer already delivered. EAGAIN means nothing yet; 0 may be a
@@ -252,7 +222,7 @@ uint32_t UsbPrintDevice::ReadBytes(uint8_t* buffer, uint32_t capacity) {
                                                     L"UsbPrintDevice::ReadBytes()"));
         }
         if (outcome.readiness == Readiness::failed) {
-            Log::LogError(L"UsbPrintDevice::Read(%s): WaitForSingleObject failed: %s", path,
+            Log::LogError(L"UsbPrintDevice::Read(%s): poll failed: %s", path,
                           Win32Error::Format(static_cast<uint32_t>(outcome.error)));
             LogAndThrow(UsbPrintDeviceReadException(L"Unable to read data from UsbPrint device",
                                                     L"UsbPrintDevice::ReadBytes()"));
@@ -278,6 +248,30 @@ uint32_t UsbPrintDevice::ReadBytes(uint8_t* buffer, uint32_t capacity) {
         }
         // EAGAIN after POLLIN: another reader of the same channel was faster. Keep waiting.
     }
+}
+
+uint64_t UsbPrintDevice::DrainRawInput(uint32_t quietMs, uint32_t limitMs) {
+    const auto deadline = Clock::now() + std::chrono::milliseconds(limitMs);
+    std::vector<uint8_t> scrap(kDrainReadSize);
+    uint64_t dropped = 0;
+    while (Clock::now() < deadline) {
+        const ssize_t n = ::read(m_writeHandle, scrap.data(), scrap.size());
+        if (n > 0) {
+            dropped += static_cast<uint64_t>(n);
+            continue;
+        }
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n == 0 || errno != EAGAIN || quietMs == 0) {
+            break; // a hang-up or a failure is for the transfers to report; or only what was waiting
+        }
+        const auto quietEnd = std::min(deadline, Clock::now() + std::chrono::milliseconds(quietMs));
+        if (WaitFor(m_writeHandle, POLLIN, quietEnd).readiness != Readiness::ready) {
+            break; // quiet for the whole window (or gone)
+        }
+    }
+    return dropped;
 }
 
 } // namespace vela::common

@@ -1,5 +1,7 @@
 #include "common/HostFile.h"
 
+#include "common/HostFileSystem.h"
+
 #include <windows.h>
 
 #include <atomic>
@@ -37,19 +39,6 @@ bool HasNul(const std::wstring& path) {
 std::wstring FolderPrefix(const std::wstring& path) {
     size_t cut = path.find_last_of(L"\\/:");
     return cut == std::wstring::npos ? std::wstring() : path.substr(0, cut + 1);
-}
-
-// A name that no other writer in this or another process picks at the same moment; CREATE_NEW
-// settles the rare collision.
-std::wstring TemporaryName(const std::wstring& prefix) {
-    static std::atomic<unsigned long long> counter{0};
-    LARGE_INTEGER tick{};
-    ::QueryPerformanceCounter(&tick);
-    wchar_t name[64];
-    std::swprintf(name, sizeof name / sizeof name[0], L".qrv-%lu-%llx-%llx.tmp",
-                  static_cast<unsigned long>(::GetCurrentProcessId()), counter.fetch_add(1),
-                  static_cast<unsigned long long>(tick.QuadPart));
-    return prefix + name;
 }
 
 constexpr DWORD kMaxPiece = 1u << 30;
@@ -106,74 +95,70 @@ size_t HostFileReader::Read(uint8_t* buffer, size_t count) {
     return total;
 }
 
-// ---- replacing ----------------------------------------------------------------------------
+// ---- the calls behind replacing -------------------------------------------------------------
 
-HostFileReplacer::~HostFileReplacer() {
-    Discard();
+namespace host_file {
+
+HostFileError InvalidName() {
+    return Classify(ERROR_INVALID_NAME);
 }
 
-void HostFileReplacer::Discard() noexcept {
-    m_handle.Reset();
-    if (!m_committed && !m_temporary.empty()) {
-        (void)::DeleteFileW(m_temporary.c_str());
-    }
-    m_temporary.clear();
+HostFileError EmptyName() {
+    return Classify(ERROR_PATH_NOT_FOUND);
 }
 
-HostFileError HostFileReplacer::Open(const std::wstring& target) {
-    Discard();
-    m_committed = false;
-    if (HasNul(target)) {
-        return Classify(ERROR_INVALID_NAME);
-    }
-    if (target.empty()) {
-        return Classify(ERROR_PATH_NOT_FOUND);
-    }
-    m_target = target;
+uint32_t NotOpenError() {
+    return ERROR_INVALID_HANDLE;
+}
 
-    // An existing target must accept writing, exactly as if it were opened and truncated here
-    // (a read-only file or a folder answers "access denied", a missing folder "path not found").
+HostFileError ProbeTarget(HostPath& target, bool& existing, uint32_t&) {
+    // A read-only file or a folder answers "access denied", a missing folder "path not found".
     HANDLE probe =
         ::CreateFileW(target.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                       nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (probe == INVALID_HANDLE_VALUE) {
+    existing = probe != INVALID_HANDLE_VALUE;
+    if (!existing) {
         DWORD code = ::GetLastError();
-        if (code != ERROR_FILE_NOT_FOUND) {
-            return Classify(code);
-        }
-    } else {
-        ::CloseHandle(probe);
+        return code == ERROR_FILE_NOT_FOUND ? HostFileError{} : Classify(code);
     }
-
-    const std::wstring prefix = FolderPrefix(target);
-    for (int attempt = 0; attempt < 100; ++attempt) {
-        std::wstring candidate = TemporaryName(prefix);
-        HANDLE file = ::CreateFileW(candidate.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
-                                    FILE_ATTRIBUTE_NORMAL, nullptr);
-        if (file != INVALID_HANDLE_VALUE) {
-            m_handle.Reset(file);
-            m_temporary = candidate;
-            return {};
-        }
-        DWORD code = ::GetLastError();
-        if (code != ERROR_FILE_EXISTS && code != ERROR_ALREADY_EXISTS) {
-            return Classify(code);
-        }
-    }
-    return Classify(ERROR_FILE_EXISTS);
+    ::CloseHandle(probe);
+    return {};
 }
 
-bool HostFileReplacer::Write(const uint8_t* data, size_t count) {
+HostPath TemporaryName(const HostPath& target) {
+    static std::atomic<unsigned long long> counter{0};
+    LARGE_INTEGER tick{};
+    ::QueryPerformanceCounter(&tick);
+    wchar_t name[64];
+    std::swprintf(name, sizeof name / sizeof name[0], L".qrv-%lu-%llx-%llx.tmp",
+                  static_cast<unsigned long>(::GetCurrentProcessId()), counter.fetch_add(1),
+                  static_cast<unsigned long long>(tick.QuadPart));
+    return FolderPrefix(target) + name;
+}
+
+HostFileError CreateNew(const HostPath& path, bool, uint32_t, UniqueHandle& handle, bool& collided) {
+    HANDLE file =
+        ::CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        DWORD code = ::GetLastError();
+        collided = code == ERROR_FILE_EXISTS || code == ERROR_ALREADY_EXISTS;
+        return Classify(code);
+    }
+    handle.Reset(file);
+    return {};
+}
+
+bool WriteAll(UniqueHandle& handle, const uint8_t* data, size_t count, uint64_t, uint32_t& error) {
     size_t total = 0;
     while (total < count) {
         DWORD piece = count - total < kMaxPiece ? static_cast<DWORD>(count - total) : kMaxPiece;
         DWORD put = 0;
-        if (!::WriteFile(m_handle.Get(), data + total, piece, &put, nullptr)) {
-            m_lastError = ::GetLastError();
+        if (!::WriteFile(handle.Get(), data + total, piece, &put, nullptr)) {
+            error = ::GetLastError();
             return false;
         }
         if (put == 0) {
-            m_lastError = ERROR_DISK_FULL;
+            error = ERROR_DISK_FULL;
             return false;
         }
         total += put;
@@ -181,24 +166,27 @@ bool HostFileReplacer::Write(const uint8_t* data, size_t count) {
     return true;
 }
 
-bool HostFileReplacer::Commit() {
-    if (!m_handle.IsValid()) {
-        m_lastError = ERROR_INVALID_HANDLE;
-        return false;
-    }
+bool FlushAndClose(UniqueHandle& handle, uint32_t& error) {
     // A delayed write error shows up at the flush or the close; either one fails the transfer.
-    if (!::FlushFileBuffers(m_handle.Get()) || !m_handle.Close()) {
-        m_lastError = ::GetLastError();
+    if (!::FlushFileBuffers(handle.Get()) || !handle.Close()) {
+        error = ::GetLastError();
         return false;
     }
-    if (!::MoveFileExW(m_temporary.c_str(), m_target.c_str(),
-                       MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
-        m_lastError = ::GetLastError();
-        return false;
-    }
-    m_committed = true;
-    m_temporary.clear();
     return true;
 }
+
+bool RenameOver(const HostPath& from, const HostPath& to, uint32_t& error) {
+    if (!::MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
+        error = ::GetLastError();
+        return false;
+    }
+    return true;
+}
+
+void Remove(const HostPath& path) noexcept {
+    (void)::DeleteFileW(path.c_str());
+}
+
+} // namespace host_file
 
 } // namespace vela::common

@@ -10,6 +10,9 @@
 
 #include <wincrypt.h>
 
+#include <algorithm>
+#include <vector>
+
 namespace vela::common {
 
 namespace {
@@ -55,18 +58,22 @@ bool MD5FileHash::GetHash(const std::wstring& path, std::vector<uint8_t>& digest
     if (!file.IsValid()) {
         Fail(L"CreateFile() failed rc = %d", L"MD5FileHash::GetHash()");
     }
-    BYTE block[1024];
+    // Large reads keep the system calls few; the hash still takes the data in 1024-byte updates.
+    std::vector<BYTE> block(kReadSize);
     for (;;) {
         DWORD got = 0;
-        if (!::ReadFile(file.Get(), block, sizeof block, &got, nullptr)) {
+        if (!::ReadFile(file.Get(), block.data(), static_cast<DWORD>(block.size()), &got, nullptr)) {
             Fail(L"ReadFile() failed rc = %d", L"MD5FileHash::GetHash()");
         }
         if (got == 0) {
             break;
         }
-        // One object digests one file: the provider refuses data once the value was read.
-        if (!::CryptHashData(static_cast<HCRYPTHASH>(m_hash), block, got, 0)) {
-            Fail(L"CryptHashData() failed rc = %d", L"MD5FileHash::GetHash()");
+        for (DWORD at = 0; at < got; at += kUpdateSize) {
+            const DWORD piece = std::min<DWORD>(kUpdateSize, got - at);
+            // One object digests one file: the provider refuses data once the value was read.
+            if (!::CryptHashData(static_cast<HCRYPTHASH>(m_hash), block.data() + at, piece, 0)) {
+                Fail(L"CryptHashData() failed rc = %d", L"MD5FileHash::GetHash()");
+            }
         }
     }
     BYTE value[16];

@@ -6,6 +6,7 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -76,60 +77,6 @@ struct Request {
     }
 };
 
-// Every transaction opens the channel afresh, and nothing it reads may be older than its own
-// request. Bytes already waiting belong to an earlier transaction that did not read its reply to
-// the end: one that stopped at the corrupted header of a long reply, or a process killed between
-// request and reply. Read as the answer to the next request, they would fail that transaction and
-// the ones after it until the channel happened to run dry. Only what has already arrived is taken,
-// and at most a bounded amount, so that a printer that keeps talking cannot hold the open up.
-//
-// There is no non-blocking read on Windows, so each read is an overlapped one: it completes at
-// once while bytes are waiting, and pends once there are none left (the printer class driver
-// pends every read until the printer sends something). A pending read is cancelled at once, not
-// waited for; bytes that arrived between the read and the cancel are stale all the same. The drain
-// never fails the open: a read error ends it, and the transfers report whatever is wrong.
-void DiscardStaleInput(HANDLE readHandle, const std::wstring& devicePath) {
-    constexpr int kMaxReads = 64;
-    // The bytes are never looked at, so one buffer serves every drain of the process, and a read
-    // that is given up on below can never write into memory that has been freed.
-    static uint8_t scrap[UsbPrintDeviceBase::kRawReadSize];
-    UniqueHandle event(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    if (!event.IsValid()) {
-        return; // without an event there is no overlapped read; the transfers will need one too
-    }
-    auto record = std::make_unique<OVERLAPPED>();
-    size_t discarded = 0;
-    for (int i = 0; i < kMaxReads; ++i) {
-        *record = OVERLAPPED{};
-        record->hEvent = event.Get();
-        DWORD count = 0;
-        if (::ReadFile(readHandle, scrap, sizeof scrap, nullptr, record.get())) {
-            if (!::GetOverlappedResult(readHandle, record.get(), &count, FALSE) || count == 0) {
-                break;
-            }
-            discarded += count;
-            continue;
-        }
-        if (::GetLastError() != ERROR_IO_PENDING) {
-            break; // a broken channel: the transfers say so
-        }
-        // Nothing (more) waiting. ERROR_OPERATION_ABORTED is the usual outcome of the cancel.
-        ::CancelIo(readHandle);
-        if (::WaitForSingleObject(event.Get(), INFINITE) != WAIT_OBJECT_0) {
-            UnfinishedRequests::Keep(std::move(record));
-            break;
-        }
-        if (::GetOverlappedResult(readHandle, record.get(), &count, FALSE)) {
-            discarded += count;
-        }
-        break;
-    }
-    if (discarded > 0) {
-        Log::LogWarning(L"UsbPrintDevice::UsbPrintDevice(%s): discarded %u stale bytes", devicePath,
-                        static_cast<uint32_t>(discarded));
-    }
-}
-
 } // namespace
 
 UsbPrintDevice::UsbPrintDevice(const std::wstring& devicePath) : UsbPrintDeviceBase(devicePath) {
@@ -158,7 +105,7 @@ UsbPrintDevice::UsbPrintDevice(const std::wstring& devicePath) : UsbPrintDeviceB
         LogAndThrow(UsbPrintDeviceConnectionException(L"Unable to open UsbPrint device for reading",
                                                       L"UsbPrintDevice()"));
     }
-    DiscardStaleInput(m_readHandle, devicePath);
+    DiscardStaleInput();
 }
 
 UsbPrintDevice::~UsbPrintDevice() {
@@ -261,6 +208,61 @@ uint32_t UsbPrintDevice::ReadBytes(uint8_t* buffer, uint32_t capacity) {
     Log::LogError(L"UsbPrintDevice::Read(%s): WaitForSingleObject failed: %s", path, ErrorText(waitResult));
     LogAndThrow(UsbPrintDeviceReadException(L"Unable to read data from UsbPrint device",
                                             L"UsbPrintDevice::ReadBytes()"));
+}
+
+// There is no non-blocking read on Windows, so each read is an overlapped one: it completes at once
+// while bytes are waiting, and pends once there are none left (the printer class driver pends
+// every read until the printer sends something). A pending read is given the quiet window to
+// complete and is then cancelled; bytes that arrived between the read and the cancel are dropped
+// all the same.
+uint64_t UsbPrintDevice::DrainRawInput(uint32_t quietMs, uint32_t limitMs) {
+    // The bytes are never looked at, so one buffer serves every drain of the process, and a read
+    // that is given up on below can never write into memory that has been freed.
+    static uint8_t scrap[kDrainReadSize];
+    UniqueHandle event(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    if (!event.IsValid()) {
+        return 0; // without an event there is no overlapped read; the transfers will need one too
+    }
+    const ULONGLONG deadline = ::GetTickCount64() + limitMs;
+    auto record = std::make_unique<OVERLAPPED>();
+    uint64_t dropped = 0;
+    while (::GetTickCount64() < deadline) {
+        *record = OVERLAPPED{};
+        record->hEvent = event.Get();
+        ::ResetEvent(event.Get());
+        DWORD count = 0;
+        if (::ReadFile(m_readHandle, scrap, sizeof scrap, nullptr, record.get())) {
+            if (!::GetOverlappedResult(m_readHandle, record.get(), &count, FALSE) || count == 0) {
+                break;
+            }
+            dropped += count;
+            continue;
+        }
+        if (::GetLastError() != ERROR_IO_PENDING) {
+            break; // a broken channel: the transfers say so
+        }
+        const ULONGLONG now = ::GetTickCount64();
+        const DWORD window =
+            static_cast<DWORD>(std::min<ULONGLONG>(quietMs, deadline > now ? deadline - now : 0));
+        if (::WaitForSingleObject(event.Get(), window) == WAIT_OBJECT_0) {
+            if (!::GetOverlappedResult(m_readHandle, record.get(), &count, FALSE) || count == 0) {
+                break;
+            }
+            dropped += count;
+            continue;
+        }
+        // Quiet for the whole window. ERROR_OPERATION_ABORTED is the usual outcome of the cancel.
+        ::CancelIo(m_readHandle);
+        if (::WaitForSingleObject(event.Get(), INFINITE) != WAIT_OBJECT_0) {
+            UnfinishedRequests::Keep(std::move(record));
+            break;
+        }
+        if (::GetOverlappedResult(m_readHandle, record.get(), &count, FALSE)) {
+            dropped += count;
+        }
+        break;
+    }
+    return dropped;
 }
 
 } // namespace vela::common

@@ -113,6 +113,7 @@ void NativeQRVDevice::SetPrinterName(const std::wstring& name) {
     }
     auto device = std::make_unique<QRVDevice>(*match);
     device->SetProgressCallback(m_progress);
+    device->SetCancelFlag(m_cancel);
     m_device = std::move(device);
 
     bool monitorRuns = false;
@@ -294,6 +295,13 @@ void NativeQRVDevice::SetProgressCallback(ProgressCallback callback) {
     m_progress = std::move(callback);
     if (m_device) {
         m_device->SetProgressCallback(m_progress);
+    }
+}
+
+void NativeQRVDevice::SetCancelFlag(std::atomic<bool>* flag) {
+    m_cancel = flag;
+    if (m_device) {
+        m_device->SetCancelFlag(m_cancel);
     }
 }
 

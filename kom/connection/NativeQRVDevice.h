@@ -4,6 +4,7 @@
 #include "kom/connection/INativeQRVListener.h"
 #include "kom/connection/QRVDevice.h"
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -116,6 +117,9 @@ public:
     // Called on the caller's thread during the operation.
     void SetProgressCallback(ProgressCallback callback);
     void SetUpdatePhaseCallback(UpdatePhaseCallback callback) { m_updatePhase = std::move(callback); }
+    // The host's cancel flag for puts and gets (also the copy step of an update); see
+    // PrinterDeviceBase::SetCancelFlag. Not owned; it must outlive the facade.
+    void SetCancelFlag(std::atomic<bool>* flag);
 
 private:
     QRVDevice& Device(const wchar_t* operation) const;
@@ -126,6 +130,7 @@ private:
     uint32_t m_stopWaitExtraMs;
     ProgressCallback m_progress;
     UpdatePhaseCallback m_updatePhase;
+    std::atomic<bool>* m_cancel = nullptr;
 };
 
 } // namespace vela::kom

@@ -7,6 +7,7 @@
 #include "kom/protocol/PrinterStatus.h"
 #include "kom/protocol/PrinterVersion.h"
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -94,14 +95,6 @@ public:
     // Writes the whole request in one Write. Throws QRVException on a short write and the
     // transport's write exceptions.
     void WriteData(vela::common::IUsbPrintDevice& transport, const std::vector<uint8_t>& bytes);
-    // Writes `bytes` as WriteData does, with the same chunks on the wire, but hands its last
-    // `tailSize` bytes to completeTail(tail, written) (on the calling thread) just before the
-    // chunk that carries them goes out; the `written` bytes in front of that chunk are on their
-    // way by then. Throws as WriteData, and what `completeTail` throws (nothing more is written
-    // then).
-    void WriteDataCompletingTail(vela::common::IUsbPrintDevice& transport, std::vector<uint8_t>& bytes,
-                                 size_t tailSize,
-                                 const std::function<void(uint8_t* tail, size_t written)>& completeTail);
     // Empties `buffer` and reads until it holds `count` bytes (the transport is asked at least
     // once, even for 0). The buffer grows only as bytes arrive, so a hostile or wrapped-around
     // count costs no memory up front; the transport's read time-out ends a reply that stops.
@@ -118,9 +111,13 @@ public:
     void CheckPath(const std::wstring& path) const;
     bool IsValidFileName(const std::wstring& name) const;
 
-    // Optional progress of puts (bytes handed to the channel) and gets (bytes received).
-    // Called on the calling thread during the transfer; without one, nothing changes.
+    // Optional progress of puts and gets, in bytes of the host file (done, file size). Called on
+    // the calling thread during the transfer; without one, nothing changes.
     void SetProgressCallback(ProgressCallback callback) { m_progress = std::move(callback); }
+    // The flag a host sets, from any thread, to stop the running put or get at its next chunk; the
+    // transfer then throws vela::common::OperationCancelledException. Each transfer clears it when
+    // it starts. Not owned: it must outlive this object (null: transfers cannot be cancelled).
+    void SetCancelFlag(std::atomic<bool>* flag) { m_cancel = flag; }
 
     const ConnectedPrinter& Printer() const { return m_printer; }
 
@@ -134,9 +131,24 @@ protected:
                                                   uint8_t command, bool (*isValidSize)(uint32_t),
                                                   const wchar_t* origin);
 
+    // Runs `exchange(transport)`, a transaction that may safely be repeated (a query, the prepare
+    // step of a get). When its reply header turns out corrupt, the channel is drained until quiet
+    // (one warning with the byte count, under `origin`) and the exchange runs once more; a second
+    // corrupt header leaves as ReplyException "'Header corrupted'".
+    template <class Exchange>
+    auto RepeatingOnCorruptHeader(vela::common::IUsbPrintDevice& transport, const wchar_t* origin,
+                                  Exchange&& exchange) -> decltype(exchange(transport));
+    // Clears the cancel flag (a transfer starts) / tells whether it is set.
+    void BeginCancellableTransfer();
+    bool CancelRequested() const { return m_cancel != nullptr && m_cancel->load(); }
+    [[noreturn]] void ThrowCancelled(const std::wstring& source) const;
+    // QRVException "could not write <expected> bytes; only <written> bytes were written".
+    [[noreturn]] static void ThrowShortWrite(uint64_t expected, uint64_t written);
+
     ConnectedPrinter m_printer;
     std::vector<std::wstring> m_invalidPathChars;
     ProgressCallback m_progress;
+    std::atomic<bool>* m_cancel = nullptr;
 };
 
 } // namespace vela::kom

@@ -8,6 +8,7 @@
 #include "kom/device/PrinterDeviceBase.h"
 
 #include "common/Exception.h"
+#include "common/HostFile.h"
 #include "common/Log.h"
 #include "common/LogAndThrow.h"
 #include "common/MD5FileHash.h"
@@ -37,35 +38,9 @@ constexpr uint32_t kReplySlice = 256 * 1024;
 // Every listing starts with this pause, taken under the lock: the printer needs the time.
 constexpr uint32_t kListingPauseMs = 1000;
 
-// Reports put progress while the message goes out: the transport calls back before each chunk it
-// hands to the channel. Removed again when the message is out (also on failure), so that the
-// completion poll that follows reports nothing.
-class PutProgressScope {
-public:
-    template <class Progress>
-    PutProgressScope(vela::common::IUsbPrintDevice& transport, const Progress& progress, uint64_t total)
-        : m_transport(transport) {
-        if (!progress) {
-            return;
-        }
-        m_installed = true;
-        transport.SetWriteCallback([&progress, total, chunks = uint64_t{0}]() mutable {
-            ++chunks;
-            progress(std::min(chunks * vela::common::UsbPrintDevice::kChunkSize, total), total);
-        });
-    }
-    ~PutProgressScope() {
-        if (m_installed) {
-            m_transport.ClearWriteCallback();
-        }
-    }
-    PutProgressScope(const PutProgressScope&) = delete;
-    PutProgressScope& operator=(const PutProgressScope&) = delete;
-
-private:
-    vela::common::IUsbPrintDevice& m_transport;
-    bool m_installed = false;
-};
+// A put message is read from the host file in blocks of this size (a multiple of the chunk size),
+// so a put holds one block, never the whole file.
+constexpr size_t kPutBlock = 256 * 1024;
 
 } // namespace filesystem_detail
 
@@ -98,59 +73,121 @@ bool PrinterDeviceBase<T, S, C>::IsValidFileName(const std::wstring& name) const
 
 // ---- file transfer ----------------------------------------------------------------------------
 
+// The message goes out as it is read: the head, then the file's bytes read in large blocks, then
+// the digest. Whole chunks leave straight from the block; what falls short of a chunk waits for
+// the next block, so the chunks on the wire are those of one write of the whole message, and the
+// last piece is written as one message tail, which gets the pad byte exactly when the whole
+// message needs it (everything in front of it is whole chunks, a multiple of the packet size).
+//
+// The digest is a second, independent reading of the file, taken beside the sending and needed
+// only for the last bytes. Once the head has gone out, the printer expects the whole announced
+// message: a put that cannot go on (cancelled, or the file yields fewer bytes than its size
+// promised) finishes it with zero bytes and an all-zero digest, which no data has, so the printer
+// refuses the file and keeps its framing in step; the refusal is collected, so the next operation
+// is answered at once. A file that changes between the two readings fails the same way, by the
+// printer's own digest check ("'Wrong checksum'").
 template <class T, class S, class C>
 int32_t PrinterDeviceBase<T, S, C>::PutFile(const std::wstring& printerPath,
                                             const std::wstring& hostFileName) {
     namespace R = FileSystemRequests;
+    using filesystem_detail::kPutBlock;
+    constexpr size_t kChunk = vela::common::UsbPrintDevice::kChunkSize;
     const std::wstring source = L"PrinterDevice::PutFile()";
     vela::common::Log::LogInfo(source);
     CheckPath(printerPath);
+    BeginCancellableTransfer();
     S lock(m_printer);
     std::unique_ptr<T> transport = OpenDevice();
 
-    // The message is built in place: the file is read straight into it behind the path field, with
-    // room for the digest, so the file is held in memory once.
-    std::vector<uint8_t> message = R::BeginPutRequest(C::ToUtf8(printerPath));
-    const uint64_t maxData = std::numeric_limits<uint32_t>::max() - R::kPutOverhead;
-    const uint64_t dataLength = LoadHostFile(hostFileName, message, maxData, R::kDigestSize);
-
-    // The digest comes from a second, independent reading of the host file. It is needed only for
-    // the message's last bytes, so the reading runs while the rest goes out.
+    vela::common::HostFileReader file;
+    const auto dataLength = static_cast<uint32_t>(
+        OpenHostFile(hostFileName, file, std::numeric_limits<uint32_t>::max() - R::kPutOverhead));
     BackgroundFileDigest digest(hostFileName, source);
-    message.resize(message.size() + R::kDigestSize);
-    R::FinishPutRequest(message, static_cast<uint32_t>(dataLength));
 
-    std::exception_ptr digestFailure;
-    {
-        filesystem_detail::PutProgressScope progress(*transport, m_progress, message.size());
-        WriteDataCompletingTail(*transport, message, R::kDigestSize, [&](uint8_t* tail, size_t written) {
-            try {
-                const std::vector<uint8_t> value = digest.Take();
-                std::copy(value.begin(), value.end(), tail);
-            } catch (const vela::common::Exception&) {
-                if (written == 0) {
-                    throw; // nothing has gone out: the put simply fails
-                }
-                // The printer already has the head of the message: it is finished with a digest
-                // that no data of ours has (all zero), so that the printer's framing stays in
-                // step and it refuses the file.
-                digestFailure = std::current_exception();
-                std::fill(tail, tail + R::kDigestSize, uint8_t{0});
-            }
-        });
-    }
-    // Not needed while the printer works on it.
-    std::vector<uint8_t>().swap(message);
-    if (digestFailure) {
-        // The printer's refusal is collected, so that the next operation finds nothing waiting;
-        // the caller learns why the put failed.
-        try {
-            (void)WaitForCompletion(*transport);
-        } catch (const vela::common::Exception&) {
+    vela::common::Log::LogInfo(L"PrinterDevice::WriteData()");
+    const uint64_t total = R::kPutOverhead + dataLength;
+    std::vector<uint8_t> block = R::PutRequestHead(C::ToUtf8(printerPath), dataLength);
+    block.reserve(kPutBlock + kChunk + R::kDigestSize + 1);
+    uint64_t sent = 0;   // message bytes handed to the channel
+    uint64_t loaded = 0; // data bytes placed in the message
+    bool cancelled = false;
+    bool readFailed = false;
+    auto reportProgress = [&] {
+        if (m_progress && !cancelled && !readFailed) {
+            const uint64_t done = sent > R::kPutDataOffset ? sent - R::kPutDataOffset : 0;
+            m_progress(std::min<uint64_t>(done, dataLength), dataLength);
         }
-        std::rethrow_exception(digestFailure);
+    };
+    auto sendWholeChunks = [&] {
+        size_t at = 0;
+        for (; block.size() - at >= kChunk; at += kChunk) {
+            cancelled = cancelled || CancelRequested();
+            const uint32_t written = transport->WriteBytes(block.data() + at, static_cast<uint32_t>(kChunk));
+            sent += written;
+            if (written != kChunk) {
+                ThrowShortWrite(total, sent);
+            }
+            reportProgress();
+        }
+        block.erase(block.begin(), block.begin() + static_cast<ptrdiff_t>(at));
+    };
+
+    while (loaded < dataLength) {
+        const size_t piece = static_cast<size_t>(std::min<uint64_t>(kPutBlock, dataLength - loaded));
+        const size_t at = block.size();
+        block.resize(at + piece); // zero bytes, unless the file's bytes replace them
+        if (!cancelled && !readFailed && file.Read(block.data() + at, piece) != piece) {
+            readFailed = true;
+        }
+        loaded += piece;
+        sendWholeChunks();
     }
-    return WaitForCompletion(*transport);
+
+    cancelled = cancelled || CancelRequested(); // also for a message shorter than one chunk
+    std::exception_ptr digestFailure;
+    std::vector<uint8_t> value(R::kDigestSize, 0);
+    if (!cancelled && !readFailed) {
+        try {
+            value = digest.Take();
+        } catch (const vela::common::Exception&) {
+            if (sent == 0) {
+                throw; // nothing has gone out: the put simply fails
+            }
+            digestFailure = std::current_exception();
+        }
+    }
+    const bool refused = cancelled || readFailed || digestFailure;
+    if (refused && sent == 0) {
+        // Nothing has gone out, so there is no message to finish.
+        if (cancelled) {
+            ThrowCancelled(source);
+        }
+        vela::common::LogAndThrow(IncompleteHostRead());
+    }
+    block.insert(block.end(), value.begin(), value.end());
+    const uint32_t written = transport->Write(block);
+    sent += written;
+    if (sent != total) {
+        ThrowShortWrite(total, sent);
+    }
+    reportProgress();
+    std::vector<uint8_t>().swap(block); // not needed while the printer works on it
+
+    if (!refused) {
+        return WaitForCompletion(*transport);
+    }
+    try {
+        (void)WaitForCompletion(*transport);
+    } catch (const vela::common::Exception&) {
+        // The refusal that was asked for.
+    }
+    if (cancelled) {
+        ThrowCancelled(source);
+    }
+    if (readFailed) {
+        vela::common::LogAndThrow(IncompleteHostRead());
+    }
+    std::rethrow_exception(digestFailure);
 }
 
 // The host file is complete or untouched: a get that fails part-way (a broken channel, a full
@@ -172,14 +209,21 @@ int32_t PrinterDeviceBase<T, S, C>::GetFile(const std::wstring& printerPath,
     const std::wstring saveSource = L"PrinterDevice::SaveFile()";
     vela::common::Log::LogInfo(source);
     CheckPath(printerPath);
+    BeginCancellableTransfer();
     S lock(m_printer);
     std::unique_ptr<T> transport = OpenDevice();
 
     std::vector<uint8_t> request = R::PathRequest(R::kPrepareGetFile, C::ToUtf8(printerPath));
-    WriteData(*transport, request);
-    const int32_t result = WaitForCompletion(*transport);
+    const int32_t result =
+        RepeatingOnCorruptHeader(*transport, source.c_str(), [&](vela::common::IUsbPrintDevice& channel) {
+            WriteData(channel, request);
+            return WaitForCompletion(channel);
+        });
     if (result != 0) {
         return result; // nothing is read and no host file is touched
+    }
+    if (CancelRequested()) {
+        ThrowCancelled(source); // nothing has been asked for yet
     }
 
     request[R::kCommandOffset] = R::kGetFile;
@@ -223,6 +267,17 @@ int32_t PrinterDeviceBase<T, S, C>::GetFile(const std::wstring& printerPath,
     uint64_t received = 0;
     try {
         while (received < *dataLength) {
+            if (CancelRequested()) {
+                // The rest of the reply is read and dropped, so that the channel is clean when the
+                // lock goes to the next operation; the temporary host file goes with the saver.
+                try {
+                    discard(unread);
+                } catch (const vela::common::Exception& e) {
+                    vela::common::Log::LogWarning(L"PrinterDevice::GetFile - caught exception %s",
+                                                  e.Message());
+                }
+                ThrowCancelled(source);
+            }
             const uint32_t slice =
                 static_cast<uint32_t>(std::min<uint64_t>(*dataLength - received, kReplySlice));
             ReadData(*transport, buffer, slice);
@@ -248,8 +303,8 @@ int32_t PrinterDeviceBase<T, S, C>::GetFile(const std::wstring& printerPath,
     discard(unread);
     saver.Commit();
 
-    // The digest of the saved file is taken and not compared with anything: the printer sends
-    // none. Kept so that a file that cannot be read back still fails the get.
+    // The printer sends no digest to compare with; reading the saved file back through the digest
+    // makes a file that cannot be read back fail the get instead of failing its user later.
     vela::common::MD5FileHash hash;
     std::vector<uint8_t> digest;
     hash.GetHash(hostFileName, digest);
@@ -295,20 +350,27 @@ PrinterDeviceBase<T, S, C>::GetFolderContent(const std::wstring& path) {
     vela::common::Pause(filesystem_detail::kListingPauseMs);
 
     std::vector<std::unique_ptr<PathInfo>> content;
-    std::vector<uint8_t> request = R::PathRequest(R::kPrepareFolderContent, C::ToUtf8(path));
-    WriteData(*transport, request);
-    if (WaitForCompletion(*transport) != 0) {
-        return content;
-    }
-
-    request[R::kCommandOffset] = R::kFolderContent;
-    WriteData(*transport, request);
-    const uint32_t replySize = GetReplyDataLength(*transport);
+    const std::string utf8Path = C::ToUtf8(path);
     std::vector<uint8_t> reply;
-    ReadData(*transport, reply, replySize);
-    if (replySize < 256) {
-        PergeQueue(*transport);
-        vela::common::LogAndThrow(ReplyException(L"'Wrong reply size'", source));
+    const bool prepared =
+        RepeatingOnCorruptHeader(*transport, source.c_str(), [&](vela::common::IUsbPrintDevice& channel) {
+            std::vector<uint8_t> request = R::PathRequest(R::kPrepareFolderContent, utf8Path);
+            WriteData(channel, request);
+            if (WaitForCompletion(channel) != 0) {
+                return false;
+            }
+            request[R::kCommandOffset] = R::kFolderContent;
+            WriteData(channel, request);
+            const uint32_t replySize = GetReplyDataLength(channel);
+            ReadData(channel, reply, replySize);
+            if (replySize < 256) {
+                PergeQueue(channel);
+                vela::common::LogAndThrow(ReplyException(L"'Wrong reply size'", source));
+            }
+            return true;
+        });
+    if (!prepared) {
+        return content;
     }
     if (reply[1] != R::kFolderContent) {
         vela::common::LogAndThrow(ReplyException(L"'Wrong reply'", source));
@@ -317,7 +379,9 @@ PrinterDeviceBase<T, S, C>::GetFolderContent(const std::wstring& path) {
     constexpr size_t kListingOffset = 259;
     const size_t textSize = reply.size() > kListingOffset ? reply.size() - kListingOffset : 0;
     const uint8_t* text = textSize > 0 ? reply.data() + kListingOffset : nullptr;
-    for (FolderListingEntry& entry : ParseFolderListing(text, textSize, source)) {
+    std::vector<FolderListingEntry> entries = ParseFolderListing(text, textSize, source);
+    content.reserve(entries.size());
+    for (FolderListingEntry& entry : entries) {
         content.push_back(
             std::make_unique<PathInfo>(C::FromUtf8(entry.name), entry.isFile, !entry.isFile, entry.size));
     }
@@ -352,11 +416,13 @@ std::wstring PrinterDeviceBase<T, S, C>::GetFolderDetail(uint8_t selector) {
     vela::common::Log::LogInfo(source);
     S lock(m_printer);
     std::unique_ptr<T> transport = OpenDevice();
-    WriteData(*transport, FileSystemRequests::FolderDetailRequest(selector));
-    const uint32_t replySize = GetReplyDataLength(*transport);
-    std::vector<uint8_t> reply;
-    ReadData(*transport, reply, replySize);
-    return C::FromUtf8(DecodeFolderDetailReply(reply, source));
+    return RepeatingOnCorruptHeader(*transport, source.c_str(), [&](vela::common::IUsbPrintDevice& channel) {
+        WriteData(channel, FileSystemRequests::FolderDetailRequest(selector));
+        const uint32_t replySize = GetReplyDataLength(channel);
+        std::vector<uint8_t> reply;
+        ReadData(channel, reply, replySize);
+        return C::FromUtf8(DecodeFolderDetailReply(reply, source));
+    });
 }
 
 template <class T, class S, class C> std::wstring PrinterDeviceBase<T, S, C>::GetJobFileLibraryPath() {
@@ -378,14 +444,17 @@ void PrinterDeviceBase<T, S, C>::GetDiskSpace(uint64_t& first, uint64_t& second)
     vela::common::Log::LogInfo(source);
     S lock(m_printer);
     std::unique_ptr<T> transport = OpenDevice();
-    WriteData(*transport, FileSystemRequests::DiskSpaceRequest());
-    const uint32_t replySize = GetReplyDataLength(*transport);
-    std::vector<uint8_t> reply;
-    ReadData(*transport, reply, replySize);
-    if (replySize != kDiskSpaceReplySize) {
-        PergeQueue(*transport);
-    }
-    const DiskSpace space = DecodeDiskSpaceReply(reply.data(), reply.size(), source);
+    const DiskSpace space =
+        RepeatingOnCorruptHeader(*transport, source.c_str(), [&](vela::common::IUsbPrintDevice& channel) {
+            WriteData(channel, FileSystemRequests::DiskSpaceRequest());
+            const uint32_t replySize = GetReplyDataLength(channel);
+            std::vector<uint8_t> reply;
+            ReadData(channel, reply, replySize);
+            if (replySize != kDiskSpaceReplySize) {
+                PergeQueue(channel);
+            }
+            return DecodeDiskSpaceReply(reply.data(), reply.size(), source);
+        });
     first = space.first;
     second = space.second;
 }

@@ -9,6 +9,7 @@
 #include "common/LogAndThrow.h"
 #include "common/Pause.h"
 #include "common/UsbPrintDevice.h"
+#include "kom/device/CorruptReplyHeader.h"
 #include "kom/protocol/MessageHeader.h"
 #include "kom/protocol/ReplyParsers.h"
 #include "kom/protocol/RequestCodes.h"
@@ -150,16 +151,18 @@ template <class T, class S, class C> std::vector<uint8_t> PrinterDeviceBase<T, S
     std::vector<uint8_t> request = MessageHeader::ForRequest(MessageHeader::kUnitPrinter, 2).Serialize();
     request.push_back(RequestCode::kRequestMarker);
     request.push_back(RequestCode::kQuery);
-    WriteData(*transport, request);
-
-    const uint32_t payloadLength = GetReplyDataLength(*transport);
-    std::vector<uint8_t> payload;
-    ReadData(*transport, payload, payloadLength);
-    if (!IsStatusReplySize(payloadLength)) {
-        PergeQueue(*transport);
-        vela::common::LogAndThrow(ReplyException(L"'Wrong reply size'", kOriginGetStatusInternal));
-    }
-    return ParseStatusReply(payload);
+    return RepeatingOnCorruptHeader(
+        *transport, kOriginGetStatusInternal, [&](vela::common::IUsbPrintDevice& channel) {
+            WriteData(channel, request);
+            const uint32_t payloadLength = GetReplyDataLength(channel);
+            std::vector<uint8_t> payload;
+            ReadData(channel, payload, payloadLength);
+            if (!IsStatusReplySize(payloadLength)) {
+                PergeQueue(channel);
+                vela::common::LogAndThrow(ReplyException(L"'Wrong reply size'", kOriginGetStatusInternal));
+            }
+            return ParseStatusReply(payload);
+        });
 }
 
 template <class T, class S, class C> PrinterStatus PrinterDeviceBase<T, S, C>::GetStatus() {
@@ -246,6 +249,11 @@ template <class T, class S, class C> DeviceManagerStatus PrinterDeviceBase<T, S,
 
 namespace detail {
 
+// Replies held whole (status, versions, listings...) are far shorter than this; file data is
+// read in slices well below it.
+constexpr uint32_t kLargestHeldReply = 16u << 20;
+constexpr uint32_t kDropSlice = 256u * 1024;
+
 // Appends `chunk` to `buffer`, which is being filled up to `count` bytes. Capacity grows with
 // the bytes that actually arrived (at most doubling, never beyond `count`), so a length that a
 // printer merely announces cannot allocate memory before its bytes come.
@@ -271,40 +279,16 @@ void PrinterDeviceBase<T, S, C>::WriteData(vela::common::IUsbPrintDevice& transp
     vela::common::Log::LogInfo(L"PrinterDevice::WriteData()");
     const uint32_t written = transport.Write(bytes);
     if (written != bytes.size()) {
-        vela::common::LogAndThrow(QRVException(L"could not write " + std::to_wstring(bytes.size()) +
-                                                   L" bytes; only " + std::to_wstring(written) +
-                                                   L" bytes were written",
-                                               L"PrinterDevice::WriteData()"));
+        ThrowShortWrite(bytes.size(), written);
     }
 }
 
 template <class T, class S, class C>
-void PrinterDeviceBase<T, S, C>::WriteDataCompletingTail(
-    vela::common::IUsbPrintDevice& transport, std::vector<uint8_t>& bytes, size_t tailSize,
-    const std::function<void(uint8_t*, size_t)>& completeTail) {
-    vela::common::Log::LogInfo(L"PrinterDevice::WriteData()");
-    constexpr size_t kChunk = vela::common::UsbPrintDevice::kChunkSize;
-    const size_t length = bytes.size();
-    tailSize = std::min(tailSize, length);
-    // The whole chunks in front of the tail go out first, straight from the buffer; the rest is
-    // one Write, which adds the pad byte exactly when the whole message needs it (the head is a
-    // multiple of the chunk size, and so of the packet size).
-    const size_t head = (length - tailSize) / kChunk * kChunk;
-    uint32_t written = 0;
-    if (head > 0) {
-        written = transport.WriteBytes(bytes.data(), static_cast<uint32_t>(head));
-    }
-    if (written == head) {
-        completeTail(bytes.data() + (length - tailSize), written);
-        written +=
-            transport.Write(std::vector<uint8_t>(bytes.begin() + static_cast<ptrdiff_t>(head), bytes.end()));
-    }
-    if (written != length) {
-        vela::common::LogAndThrow(QRVException(L"could not write " + std::to_wstring(length) +
-                                                   L" bytes; only " + std::to_wstring(written) +
-                                                   L" bytes were written",
-                                               L"PrinterDevice::WriteData()"));
-    }
+void PrinterDeviceBase<T, S, C>::ThrowShortWrite(uint64_t expected, uint64_t written) {
+    vela::common::LogAndThrow(QRVException(L"could not write " + std::to_wstring(expected) +
+                                               L" bytes; only " + std::to_wstring(written) +
+                                               L" bytes were written",
+                                           L"PrinterDevice::WriteData()"));
 }
 
 template <class T, class S, class C>
@@ -319,6 +303,17 @@ void PrinterDeviceBase<T, S, C>::ReadData(vela::common::IUsbPrintDevice& transpo
                                           const ProgressCallback& progress) {
     vela::common::Log::LogInfo(L"PrinterDevice::ReadData()");
     buffer.clear();
+    if (count > detail::kLargestHeldReply) {
+        // No request has a reply this long held whole (file data moves in slices): it is most
+        // likely the late reply to a request an earlier process gave up on. It is read and
+        // dropped, so that memory stays bounded and the channel in step, and fails as a reply of
+        // the wrong size - one that a transaction which may be repeated drains and tries again.
+        for (uint64_t left = count; left > 0;) {
+            const uint32_t ask = static_cast<uint32_t>(std::min<uint64_t>(left, detail::kDropSlice));
+            left -= transport.Read(ask).size();
+        }
+        vela::common::LogAndThrow(CorruptReplyHeader(L"'Wrong reply size'", L"PrinterDevice::ReadData()"));
+    }
     // The first Read happens even for a count of 0; only a transport exception ends a short reply.
     do {
         const std::vector<uint8_t> chunk = transport.Read(count - static_cast<uint32_t>(buffer.size()));
@@ -346,7 +341,39 @@ uint32_t PrinterDeviceBase<T, S, C>::GetReplyDataLength(vela::common::IUsbPrintD
     if (failedOnce) {
         ReadData(transport, header, MessageHeader::kSize);
     }
+    if (!header.empty() && header[0] != MessageHeader::kStartByte) {
+        vela::common::LogAndThrow(CorruptReplyHeader(L"'Header corrupted'", kOriginGetReplyDataLength));
+    }
     return CheckedReplyPayloadLength(header);
+}
+
+template <class T, class S, class C>
+template <class Exchange>
+auto PrinterDeviceBase<T, S, C>::RepeatingOnCorruptHeader(vela::common::IUsbPrintDevice& transport,
+                                                          const wchar_t* origin, Exchange&& exchange)
+    -> decltype(exchange(transport)) {
+    using vela::common::UsbPrintDevice;
+    try {
+        return exchange(transport);
+    } catch (const CorruptReplyHeader&) {
+        // The seven bytes taken for a header were stale too.
+        const uint64_t dropped = MessageHeader::kSize + transport.DiscardInput(UsbPrintDevice::kStaleQuietMs,
+                                                                               UsbPrintDevice::kStaleLimitMs);
+        vela::common::Log::LogWarning(std::wstring(origin) + L": discarded %u stale bytes",
+                                      static_cast<uint32_t>(dropped));
+    }
+    return exchange(transport);
+}
+
+template <class T, class S, class C> void PrinterDeviceBase<T, S, C>::BeginCancellableTransfer() {
+    if (m_cancel != nullptr) {
+        m_cancel->store(false);
+    }
+}
+
+template <class T, class S, class C>
+void PrinterDeviceBase<T, S, C>::ThrowCancelled(const std::wstring& source) const {
+    vela::common::LogAndThrow(vela::common::OperationCancelledException(L"'Transfer cancelled'", source));
 }
 
 template <class T, class S, class C>

@@ -49,17 +49,13 @@ std::vector<uint8_t> DiskSpaceRequest() {
     return Finish(Begin(kDiskSpace, 9));
 }
 
-std::vector<uint8_t> BeginPutRequest(const std::string& utf8Path) {
+std::vector<uint8_t> PutRequestHead(const std::string& utf8Path, uint32_t dataLength) {
     std::vector<uint8_t> message = Begin(kPutFile, kPutDataOffset);
     message.push_back(0x01);
     AppendPathField(message, utf8Path);
-    vela::common::AppendLittleEndian32(message, 0);
+    vela::common::AppendLittleEndian32(message, dataLength);
+    vela::common::WriteBigEndian32(message.data() + 1, static_cast<uint32_t>(kPutOverhead + dataLength));
     return message;
-}
-
-void FinishPutRequest(std::vector<uint8_t>& message, uint32_t dataLength) {
-    vela::common::WriteLittleEndian32(message.data() + kPutDataLengthOffset, dataLength);
-    vela::common::WriteBigEndian32(message.data() + 1, static_cast<uint32_t>(message.size()));
 }
 
 } // namespace vela::kom::FileSystemRequests

@@ -42,11 +42,10 @@ std::vector<uint8_t> FolderDetailRequest(uint8_t selector);
 // 9 bytes: header, 0x01, 0x24.
 std::vector<uint8_t> DiskSpaceRequest();
 
-// The start of a put message, up to and including a provisional data length; the caller appends
-// the data and the digest and then calls FinishPutRequest.
-std::vector<uint8_t> BeginPutRequest(const std::string& utf8Path);
-// Writes the data length (little-endian) and the total length (big-endian) into the header.
-void FinishPutRequest(std::vector<uint8_t>& message, uint32_t dataLength);
+// The 271 bytes of a put message in front of the file's bytes, both lengths filled in for
+// `dataLength` data bytes (total length kPutOverhead + dataLength). The data and the digest
+// follow on the wire.
+std::vector<uint8_t> PutRequestHead(const std::string& utf8Path, uint32_t dataLength);
 
 } // namespace FileSystemRequests
 } // namespace vela::kom

@@ -3,6 +3,7 @@
 #include "common/LogAndThrow.h"
 #include "kom/QRVException.h"
 
+#include <algorithm>
 #include <cstring>
 #include <limits>
 
@@ -53,6 +54,8 @@ std::vector<FolderListingEntry> ParseFolderListing(const uint8_t* text, size_t s
     }
     const char* const begin = reinterpret_cast<const char*>(text);
     const char* const end = begin + size;
+    // Every entry ends with a comma: one quick count sizes the list once, instead of growing it.
+    entries.reserve(static_cast<size_t>(std::count(begin, end, ',')));
 
     for (const char* entry = begin; entry < end;) {
         const char* comma = Find(entry, end, ',');

@@ -5,12 +5,16 @@
 #include "common/SystemError.h"
 #include "kom/QRVException.h"
 
+#include <algorithm>
+
 namespace vela::kom {
 
 using vela::common::HostFileFailure;
 using vela::common::LogAndThrow;
 
 namespace {
+constexpr const wchar_t* kLoadSource = L"PrinterDevice::LoadFile()";
+
 // The system's words for a write failure ("No space left on device"), or its number.
 std::wstring Cause(uint32_t code) {
     std::wstring text = vela::common::SystemErrorText(code);
@@ -31,12 +35,10 @@ void ThrowHostOpenFailure(const vela::common::HostFileError& error, const std::w
     }
 }
 
-uint64_t LoadHostFile(const std::wstring& hostFileName, std::vector<uint8_t>& out, uint64_t maxSize,
-                      size_t reserveAfter) {
-    const std::wstring source = L"PrinterDevice::LoadFile()";
+uint64_t OpenHostFile(const std::wstring& hostFileName, vela::common::HostFileReader& file,
+                      uint64_t maxSize) {
+    const std::wstring source = kLoadSource;
     vela::common::Log::LogInfo(source);
-
-    vela::common::HostFileReader file;
     if (auto error = file.Open(hostFileName)) {
         ThrowHostOpenFailure(error, source);
     }
@@ -47,19 +49,29 @@ uint64_t LoadHostFile(const std::wstring& hostFileName, std::vector<uint8_t>& ou
         error.systemError = file.LastError();
         ThrowHostOpenFailure(error, source);
     }
-    if (size > maxSize || size > out.max_size() - out.size() - reserveAfter) {
+    if (size > maxSize) {
         LogAndThrow(QRVException(L"'File too large'", source));
     }
+    return size;
+}
+
+PathException IncompleteHostRead() {
+    // A path kind for a read failure: callers catch it as such.
+    return PathException(L"'Couldn't read entire file'", kLoadSource);
+}
+
+uint64_t LoadHostFile(const std::wstring& hostFileName, std::vector<uint8_t>& out, uint64_t maxSize) {
+    vela::common::HostFileReader file;
+    const uint64_t size =
+        OpenHostFile(hostFileName, file, std::min<uint64_t>(maxSize, out.max_size() - out.size()));
     if (size == 0) {
         return 0;
     }
     const size_t start = out.size();
-    out.reserve(start + static_cast<size_t>(size) + reserveAfter);
     out.resize(start + static_cast<size_t>(size));
     if (file.Read(out.data() + start, static_cast<size_t>(size)) != size) {
         out.resize(start);
-        // A path kind for a read failure: callers catch it as such.
-        LogAndThrow(PathException(L"'Couldn't read entire file'", source));
+        LogAndThrow(IncompleteHostRead());
     }
     return size;
 }

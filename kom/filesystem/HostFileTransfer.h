@@ -1,6 +1,7 @@
 #pragma once
 
 #include "common/HostFile.h"
+#include "kom/QRVException.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -20,13 +21,18 @@ namespace vela::kom {
 // (the same texts for reading and writing, "loading" included).
 [[noreturn]] void ThrowHostOpenFailure(const vela::common::HostFileError& error, const std::wstring& source);
 
-// Appends the whole host file to `out` and returns its size, reading it straight into the
-// vector (capacity for `reserveAfter` further bytes is reserved with it, so that a put message
-// is built in one allocation). Source "PrinterDevice::LoadFile()". Throws the open failures above,
-// PathException "'Couldn't read entire file'" when fewer bytes arrive than the size promised, and
-// QRVException "'File too large'" when the file is larger than `maxSize`.
-uint64_t LoadHostFile(const std::wstring& hostFileName, std::vector<uint8_t>& out, uint64_t maxSize,
-                      size_t reserveAfter = 0);
+// Opens a host file for reading and returns its size. Source "PrinterDevice::LoadFile()". Throws
+// the open failures above, and QRVException "'File too large'" when the file is larger than
+// `maxSize`.
+uint64_t OpenHostFile(const std::wstring& hostFileName, vela::common::HostFileReader& file, uint64_t maxSize);
+
+// The failure of a host file that yields fewer bytes than its size promised (it shrank, or the
+// disk failed): PathException "'Couldn't read entire file'", not yet logged or thrown.
+PathException IncompleteHostRead();
+
+// Appends the whole host file to `out` and returns its size. Throws as OpenHostFile, and
+// IncompleteHostRead() when fewer bytes arrive than the size promised.
+uint64_t LoadHostFile(const std::wstring& hostFileName, std::vector<uint8_t>& out, uint64_t maxSize);
 
 // Writes a host file that is complete or untouched (see HostFileReplacer). Open reports a failure
 // without throwing (the caller may have reply bytes to drain first, then calls

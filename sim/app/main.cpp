@@ -1,6 +1,7 @@
 // qrv-sim: a simulated QRV label printer on the OS channels that the library opens.
 //
 //   qrv-sim --name "Label Printer" --model 410 [--serial S] [--no-hid] [--trace] [--gadget]
+//           [--disk-mib N]
 //
 // Prints "QRV_VIRTUAL_PRINTERS=<entry>" (one line) for the user to export, then serves until
 // interrupted (SIGINT, SIGTERM; Ctrl+C on Windows). Meanwhile it takes line commands on standard
@@ -12,7 +13,9 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <string>
@@ -27,13 +30,14 @@ extern "C" void OnSignal(int) {
 
 void Usage(std::FILE* out) {
     std::fprintf(out, "usage: qrv-sim [--name NAME] [--model 210|410] [--serial SERIAL] [--no-hid] [--trace] "
-                      "[--gadget]\n"
+                      "[--gadget] [--disk-mib N]\n"
                       "  --name NAME      print-queue name the application uses (default \"Label Printer\")\n"
                       "  --model 210|410  printer model (default 410)\n"
                       "  --serial SERIAL  serial number / device id (default: derived from the name)\n"
                       "  --no-hid         no HID channel (no status reports)\n"
                       "  --trace          log every frame to standard error\n"
                       "  --gadget         serve /dev/g_printer0 and /dev/hidg0 (USB gadget, VM harness)\n"
+                      "  --disk-mib N     disk capacity in MiB (default 64; large puts need more)\n"
                       "While it runs, each line on standard input is a command that changes the printer;\n"
                       "each gets one answer line (\"ok\", a value, or \"error: ...\") on standard output:\n"
                       "  door open|closed, cassette present|absent, cutter ok|jammed, battery 0..5,\n"
@@ -67,6 +71,18 @@ int main(int argc, char** argv) {
                 return 2;
             }
             (arg == "--name" ? options.name : arg == "--model" ? options.model : options.serial) = v;
+        } else if (arg == "--disk-mib") {
+            const char* v = value(arg.c_str());
+            if (v == nullptr) {
+                return 2;
+            }
+            char* end = nullptr;
+            const unsigned long long mib = std::strtoull(v, &end, 10);
+            if (*v < '0' || *v > '9' || *end != '\0' || mib == 0 || mib > (1ull << 20)) {
+                std::fprintf(stderr, "qrv-sim: --disk-mib needs a whole number of MiB (1 to 1048576)\n");
+                return 2;
+            }
+            options.printer.diskCapacity = uint64_t{mib} << 20;
         } else if (arg == "--no-hid") {
             options.hid = false;
         } else if (arg == "--trace") {

@@ -99,6 +99,8 @@ TEST_F(ProtocolOverChannel, FolderOperationsAndPrinterErrors) {
 }
 
 TEST_F(ProtocolOverChannel, ABadReplyIsATypedErrorAndTheNextTransactionWorks) {
+    // A query is repeated once after a corrupt header: corrupt twice, it fails.
+    m_simulator.Printer().InjectFault(vela::sim::Fault::CorruptStartByte().For(RequestKind::statusQuery));
     m_simulator.Printer().InjectFault(vela::sim::Fault::CorruptStartByte().For(RequestKind::statusQuery));
     EXPECT_THROW(m_device.GetStatus(), ReplyException);
     m_simulator.Printer().InjectFault(vela::sim::Fault::WrongReplyLength(-1).For(RequestKind::statusQuery));

@@ -62,9 +62,10 @@ struct Case {
 // What each fault must lead to. The completion poll of a put takes a wrong-sized or foreign answer
 // as "not yet" and asks again; a stale "finished" answer ahead of the real one is taken for it
 // (the protocol carries no sequence number), and the real answer is what is left over. Version,
-// cassette and update queries do not look at the start byte.
+// cassette and update queries do not look at the start byte. A query or listing that meets a
+// corrupt header drains the channel and is repeated once.
 const Case kCases[] = {
-    {Kind::status, FaultType::corruptHeader, "ReplyException: 'Header corrupted'"},
+    {Kind::status, FaultType::corruptHeader, ""},
     {Kind::status, FaultType::longerPayload, "ReplyException: 'Wrong reply size'"},
     {Kind::status, FaultType::shorterPayload, "ReplyException: 'Wrong reply size'"},
     {Kind::status, FaultType::wrongCommand, "ReplyException: 'Wrong reply'"},
@@ -79,7 +80,7 @@ const Case kCases[] = {
     {Kind::get, FaultType::shorterPayload, "DeviceException: 'Corrupted data length'"},
     {Kind::get, FaultType::wrongCommand, "ReplyException: 'Wrong reply'"},
     {Kind::get, FaultType::staleMessage, "ReplyException: 'Wrong reply size'"},
-    {Kind::listing, FaultType::corruptHeader, "ReplyException: 'Header corrupted'"},
+    {Kind::listing, FaultType::corruptHeader, ""},
     {Kind::listing, FaultType::longerPayload, ""},
     {Kind::listing, FaultType::shorterPayload, ""},
     {Kind::listing, FaultType::wrongCommand, "ReplyException: 'Wrong reply'"},

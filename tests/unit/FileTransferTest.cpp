@@ -69,11 +69,12 @@ TEST_F(FileTransfer, PutReportsEveryChunkAndReturnsAResultCodeThePollDoesNotMap)
     printer.QueueCompletion(2, 9);
     EXPECT_EQ(device.PutFile(L"/d/big.bin", dir.WFile("big.bin")), 9);
 
-    // One report per 8192-byte chunk of the message, none for the completion poll afterwards.
-    const uint64_t total = 287 + 70000;
+    // One report per 8192-byte chunk of the message, in bytes of the file (the 271-byte head
+    // counts for none), none for the completion poll afterwards.
+    const uint64_t total = 287 + 70000, n = 70000;
     ASSERT_EQ(progress.size(), (total + 8191) / 8192);
-    EXPECT_EQ(progress.front(), std::make_pair(uint64_t{8192}, total));
-    EXPECT_EQ(progress.back(), std::make_pair(total, total));
+    EXPECT_EQ(progress.front(), std::make_pair(uint64_t{8192 - 271}, n));
+    EXPECT_EQ(progress.back(), std::make_pair(n, n));
 }
 
 // Both lengths, the data and its digest. The digest is read while the message goes out and
@@ -90,6 +91,7 @@ TEST_F(FileTransfer, PutCarriesBothLengthsTheDataAndTheDigestInTheChunksOfOneWri
         {"digest right behind the boundary", 16384 + 16},
         {"a multiple of 512 inside a chunk (padded)", 16384 + 1024},
         {"many chunks", 287 + 70000},
+        {"several read blocks (padded)", 2 * 262144 + 512},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);

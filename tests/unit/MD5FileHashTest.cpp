@@ -51,6 +51,14 @@ TEST(MD5FileHash, MatchesTheReferenceVectors) {
 }
 
 TEST(MD5FileHash, MissingFileAndSecondUseFail) {
+    // Each system's failures name its own calls.
+#ifdef _WIN32
+    const std::wstring openFailed = L"CreateFile() failed rc = 2",
+                       updateFailed = L"CryptHashData() failed rc = ";
+#else
+    const std::wstring openFailed = L"open() failed rc = 2",
+                       updateFailed = L"EVP_DigestUpdate() failed rc = ";
+#endif
     TempDir dir;
     LogCapture log;
     MD5FileHash hash;
@@ -59,10 +67,10 @@ TEST(MD5FileHash, MissingFileAndSecondUseFail) {
         hash.GetHash(dir.WFile("missing.bin"), digest);
         FAIL() << "expected MD5Exception";
     } catch (const MD5Exception& e) {
-        EXPECT_EQ(e.Message(), L"CreateFile() failed rc = 2"); // file not found on both platforms
+        EXPECT_EQ(e.Message(), openFailed); // file not found on both platforms
         EXPECT_EQ(e.Source(), L"MD5FileHash::GetHash()");
     }
-    EXPECT_TRUE(log.Contains(L"MD5FileHash::GetHash(): MD5Exception: CreateFile() failed rc = 2"));
+    EXPECT_TRUE(log.Contains(L"MD5FileHash::GetHash(): MD5Exception: " + openFailed));
 
     // One object digests one file: a second file fails in the hash step.
     vela::test::WriteHostFile(dir.File("one.bin"), {1, 2, 3});
@@ -73,7 +81,7 @@ TEST(MD5FileHash, MissingFileAndSecondUseFail) {
         once.GetHash(dir.WFile("two.bin"), digest);
         FAIL() << "expected MD5Exception";
     } catch (const MD5Exception& e) {
-        EXPECT_EQ(e.Message().rfind(L"CryptHashData() failed rc = ", 0), 0u)
+        EXPECT_EQ(e.Message().rfind(updateFailed, 0), 0u)
             << std::string(e.Message().begin(), e.Message().end());
     }
 }

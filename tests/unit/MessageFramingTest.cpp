@@ -62,7 +62,7 @@ TEST_F(FramingTest, AHugeAnnouncedCountCostsOnlyTheBytesThatArrive) {
     printer.QueueBytes(std::vector<uint8_t>(3000, 0x11));
     std::vector<uint8_t> buffer;
     EXPECT_THROW(device.ReadData(transport, buffer, 0xFFFFFFFCu), UsbPrintDeviceReadException);
-    EXPECT_EQ(buffer.size(), 3000u);
+    EXPECT_TRUE(buffer.empty()); // a length no held reply has: its bytes are dropped as they come
     EXPECT_LE(buffer.capacity(), 8192u);
 }
 

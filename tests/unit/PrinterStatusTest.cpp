@@ -92,6 +92,9 @@ TEST_F(StatusQueryTest, WrongRepliesAreRejectedAndTheChannelDrained) {
                                 L"PrinterDevice::GetStatusInternal()");
     ExpectReleased();
 
+    // A corrupt header is drained (up to the silence) and the query repeated once; corrupt again, it fails.
+    printer.QueueBytes(Hex("3C 00 00 00 11 60 10 00 80 00 00 00 00 00 00 00 00"));
+    printer.QueueReadFailure();
     printer.QueueBytes(Hex("3C 00 00 00 11 60 10 00 80 00 00 00 00 00 00 00 00"));
     EXPECT_THROW(device.GetStatus(), ReplyException);
     ExpectReleased();
