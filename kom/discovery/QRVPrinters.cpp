@@ -1,5 +1,6 @@
 #include "kom/discovery/QRVPrinters.h"
 
+#include "kom/discovery/PrintQueueMatcher.h"
 #include "kom/discovery/VirtualPrinters.h"
 
 namespace vela::kom {
@@ -35,6 +36,9 @@ std::vector<DiscoveredPrinter> QRVPrinters::ListPrinters() {
         row.hidPath = printer.hidPath;
         row.isVirtual = true;
         row.hasQueue = false;
+        row.hasStatusInterface = !printer.hidPath.empty();
+        // A simulator stands for a printer on USB: the URI that printer would have.
+        row.deviceUri = UsbDeviceUri(row.modelName, row.serialNumber);
         printers.push_back(std::move(row));
     }
     return printers;
