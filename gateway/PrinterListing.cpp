@@ -49,9 +49,14 @@ bool SamePath(const std::wstring& path, const std::wstring& text) {
     if (path == text) {
         return true;
     }
+#ifdef _WIN32
+    // Comparing files opens them, and opening a named pipe would take one of its instances.
+    return false;
+#else
     std::error_code error;
     return std::filesystem::equivalent(std::filesystem::path(path), std::filesystem::path(text), error) &&
            !error;
+#endif
 }
 
 } // namespace

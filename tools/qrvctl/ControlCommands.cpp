@@ -80,7 +80,7 @@ void ControlCommands::Run(Console& console, PrinterSession& session, Order order
         if (order != Order::reboot) {
             // The library pauses a fixed 5 s after every print order so that the printer can
             // carry it out before the next request; say so instead of looking stuck.
-            reporter.Countdown("sent; the printer gets a fixed 5 s", 5);
+            reporter.Countdown("order sent; the printer gets a fixed 5 s", 5);
         }
         switch (order) {
         case Order::feed:
@@ -142,20 +142,20 @@ void ControlCommands::Update(Console& console, PrinterSession& session, const st
         GatewayProgress progress(gateway, reporter, [&](Phase phase) {
             switch (phase) {
             case Phase::waitingForPrinter:
-                reporter.Step("waiting until no update runs");
+                reporter.Step("waiting until the printer reports no update running");
                 break;
             case Phase::copying:
                 reporter.Step("copying " + name);
                 break;
             case Phase::applying:
                 refuseInterrupts();
-                reporter.Countdown("a fixed 4 s pause, then the install order", 4);
+                reporter.Countdown("applying: a fixed 4 s pause, then the install order", 4);
                 break;
             case Phase::waiting:
-                reporter.Countdown("installing: a fixed 20 s pause, then until idle", 20);
+                reporter.Countdown("the printer installs: a fixed 20 s, then until idle", 20);
                 break;
             case Phase::cleaningUp:
-                reporter.Step("deleting the package from the printer");
+                reporter.Step("cleaning up: deleting the package");
                 break;
             case Phase::done:
                 reporter.Finish("done in " + Seconds(Clock::now() - start));

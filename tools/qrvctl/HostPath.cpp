@@ -11,6 +11,9 @@
 #include <system_error>
 
 #ifdef _WIN32
+#include <cstdio>
+#include <fcntl.h>
+#include <io.h>
 #include <process.h>
 #else
 #include <unistd.h>
@@ -178,6 +181,11 @@ void HostPath::RemoveTemporaryFiles(const std::string& folder) {
 }
 
 void HostPath::CopyTo(const std::string& path, std::ostream& out) {
+#ifdef _WIN32
+    // The file's bytes as they are: no line-end translation on the way out.
+    std::fflush(stdout);
+    ::_setmode(::_fileno(stdout), _O_BINARY);
+#endif
     std::ifstream in(Native(path), std::ios::binary);
     if (!in.is_open() || !(out << in.rdbuf()) || !out.flush()) {
         throw CommandError(ExitCode::failure, "cannot copy '" + path + "' to the standard output");

@@ -21,6 +21,10 @@ struct LogSetup::Held {
         ShowHeld();
         console.ErrorLine(line);
     }
+    void Pass(const std::string& line) {
+        std::lock_guard<std::mutex> lock(mutex);
+        console.ErrorLine(line);
+    }
     void Hold(std::string line) {
         std::lock_guard<std::mutex> lock(mutex);
         lines.push_back(std::move(line));
@@ -51,10 +55,12 @@ LogSetup::LogSetup(Console& console, bool verbose) : m_previousLevel(Log::GetLev
             std::string line = std::string("qrv ") +
                                vela::common::StringConverter::ToUtf8(vela::common::LogLevelName(level)) +
                                ": " + vela::common::StringConverter::ToUtf8(text);
-            if (level == LogLevel::info) {
-                held->Show(line);
-            } else {
+            if (level != LogLevel::info) {
                 held->Hold(std::move(line));
+            } else if (text.rfind(L"QRVDeviceGateway::", 0) == 0) {
+                held->Show(line); // a new operation: what is held belongs to one that went on
+            } else {
+                held->Pass(line);
             }
         });
         m_sinkChanged = true;

@@ -10,9 +10,9 @@ namespace vela::qrvctl {
 // The library's log while a command runs. Without -v the log is off unless QRV_LOG_LEVEL asks
 // for it: every failure already reaches the user as the command's error message, and the
 // library's warning line of a failure is that same text. With -v the library logs at info level
-// to the error stream ("qrv info: ..."); its error and warning lines wait for the next info line,
-// and those of the failure that ends the command are left out (the tool's own message says it,
-// once). The previous sink and level come back afterwards.
+// to the error stream ("qrv info: ..."); its error and warning lines wait until the next gateway
+// operation begins, and those of the failure that ends the command are left out (the tool's own
+// message says it, once). The previous sink and level come back afterwards.
 class LogSetup {
 public:
     LogSetup(Console& console, bool verbose);

@@ -8,6 +8,7 @@ namespace vela::qrvctl {
 namespace {
 
 using vela::common::StringConverter;
+using vela::printer::communication::FindPrinters;
 using vela::printer::communication::PrinterInfo;
 
 std::string Names(const std::vector<PrinterInfo>& printers) {
@@ -36,7 +37,7 @@ std::string Candidates(const std::vector<PrinterInfo>& printers) {
 PrinterInfo ChoosePrinter(const std::vector<PrinterInfo>& printers, const std::string& requested) {
     if (!requested.empty()) {
         const auto found =
-            vela::printer::communication::FindPrinters(printers, StringConverter::FromUtf8(requested));
+            FindPrinters(printers, StringConverter::FromUtf8(requested));
         if (found.size() == 1) {
             return found.front();
         }
@@ -60,8 +61,13 @@ PrinterInfo ChoosePrinter(const std::vector<PrinterInfo>& printers, const std::s
                            "`qrvctl --simulate ...` works without a printer.");
     }
     if (printers.size() > 1) {
+        bool sameNames = false;
+        for (const auto& printer : printers) {
+            sameNames = sameNames || FindPrinters(printers, printer.name).size() > 1;
+        }
         throw CommandError(ExitCode::usage,
-                           std::to_string(printers.size()) + " printers are attached:" + Candidates(printers),
+                           std::to_string(printers.size()) + " printers are attached: " + Names(printers) +
+                               (sameNames ? Candidates(printers) : std::string()),
                            "Choose one with --printer NAME (or its serial or printer channel path).");
     }
     return printers.front();
