@@ -40,6 +40,19 @@ std::vector<PrinterInfo> ListPrinters() {
     });
 }
 
+DiscoverySnapshot::DiscoverySnapshot() {
+    Refresh();
+}
+
+DiscoverySnapshot::~DiscoverySnapshot() {
+    vela::kom::QRVPrinters::ForgetListing();
+}
+
+void DiscoverySnapshot::Refresh() {
+    const wchar_t* entry = L"QRVDeviceGateway::ListPrinters()";
+    vela::kom::GatewayErrorHandler::RunShort(entry, [] { vela::kom::QRVPrinters().KeepListing(); });
+}
+
 namespace {
 
 bool SamePath(const std::wstring& path, const std::wstring& text) {

@@ -40,6 +40,22 @@ struct PrinterInfo {
 // system's device enumeration fails. Any thread.
 QRV_API std::vector<PrinterInfo> ListPrinters();
 
+// One discovery for a short program (a command-line tool that lists, picks and opens a printer):
+// while an object lives, ListPrinters and the gateway's own look-ups in this process (Open, its
+// status monitor) answer from the discovery its constructor made instead of asking the system
+// (udev and the print scheduler, or SetupAPI and the spooler) again. Refresh() discovers anew.
+// Printers that come or go meanwhile are not seen, so a long-running host does without it;
+// virtual printers are read from the environment each time. The constructor and Refresh block
+// and throw like ListPrinters. One at a time per process; the destructor never throws.
+class QRV_API DiscoverySnapshot {
+public:
+    DiscoverySnapshot();
+    ~DiscoverySnapshot();
+    DiscoverySnapshot(const DiscoverySnapshot&) = delete;
+    DiscoverySnapshot& operator=(const DiscoverySnapshot&) = delete;
+    void Refresh();
+};
+
 // The printers of `printers` that `text` names, tried in this order, the first kind that names
 // any wins: the exact name; the serial number; a usb:// device URI (compared as the scheduler's
 // backends write them: letter case, percent escapes and extra parameters do not matter); a

@@ -4,6 +4,7 @@
 #include "qrv/ManagedQRVDeviceGateway.h"
 
 #include <atomic>
+#include <condition_variable>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -55,6 +56,7 @@ struct Shared {
     int depth = 0;
     int handled = 0;
     bool stopWatcher = false;
+    std::condition_variable stop; // wakes the watcher at once when the guard ends
     std::thread watcher;
     void (*previousInt)(int) = SIG_DFL;
     void (*previousTerm)(int) = SIG_DFL;
@@ -155,9 +157,7 @@ void Watch() {
                                ExitCode::communication, TimeoutText(state.timeoutSeconds),
                                "The cancelled transfer did not end in time; the printer may need a moment."});
         }
-        lock.unlock();
-        std::this_thread::sleep_for(kWatchStep);
-        lock.lock();
+        state.stop.wait_for(lock, kWatchStep, [&] { return state.stopWatcher; });
     }
 }
 
@@ -211,6 +211,7 @@ InterruptSignal::~InterruptSignal() {
         return;
     }
     state.stopWatcher = true;
+    state.stop.notify_all();
     std::thread watcher = std::move(state.watcher);
     lock.unlock();
     if (watcher.joinable()) {

@@ -53,12 +53,18 @@ PrinterSession::~PrinterSession() {
 
 const std::vector<hc::PrinterInfo>& PrinterSession::Printers() {
     if (!m_printers) {
+        if (!m_discovery) {
+            m_discovery.emplace();
+        }
         m_printers = hc::ListPrinters();
     }
     return *m_printers;
 }
 
 const std::vector<hc::PrinterInfo>& PrinterSession::Rediscover() {
+    if (m_discovery) {
+        m_discovery->Refresh();
+    }
     m_printers.reset();
     return Printers();
 }

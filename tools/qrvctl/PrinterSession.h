@@ -60,6 +60,8 @@ private:
     GlobalOptions m_options;
     Console& m_console;
     std::unique_ptr<vela::sim::Simulator> m_simulator;
+    // One discovery per command, for this tool and for the gateway's own look-ups.
+    std::optional<vela::printer::communication::DiscoverySnapshot> m_discovery;
     std::optional<std::vector<vela::printer::communication::PrinterInfo>> m_printers;
     vela::printer::communication::PrinterInfo m_printer;
     vela::kom::ManagedQRVDeviceGateway m_gateway;
