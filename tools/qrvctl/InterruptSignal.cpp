@@ -3,6 +3,7 @@
 #include "ErrorReport.h"
 #include "qrv/ManagedQRVDeviceGateway.h"
 
+#include <algorithm>
 #include <atomic>
 #include <condition_variable>
 #include <csignal>
@@ -28,15 +29,21 @@ std::atomic<int> g_signals{0};
 std::atomic<Mode> g_mode{Mode::quit};
 std::atomic<vela::kom::ManagedQRVDeviceGateway*> g_gateway{nullptr};
 std::atomic<bool> g_timedOut{false};
+// The mode each signal met when it came: a command may leave its phase before the watcher gets
+// to the signal (a watch that stopped), and the signal still means what it meant then.
+constexpr int kRecordedModes = 8;
+std::atomic<Mode> g_modeAtSignal[kRecordedModes];
 static_assert(std::atomic<int>::is_always_lock_free && std::atomic<Mode>::is_always_lock_free &&
                   std::atomic<vela::kom::ManagedQRVDeviceGateway*>::is_always_lock_free,
               "the signal handler needs lock-free state");
 
 extern "C" void OnSignal(int signal) {
+    const Mode mode = g_mode.load();
+    g_modeAtSignal[std::min(g_signals.load(), kRecordedModes - 1)].store(mode);
     const int count = g_signals.fetch_add(1) + 1;
     // Some C libraries reset the handler after one delivery: keep catching until the guard ends.
     std::signal(signal, OnSignal);
-    if (count == 1 && g_mode.load() == Mode::transfer) {
+    if (count == 1 && mode == Mode::transfer) {
         if (vela::kom::ManagedQRVDeviceGateway* gateway = g_gateway.load()) {
             gateway->CancelTransfer();
         }
@@ -105,7 +112,7 @@ void Say(Shared& state, const std::string& text) {
 }
 
 void HandleSignal(Shared& state, int number) {
-    const Mode mode = g_mode.load();
+    const Mode mode = g_modeAtSignal[std::min(number, kRecordedModes) - 1].load();
     if (number >= 2) {
         QuitNow(state, ErrorReport{ExitCode::interrupted,
                                    "interrupted; the printer may need a moment before it answers again", ""});
