@@ -33,6 +33,9 @@ using vela::common::Win32Error;
 namespace {
 
 const wchar_t* const kSource = L"PrinterAccessSynchronizer()";
+// A failed system call names the call, as the lines of the destructor do.
+const wchar_t* const kOpenSource = L"PrinterAccessSynchronizer(): open()";
+const wchar_t* const kFlockSource = L"PrinterAccessSynchronizer(): flock()";
 constexpr std::chrono::milliseconds kPollInterval(2);
 
 bool IsUsableFolder(const char* path) {
@@ -121,7 +124,7 @@ bool TryLock(int fd, int operation) {
             return false;
         }
         if (errno != EINTR) {
-            LogAndThrow(Win32Error(LastSystemError(), kSource));
+            LogAndThrow(Win32Error(LastSystemError(), kFlockSource));
         }
     }
 }
@@ -223,11 +226,11 @@ UniqueHandle Acquire(const std::string& lockPath, const std::string& roomPath, W
                      const std::function<void(const LockWaitInfo&)>& notify) {
     UniqueHandle lock(OpenLockFile(lockPath));
     if (!lock.IsValid()) {
-        LogAndThrow(Win32Error(LastSystemError(), kSource));
+        LogAndThrow(Win32Error(LastSystemError(), kOpenSource));
     }
     UniqueHandle room(OpenLockFile(roomPath));
     if (!room.IsValid()) {
-        LogAndThrow(Win32Error(LastSystemError(), kSource));
+        LogAndThrow(Win32Error(LastSystemError(), kOpenSource));
     }
     bool queued = false;
     for (;;) {
