@@ -122,8 +122,12 @@ TEST_F(CliKeyboard, LinesFitANarrowTerminalAndAFailureIsSaidOnce) {
                          narrow),
         0);
     EXPECT_EQ(CommandLine::Run({"--printer", kPrinter, "feed"}, narrow), 0);
+    SharedTextBuffer help;
+    std::ostream helpStream(&help);
+    vela::qrvctl::Console narrowHelp(helpStream, errStream, true, 40);
+    EXPECT_EQ(CommandLine::Run({"update", "--help"}, narrowHelp), 0);
     std::string line;
-    for (char c : err.Text() + "\n") {
+    for (char c : err.Text() + "\n" + help.Text() + "\n") {
         if (c == '\r' || c == '\n') {
             EXPECT_LE(vela::qrvctl::TextTable::Width(line), 39u) << line;
             line.clear();

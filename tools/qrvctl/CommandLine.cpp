@@ -7,6 +7,7 @@
 #include "ErrorReport.h"
 #include "FileCommands.h"
 #include "GlobalOptions.h"
+#include "HelpText.h"
 #include "InfoCommand.h"
 #include "InterruptSignal.h"
 #include "ListCommand.h"
@@ -27,18 +28,18 @@ namespace {
 using Action = std::function<ExitCode(PrinterSession&)>;
 
 const char* const kDescription =
-    "qrvctl - look at and manage QRV label printers (VELA QRV 210, VELA QRV 410) over USB.";
+    "qrvctl - look at and manage VELA QRV 210 and QRV 410 label printers over USB.";
 
 const char* const kFooter =
-    "Printers are chosen with --printer (the name `qrvctl list` shows, a serial, a usb:// device\n"
-    "URI or a device path; default: $QRV_PRINTER); with one printer attached it is used without\n"
-    "asking. --simulate runs against a simulated printer inside this process, no hardware needed.\n"
-    "Every command takes --json (one JSON document on standard output, errors included) and\n"
-    "--timeout SECONDS. Ctrl+C cancels a transfer cleanly; a second Ctrl+C quits at once.\n"
+    "Printers are chosen with --printer (the name `qrvctl list` shows, a serial, a usb:// device "
+    "URI or a device path; default: $QRV_PRINTER); with one printer attached it is used without "
+    "asking. --simulate runs against a simulated printer inside this process, no hardware needed. "
+    "Every command takes --json (one JSON document on standard output, errors included) and "
+    "--timeout SECONDS. Ctrl+C cancels a transfer cleanly; a second Ctrl+C quits at once. "
     "`qrvctl COMMAND --help` tells more.\n"
     "\n"
-    "Exit codes: 0 ok, 1 other failure, 2 usage, 3 printer not found, 4 access denied,\n"
-    "5 file or folder not found, 6 printer disk full, 7 communication, 8 invalid printer path\n"
+    "Exit codes: 0 ok, 1 other failure, 2 usage, 3 printer not found, 4 access denied, "
+    "5 file or folder not found, 6 printer disk full, 7 communication, 8 invalid printer path "
     "or name, 130 interrupted.";
 
 // The edit distance of two command names (insertions, deletions, substitutions).
@@ -126,7 +127,8 @@ int CommandLine::Run(const std::vector<std::string>& arguments, Console& console
     app.require_subcommand(1);
     app.allow_windows_style_options(false);
     app.set_version_flag("--version", "qrvctl 0.1.0");
-    app.add_option("--printer", options.printer, "The printer to use, by its name (see `qrvctl list`)")
+    app.add_option("--printer", options.printer,
+                   "The printer to use: its name (see `qrvctl list`), serial, usb:// URI or device path")
         ->type_name("NAME")
         ->envname("QRV_PRINTER");
     app.add_flag("--simulate", options.simulate,
@@ -175,7 +177,7 @@ int CommandLine::Run(const std::vector<std::string>& arguments, Console& console
                     "Where to write it (a folder keeps the printer's file name; '-': standard output)")
         ->required();
     get->add_flag("--no-clobber", noClobber, "Refuse to replace an existing host file");
-    get->footer("The host file is written completely or not at all; Ctrl+C cancels the copy and leaves\n"
+    get->footer("The host file is written completely or not at all; Ctrl+C cancels the copy and leaves "
                 "no host file. Progress goes to standard error.");
 
     auto* put = AddCommand(
@@ -189,8 +191,8 @@ int CommandLine::Run(const std::vector<std::string>& arguments, Console& console
         ->required();
     put->add_flag("--force", force, "Replace an existing printer file (it is deleted first)");
     put->footer(
-        "Only the library folders can be written (`qrvctl info` names them); an existing printer file\n"
-        "is replaced only with --force. Ctrl+C cancels the copy; nothing is stored then. Progress goes\n"
+        "Only the library folders can be written (`qrvctl info` names them); an existing printer file "
+        "is replaced only with --force. Ctrl+C cancels the copy; nothing is stored then. Progress goes "
         "to standard error.");
 
     std::string from;
@@ -238,19 +240,19 @@ int CommandLine::Run(const std::vector<std::string>& arguments, Console& console
         app, chosen, "update", "Install a firmware update package (takes at least 24 s)",
         [&](PrinterSession& s) { return Done([&] { ControlCommands::Update(console, s, package); }); });
     update->add_option("PACKAGE", package, "The update package file on this computer")->required();
-    update->footer("Steps: wait until the printer runs no update, copy the package into its update folder\n"
-                   "(a package of the same name left by an earlier update is removed first), a fixed 4 s\n"
-                   "pause, the order to install, a fixed 20 s pause, wait until the printer is idle, delete\n"
-                   "the package. Do not unplug the printer meanwhile: Ctrl+C cancels the copy, but once the\n"
+    update->footer("Steps: wait until the printer runs no update, copy the package into its update folder "
+                   "(a package of the same name left by an earlier update is removed first), a fixed 4 s "
+                   "pause, the order to install, a fixed 20 s pause, wait until the printer is idle, delete "
+                   "the package. Do not unplug the printer meanwhile: Ctrl+C cancels the copy, but once the "
                    "printer installs a first Ctrl+C is refused. Progress goes to standard error.");
 
     auto* doctor =
         AddCommand(app, chosen, "doctor", "Find out why a printer cannot be used, and how to fix it",
                    [&](PrinterSession& s) { return DoctorCommand::Run(console, s); });
     doctor->footer(
-        "Linux: is the printer on USB, is the usblp driver bound, can this user open its printer and\n"
-        "HID nodes (else: the udev rule in udev/60-qrv-printers.rules), is there a CUPS queue, can\n"
-        "the access lock be taken. Windows: what discovery sees. Exit code: that of the first\n"
+        "Linux: is the printer on USB, is the usblp driver bound, can this user open its printer and "
+        "HID nodes (else: the udev rule in udev/60-qrv-printers.rules), is there a CUPS queue, can "
+        "the access lock be taken. Windows: what discovery sees. Exit code: that of the first "
         "failed check, 0 when nothing stands in the way.");
 
     AddCommand(app, chosen, "demo", "Run the guided demo against a simulated printer", [&](PrinterSession&) {
@@ -260,7 +262,7 @@ int CommandLine::Run(const std::vector<std::string>& arguments, Console& console
     })->group("");
 
     if (arguments.empty()) {
-        console.Out() << app.help();
+        console.Out() << HelpText::Fit(app.help(), console.Columns());
         return ToInt(ExitCode::usage);
     }
     const bool previousJson = console.Json();
@@ -276,8 +278,10 @@ int CommandLine::Run(const std::vector<std::string>& arguments, Console& console
     try {
         app.parse(reversed);
     } catch (const CLI::ParseError& e) {
+        std::ostringstream out;
         std::ostringstream err;
-        const int code = app.exit(e, console.Out(), err);
+        const int code = app.exit(e, out, err);
+        console.Out() << HelpText::Fit(out.str(), console.Columns());
         if (code == 0) {
             console.SetJson(previousJson);
             return 0; // --help, --version
