@@ -36,8 +36,7 @@ std::string Candidates(const std::vector<PrinterInfo>& printers) {
 
 PrinterInfo ChoosePrinter(const std::vector<PrinterInfo>& printers, const std::string& requested) {
     if (!requested.empty()) {
-        const auto found =
-            FindPrinters(printers, StringConverter::FromUtf8(requested));
+        const auto found = FindPrinters(printers, StringConverter::FromUtf8(requested));
         if (found.size() == 1) {
             return found.front();
         }
