@@ -6,6 +6,7 @@
 #include "common/StringConverter.h"
 #include "sim/VirtualPrinterEntry.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <exception>
 
@@ -120,7 +121,11 @@ std::wstring PrinterSession::NameToOpen() {
     // chosen one a name of its own, as a virtual printer with its paths. On Linux both names
     // share the device's own access lock, so other programs that use it by its name still wait.
     vela::sim::VirtualPrinterEntry alias;
-    alias.name = PrinterName() + " @ " + StringConverter::ToUtf8(m_printer.channelPath);
+    // Windows names the access lock's event after the printer, and an event name may not hold
+    // a backslash.
+    std::string where = StringConverter::ToUtf8(m_printer.channelPath);
+    std::replace(where.begin(), where.end(), '\\', '/');
+    alias.name = PrinterName() + " @ " + where;
     alias.channelPath = StringConverter::ToUtf8(m_printer.channelPath);
     alias.hidPath = StringConverter::ToUtf8(m_printer.statusPath);
     alias.model = m_printer.productId == 0x0024 ? "210" : "410";
