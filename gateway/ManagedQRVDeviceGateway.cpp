@@ -6,6 +6,7 @@
 #include "gateway/StatusConversion.h"
 #include "kom/QRVException.h"
 #include "kom/connection/NativeQRVDevice.h"
+#include "kom/connection/PrinterAccessSynchronizer.h"
 
 #include <atomic>
 #include <exception>
@@ -49,6 +50,7 @@ NativeUpdatePhase(const ManagedQRVDeviceGateway::UpdatePhaseCallback& phase) {
 
 struct ManagedQRVDeviceGateway::Impl {
     NativeQRVDevice& Facade(const wchar_t* entry) const {
+        ListenForLockWaits();
         if (!m_pNativeQRVDevice) {
             // Thrown inside the operation's handler, which logs it once as "Printer Not Found".
             throw vela::common::InvalidOperationException(L"Printer not found", entry);
@@ -85,6 +87,11 @@ struct ManagedQRVDeviceGateway::Impl {
     ProgressCallback m_progress;
     UpdatePhaseCallback m_updatePhase;
     std::atomic<bool> m_cancelRequested{false};
+
+    // Lock waits of this thread go to this gateway's callback from here on (every operation
+    // starts here); the weak reference ends with the gateway.
+    void ListenForLockWaits() const { PrinterAccessSynchronizer::SetWaitNotice(m_lockWait); }
+    std::shared_ptr<const LockWaitNotice> m_lockWait;
 };
 
 ManagedQRVDeviceGateway::ManagedQRVDeviceGateway() : m_impl(std::make_unique<Impl>()) {}
@@ -123,6 +130,7 @@ void ManagedQRVDeviceGateway::Open(const std::wstring& printerName) {
     Release();
     try {
         Impl& impl = *m_impl;
+        impl.ListenForLockWaits();
         impl.m_pNativeQRVDevice = std::make_unique<NativeQRVDevice>(kStopWaitExtraMs);
         impl.m_pNativeQRVDevice->SetCancelFlag(&impl.m_cancelRequested);
         if (impl.m_progress) {
@@ -182,6 +190,16 @@ void ManagedQRVDeviceGateway::SetProgressCallback(ProgressCallback callback) {
 
 void ManagedQRVDeviceGateway::CancelTransfer() noexcept {
     m_impl->m_cancelRequested.store(true);
+}
+
+void ManagedQRVDeviceGateway::SetLockWaitCallback(LockWaitCallback callback) {
+    if (!callback) {
+        m_impl->m_lockWait.reset();
+        return;
+    }
+    m_impl->m_lockWait = std::make_shared<const LockWaitNotice>([callback](const LockWaitInfo& info) {
+        callback(LockWait{info.lockName, info.holderProcessId, info.holderProgram, info.waitedMs});
+    });
 }
 
 void ManagedQRVDeviceGateway::SetUpdatePhaseCallback(UpdatePhaseCallback callback) {
@@ -354,6 +372,17 @@ std::vector<host::PrinterStatusItem> ManagedQRVDeviceGateway::GetFilteredPrinter
     Log::LogInfo(entry);
     return Handler::RunShort(
         entry, [&] { return StatusConversion::ErrorItems(m_impl->Facade(entry).GetPrinterStatus()); });
+}
+
+std::vector<host::PrinterStatusItem>
+ManagedQRVDeviceGateway::ErrorItemsOf(const std::vector<host::PrinterStatusItem>& all) {
+    std::vector<host::PrinterStatusItem> errors;
+    for (const host::PrinterStatusItem& item : all) {
+        if (StatusConversion::IsError(item)) {
+            errors.push_back(item);
+        }
+    }
+    return errors;
 }
 
 uint32_t ManagedQRVDeviceGateway::GetBatteryChargedPercentage() {

@@ -66,6 +66,15 @@ public:
     // The steps of ApplyUpdate, each told as it begins.
     enum class UpdatePhase { waitingForPrinter, copying, applying, waiting, cleaningUp, done };
     using UpdatePhaseCallback = std::function<void(UpdatePhase phase)>;
+    // An operation that has waited a while for the printer's access lock: another program (or
+    // another gateway of this process) is using the printer.
+    struct LockWait {
+        std::wstring lockName;        // the lock's full name (event name, or lock file on Linux)
+        uint32_t holderProcessId = 0; // who holds it; 0 when that cannot be told (always on Windows)
+        std::wstring holderProgram;   // its program name ("qrvctl"); empty when it cannot be told
+        uint32_t waitedMs = 0;        // how long the operation has waited so far (about 1000)
+    };
+    using LockWaitCallback = std::function<void(const LockWait& wait)>;
 
     // The wait for the monitor thread on Close, on top of the facade's own 5000 ms.
     static constexpr uint32_t kStopWaitExtraMs = 4000;
@@ -123,6 +132,9 @@ public:
     std::vector<PrinterStatusItem> GetPrinterStatus() override;
     // Only the items a user has to act on (see StatusConversion::ErrorItems for the list).
     std::vector<PrinterStatusItem> GetFilteredPrinterErrorStatus() override;
+    // The items of `all` (a GetPrinterStatus result) that GetFilteredPrinterErrorStatus would
+    // give, without asking the printer again. Pure; never throws; any thread.
+    static std::vector<PrinterStatusItem> ErrorItemsOf(const std::vector<PrinterStatusItem>& all);
     // 0, 20, 40, 60, 80 or 100 for the battery's levels; 0 when the battery reports an error or
     // its state is unknown.
     uint32_t GetBatteryChargedPercentage() override;
@@ -167,6 +179,12 @@ public:
     // transfer in progress it has no effect.
     void CancelTransfer() noexcept;
     void SetUpdatePhaseCallback(UpdatePhaseCallback callback);
+    // Told once per lock wait when an operation of this gateway (Open included) has waited about
+    // 1 s for the printer's access lock; the operation then goes on waiting, up to its 10 s in
+    // all. Called on the thread that runs the operation, inside it: it must not call this
+    // gateway. What it throws is logged and ignored. Linux names the holder from /proc/locks
+    // when it can. Kept across Open/Close. Set it while no operation runs.
+    void SetLockWaitCallback(LockWaitCallback callback);
 
 private:
     struct Impl; // the native facade, its listener and the callbacks

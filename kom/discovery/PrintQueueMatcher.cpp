@@ -1,5 +1,7 @@
 #include "kom/discovery/PrintQueueMatcher.h"
 
+#include "common/StringConverter.h"
+
 #include <algorithm>
 #include <cctype>
 
@@ -147,6 +149,18 @@ bool PrintQueueMatcher::Matches(const std::string& deviceUri) const {
     return Contains(m_identity.serialNumbers, uri.serialNumber);
 }
 
+bool PrintQueueMatcher::SameDevice(const std::string& deviceUri, const std::string& otherUri) {
+    UsbUri uri;
+    if (!ParseUsbUri(deviceUri, uri)) {
+        return false;
+    }
+    UsbPrinterIdentity identity{{uri.make}, {uri.model}, {}};
+    if (uri.hasSerial) {
+        identity.serialNumbers.push_back(uri.serialNumber);
+    }
+    return PrintQueueMatcher(identity).Matches(otherUri);
+}
+
 std::vector<std::string> PrintQueueMatcher::MatchingQueues(const std::vector<PrintQueue>& queues) const {
     std::vector<std::string> names;
     for (const PrintQueue& queue : queues) {
@@ -163,6 +177,34 @@ std::wstring FallbackPrinterName(const std::wstring& modelName, const std::wstri
         return modelName + L" (" + serialNumber + L")";
     }
     return modelName + L" (USB " + usbPort + L")";
+}
+
+std::string UsbDeviceUri(const std::string& make, const std::string& model, const std::string& serialNumber) {
+    auto escape = [](const std::string& text) {
+        static const char kHex[] = "0123456789ABCDEF";
+        std::string out;
+        for (unsigned char c : text) {
+            if (std::isalnum(c) != 0 || c == '-' || c == '_' || c == '.') {
+                out += static_cast<char>(c);
+            } else {
+                out += '%';
+                out += kHex[c >> 4];
+                out += kHex[c & 0x0F];
+            }
+        }
+        return out;
+    };
+    return "usb://" + escape(make) + "/" + escape(model) +
+           (serialNumber.empty() ? std::string() : "?serial=" + escape(serialNumber));
+}
+
+std::wstring UsbDeviceUri(const std::wstring& modelName, const std::wstring& serialNumber) {
+    const std::string model = common::StringConverter::ToUtf8(modelName);
+    const size_t space = model.find(' ');
+    const std::string make = model.substr(0, space);
+    return common::StringConverter::FromUtf8(
+        UsbDeviceUri(make, space == std::string::npos ? model : model.substr(space + 1),
+                     common::StringConverter::ToUtf8(serialNumber)));
 }
 
 } // namespace vela::kom

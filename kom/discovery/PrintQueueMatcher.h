@@ -36,12 +36,23 @@ public:
     explicit PrintQueueMatcher(UsbPrinterIdentity identity);
 
     bool Matches(const std::string& deviceUri) const;
+    // Whether two device URIs name the same printer, by the rules above (a user's URI against
+    // the one a listing shows). False when either is no usb:// URI.
+    static bool SameDevice(const std::string& deviceUri, const std::string& otherUri);
     // The names of the local queues that match, in the order given.
     std::vector<std::string> MatchingQueues(const std::vector<PrintQueue>& queues) const;
 
 private:
     UsbPrinterIdentity m_identity;
 };
+
+// The device URI the scheduler's USB backend writes for a printer: "usb://MAKE/MODEL?serial=SERIAL"
+// with every character but letters, digits, '-', '_' and '.' percent-escaped ("QRV%20410"); no
+// "?serial=" part when `serialNumber` is empty. Pure; never throws.
+std::string UsbDeviceUri(const std::string& make, const std::string& model, const std::string& serialNumber);
+// The same for a printer known only by its model table name: "VELA QRV 410" gives make "VELA"
+// and model "QRV 410" (what the printers report in their device id).
+std::wstring UsbDeviceUri(const std::wstring& modelName, const std::wstring& serialNumber);
 
 // The name under which a printer without a print queue is listed: "<model> (<serial>)", or,
 // for a printer that reports no serial, "<model> (USB <port>)" with its USB port path

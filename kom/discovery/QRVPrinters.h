@@ -47,6 +47,14 @@ public:
     // leaves out. Blocks and throws like GetConnectedPrinters().
     std::vector<DiscoveredPrinter> ListPrinters();
 
+    // One discovery for a short program: until ForgetListing(), every enumeration of attached
+    // printers in this process (these three, on any thread) answers from the listing this call
+    // makes instead of asking udev and the print scheduler (or SetupAPI and the spooler) again.
+    // Virtual printers are still read from the environment each time. Printers that come or go
+    // meanwhile are not seen. Blocks and throws like ListPrinters().
+    void KeepListing();
+    static void ForgetListing();
+
 private:
     // The real printers; bodies per operating system.
     std::vector<ConnectedPrinter> FindAttachedPrinters();

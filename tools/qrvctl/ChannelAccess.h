@@ -16,4 +16,9 @@ struct AccessProblem {
 
 std::optional<AccessProblem> CheckChannelAccess(const std::wstring& devicePath);
 
+// Whether the printer's channel is there now, without opening it (an unplugged printer's node
+// goes away). Linux: the node (through its links) exists. Windows: always true, since looking at
+// a named pipe would take one of its instances.
+bool ChannelPresent(const std::wstring& devicePath);
+
 } // namespace vela::qrvctl

@@ -1,12 +1,15 @@
 #include "ControlCommands.h"
 
 #include "CommandError.h"
+#include "FileCommands.h"
 #include "GatewayProgress.h"
 #include "HostPath.h"
+#include "InterruptSignal.h"
 #include "common/StringConverter.h"
 
 #include <chrono>
 #include <cstdio>
+#include <optional>
 
 namespace vela::qrvctl {
 
@@ -77,7 +80,7 @@ void ControlCommands::Run(Console& console, PrinterSession& session, Order order
         if (order != Order::reboot) {
             // The library pauses a fixed 5 s after every print order so that the printer can
             // carry it out before the next request; say so instead of looking stuck.
-            reporter.Countdown("order sent; the printer gets a fixed 5 s to carry it out", 5);
+            reporter.Countdown("order sent; the printer gets a fixed 5 s", 5);
         }
         switch (order) {
         case Order::feed:
@@ -105,19 +108,36 @@ void ControlCommands::Run(Console& console, PrinterSession& session, Order order
 }
 
 void ControlCommands::Update(Console& console, PrinterSession& session, const std::string& package) {
-    if (!HostPath::IsFile(package)) {
-        throw CommandError(ExitCode::notFound, "no update package at '" + package + "'",
-                           "Give the path of the package file on this computer.");
+    if (HostPath::CheckSource(package) == 0) {
+        throw CommandError(ExitCode::usage, "'" + package + "' is empty: not an update package",
+                           "Give the path of the update package file on this computer.");
     }
     // The library takes the package's file name from after the last separator of the system, so
     // it gets the absolute path in the system's own form.
     const std::string absolute = HostPath::Absolute(package);
     const std::string name = HostPath::FileName(absolute);
     auto& gateway = session.Open();
+    console.ErrorLine("update: do not unplug the printer or interrupt the update (it takes at least 24 s)");
     const std::string before = Firmware(gateway);
+    // An update cut short may have left its package behind; the printer refuses a second copy.
+    std::string folder = StringConverter::ToUtf8(gateway.GetUpdateLibraryPath());
+    if (!folder.empty() && folder.back() != '/') {
+        folder += '/';
+    }
+    if (FileCommands::RemoveIfPresent(gateway, folder + name)) {
+        console.ErrorLine("update: removed " + folder + name + ", left on the printer by an earlier update");
+    }
     const auto start = Clock::now();
     int32_t result = 0;
     {
+        // Copying can be cancelled cleanly; once the printer installs, a first Ctrl+C is refused.
+        std::optional<InterruptSignal::Phase> interrupts;
+        interrupts.emplace(InterruptSignal::Mode::transfer, &gateway);
+        auto refuseInterrupts = [&] {
+            interrupts.reset();
+            interrupts.emplace(InterruptSignal::Mode::refuse, nullptr,
+                               "the printer is installing the update; stopping now could leave it unusable");
+        };
         ProgressReporter reporter(console, "update");
         GatewayProgress progress(gateway, reporter, [&](Phase phase) {
             switch (phase) {
@@ -125,17 +145,17 @@ void ControlCommands::Update(Console& console, PrinterSession& session, const st
                 reporter.Step("waiting until the printer reports no update running");
                 break;
             case Phase::copying:
-                reporter.Step("copying " + name + " into the printer's update folder");
+                reporter.Step("copying " + name);
                 break;
             case Phase::applying:
-                reporter.Countdown("applying: a fixed 4 s pause, then the order to install the package", 4);
+                refuseInterrupts();
+                reporter.Countdown("applying: a fixed 4 s pause, then the install order", 4);
                 break;
             case Phase::waiting:
-                reporter.Countdown(
-                    "the printer installs the package: a fixed 20 s pause, then until it is idle", 20);
+                reporter.Countdown("the printer installs: a fixed 20 s, then until idle", 20);
                 break;
             case Phase::cleaningUp:
-                reporter.Step("cleaning up: deleting the package from the printer");
+                reporter.Step("cleaning up: deleting the package");
                 break;
             case Phase::done:
                 reporter.Finish("done in " + Seconds(Clock::now() - start));

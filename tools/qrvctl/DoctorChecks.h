@@ -1,7 +1,7 @@
 #pragma once
 
 #include "ExitCode.h"
-#include "kom/discovery/DiscoveredPrinter.h"
+#include "qrv/PrinterListing.h"
 
 #include <string>
 #include <vector>
@@ -19,17 +19,19 @@ struct DoctorFinding {
     ExitCode code = ExitCode::ok; // the exit code a failure stands for
 };
 
-// The checks themselves, one body per operating system.
-// Linux: every USB device 0922:0024/0025 in sysfs, the driver of its printer interface (usblp)
-// and its usblp and hidraw nodes, this user's read/write access to them, the print queue
-// discovery found for it, the lock folder, and the channels of virtual printers.
+// The checks themselves, one body per operating system, made on what discovery lists (so that
+// `doctor` and the library never disagree about a printer).
+// Linux: each supported USB device, its printer interface and the driver bound to it (usblp),
+// its printer and HID nodes and this user's read/write access to them, its print queue (or why
+// none could be looked up), the lock folder, and the channels of virtual printers.
 // Windows: what discovery lists (driver, queue and interfaces are Windows' own business).
-// `root` prefixes /sys, /dev and /run (tests point it at a made-up tree); empty for the system.
+// `lockFolder` is where the access lock lives ("/run/lock"; tests point it elsewhere).
 // Never throws for what it finds; reads only.
 class DoctorChecks {
 public:
-    static std::vector<DoctorFinding> Run(const std::vector<vela::kom::DiscoveredPrinter>& printers,
-                                          const std::string& root);
+    static std::vector<DoctorFinding>
+    Run(const std::vector<vela::printer::communication::PrinterInfo>& printers,
+        const std::string& lockFolder = "/run/lock");
 };
 
 } // namespace vela::qrvctl

@@ -47,8 +47,8 @@ std::string Indented(const std::string& text, const std::string& indent) {
 
 } // namespace
 
-ExitCode DoctorCommand::Run(Console& console, PrinterSession& session, const std::string& root) {
-    const auto findings = DoctorChecks::Run(session.Printers(), root);
+ExitCode DoctorCommand::Run(Console& console, PrinterSession& session) {
+    const auto findings = DoctorChecks::Run(session.Printers());
     ExitCode result = ExitCode::ok;
     nlohmann::json checks = nlohmann::json::array();
     for (const auto& finding : findings) {

@@ -12,7 +12,7 @@ namespace vela::qrvctl {
 // exit code of the first failed check, or ok.
 class DoctorCommand {
 public:
-    static ExitCode Run(Console& console, PrinterSession& session, const std::string& root);
+    static ExitCode Run(Console& console, PrinterSession& session);
 };
 
 } // namespace vela::qrvctl

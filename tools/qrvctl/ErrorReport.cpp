@@ -1,6 +1,7 @@
 #include "ErrorReport.h"
 
 #include "CommandError.h"
+#include "InterruptSignal.h"
 #include "common/Exception.h"
 #include "common/StringConverter.h"
 #include "qrv/HostException.h"
@@ -14,6 +15,19 @@ namespace hc = vela::printer::communication;
 namespace {
 
 constexpr const char* kNoSuchName = "'Wrong file name'";
+constexpr const char* kDuplicate = "'Duplicate file'";
+// The channel's read and write limits end their messages so ("Unable to read data from UsbPrint
+// device, timeout"): the printer was asked and did not answer.
+constexpr const char* kNoAnswer = "UsbPrint device, timeout";
+constexpr const char* kBusy = "Unable to acquire";
+
+bool Has(const char* text, const char* part) {
+    return std::string(text).find(part) != std::string::npos;
+}
+
+const char* const kNoAnswerHint =
+    "The printer did not answer in time: is it switched on, awake and connected? "
+    "Try again, or run `qrvctl doctor`.";
 
 ErrorReport Make(ExitCode code, const std::string& message, const std::string& hint) {
     return ErrorReport{code, message, hint};
@@ -26,6 +40,14 @@ ErrorReport ErrorReport::FromCurrentException() {
         throw;
     } catch (const CommandError& e) {
         return Make(e.Code(), e.what(), e.Hint());
+    } catch (const hc::OperationCancelledException& e) {
+        if (InterruptSignal::TimedOut()) {
+            return Make(ExitCode::communication, InterruptSignal::TimeoutMessage(),
+                        "The transfer was cancelled cleanly; allow more time with --timeout.");
+        }
+        return Make(ExitCode::interrupted,
+                    "interrupted: the transfer was cancelled (" + std::string(e.what()) + ")",
+                    "Nothing was left half-written; the printer is ready for the next command.");
     } catch (const hc::PrinterNotFoundException& e) {
         return Make(ExitCode::printerNotFound, e.what(),
                     "`qrvctl list` shows the printers; `qrvctl doctor` tells why one is missing.");
@@ -42,6 +64,12 @@ ErrorReport ErrorReport::FromCurrentException() {
         return Make(ExitCode::diskFull, e.what(),
                     "`qrvctl df` shows the free space; `qrvctl rm PATH` makes room.");
     } catch (const hc::InvalidFileNameException& e) {
+        if (Has(e.what(), kDuplicate)) {
+            return Make(
+                ExitCode::invalidName, e.what(),
+                "The printer already has a file of that name: `--force` replaces it, or choose another "
+                "name.");
+        }
         return Make(
             ExitCode::invalidName, e.what(),
             "Printer paths are absolute ('/mnt/data/images/logo.png') and may not hold \\ : * ? \" < > |; "
@@ -52,13 +80,24 @@ ErrorReport ErrorReport::FromCurrentException() {
     } catch (const hc::PrinterCommunicationException& e) {
         // The printer answers "no such file or folder" with the reason 'Wrong file name'; listings
         // get it reported as a communication error, yet the printer did answer.
-        if (std::string(e.what()).find(kNoSuchName) != std::string::npos) {
+        if (Has(e.what(), kNoSuchName)) {
             return Make(ExitCode::notFound, e.what(), "`qrvctl ls FOLDER` lists what the printer has.");
+        }
+        if (Has(e.what(), kNoAnswer)) {
+            return Make(ExitCode::communication, e.what(), kNoAnswerHint);
+        }
+        if (Has(e.what(), kBusy)) {
+            return Make(ExitCode::communication, e.what(),
+                        "Another program kept the printer busy for 10 s; try again when it is done.");
         }
         return Make(ExitCode::communication, e.what(),
                     "Is the printer switched on and idle? Another program may be using it; try again, "
                     "or run `qrvctl doctor`.");
     } catch (const hc::PrinterException& e) {
+        // A printer that does not answer is a communication problem, whatever the kind says.
+        if (Has(e.what(), kNoAnswer)) {
+            return Make(ExitCode::communication, e.what(), kNoAnswerHint);
+        }
         return Make(ExitCode::failure, e.what(),
                     "Is the printer still connected? `qrvctl doctor` checks the connection.");
     } catch (const hc::HostException& e) {

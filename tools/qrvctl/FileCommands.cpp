@@ -1,8 +1,10 @@
 #include "FileCommands.h"
 
 #include "ByteText.h"
+#include "CommandError.h"
 #include "GatewayProgress.h"
 #include "HostPath.h"
+#include "InterruptSignal.h"
 #include "TextTable.h"
 #include "common/StringConverter.h"
 
@@ -24,13 +26,37 @@ std::string Duration(Clock::duration elapsed) {
     return text;
 }
 
-// One get, with its progress; returns the size of the host file written.
+// Files larger than this are first looked for on the printer: a duplicate name would be refused
+// only after the whole file was sent. (A listing costs the printer's fixed 1 s.)
+constexpr uint64_t kLookFirstBytes = 4u << 20;
+
+std::string FolderOf(const std::string& printerPath) {
+    const auto slash = printerPath.find_last_of('/');
+    return slash == std::string::npos || slash == 0 ? std::string("/") : printerPath.substr(0, slash);
+}
+
+// One get, with its progress; returns the size of the host file written. Ctrl+C cancels it; a
+// second Ctrl+C quits at once and takes the library's temporary file along.
 uint64_t Fetch(Console& console, vela::kom::ManagedQRVDeviceGateway& gateway, const std::string& printerPath,
                const std::string& hostFile) {
+    const std::string folder = HostPath::Absolute(hostFile);
+    InterruptSignal::Cleanup cleanup(
+        [folder] { HostPath::RemoveTemporaryFiles(folder.substr(0, folder.find_last_of("/\\"))); });
     ProgressReporter reporter(console, "get " + HostPath::PrinterFileName(printerPath));
     GatewayProgress progress(gateway, reporter);
+    InterruptSignal::Phase phase(InterruptSignal::Mode::transfer, &gateway);
     gateway.GetFile(StringConverter::FromUtf8(printerPath), HostPath::Wide(hostFile));
     return HostPath::Size(hostFile).value_or(0);
+}
+
+bool ExistsOnPrinter(vela::kom::ManagedQRVDeviceGateway& gateway, const std::string& printerPath) {
+    const std::wstring name = StringConverter::FromUtf8(HostPath::PrinterFileName(printerPath));
+    for (const auto& entry : gateway.GetFiles(StringConverter::FromUtf8(FolderOf(printerPath)))) {
+        if (entry.Name() == name) {
+            return true;
+        }
+    }
+    return false;
 }
 
 } // namespace
@@ -57,11 +83,44 @@ void FileCommands::List(Console& console, PrinterSession& session, const std::st
 }
 
 void FileCommands::Get(Console& console, PrinterSession& session, const std::string& printerPath,
-                       const std::string& hostFile) {
+                       const std::string& hostFile, bool noClobber) {
+    const bool toOutput = hostFile == "-";
+    if (toOutput && console.Json()) {
+        throw CommandError(ExitCode::usage,
+                           "`get PRINTER_PATH -` writes the file to standard output: no --json there");
+    }
+    const std::string name = HostPath::PrinterFileName(printerPath);
+    std::string temporaryFolder;
+    const std::string target = toOutput ? std::string() : HostPath::IntoFolder(hostFile, name);
+    if (!toOutput) {
+        HostPath::CheckTarget(target, noClobber);
+    }
     auto& gateway = session.Open();
-    const std::string target = HostPath::IntoFolder(hostFile, HostPath::PrinterFileName(printerPath));
+    if (toOutput) {
+        temporaryFolder = HostPath::TemporaryFolder();
+    }
+    struct RemoveFolder {
+        std::string path;
+        ~RemoveFolder() {
+            if (!path.empty()) {
+                HostPath::RemoveAll(path);
+            }
+        }
+    } removeFolder{temporaryFolder};
+    InterruptSignal::Cleanup cleanup([temporaryFolder] {
+        if (!temporaryFolder.empty()) {
+            HostPath::RemoveAll(temporaryFolder);
+        }
+    });
+    const std::string written = toOutput ? temporaryFolder + "/" + (name.empty() ? "file" : name) : target;
     const auto start = Clock::now();
-    const uint64_t bytes = Fetch(console, gateway, printerPath, target);
+    const uint64_t bytes = Fetch(console, gateway, printerPath, written);
+    if (toOutput) {
+        HostPath::CopyTo(written, console.Out());
+        console.ErrorLine("Copied " + printerPath + " to standard output (" + FormatBytes(bytes) + " in " +
+                          Duration(Clock::now() - start) + ")");
+        return;
+    }
     console.Result({{"printerPath", printerPath}, {"hostFile", target}, {"bytes", bytes}},
                    [&](std::ostream& out) {
                        out << "Copied " << printerPath << " to " << target << " (" << FormatBytes(bytes)
@@ -70,17 +129,26 @@ void FileCommands::Get(Console& console, PrinterSession& session, const std::str
 }
 
 void FileCommands::Put(Console& console, PrinterSession& session, const std::string& hostFile,
-                       const std::string& printerPath) {
-    auto& gateway = session.Open();
+                       const std::string& printerPath, bool force) {
+    const uint64_t bytes = HostPath::CheckSource(hostFile);
     std::string target = printerPath;
     if (!target.empty() && target.back() == '/') {
         target += HostPath::FileName(hostFile);
     }
-    const uint64_t bytes = HostPath::Size(hostFile).value_or(0);
+    auto& gateway = session.Open();
+    if (force) {
+        if (RemoveIfPresent(gateway, target)) {
+            console.ErrorLine("Replacing " + target + " (--force): the printer's old file is deleted");
+        }
+    } else if (bytes > kLookFirstBytes && ExistsOnPrinter(gateway, target)) {
+        throw CommandError(ExitCode::invalidName, "'" + target + "' already exists on the printer",
+                           "`--force` replaces it, or choose another name.");
+    }
     const auto start = Clock::now();
     {
         ProgressReporter reporter(console, "put " + HostPath::FileName(hostFile));
         GatewayProgress progress(gateway, reporter);
+        InterruptSignal::Phase phase(InterruptSignal::Mode::transfer, &gateway);
         gateway.PutFile(StringConverter::FromUtf8(target), HostPath::Wide(hostFile));
     }
     console.Result({{"hostFile", hostFile}, {"printerPath", target}, {"bytes", bytes}},
@@ -88,6 +156,22 @@ void FileCommands::Put(Console& console, PrinterSession& session, const std::str
                        out << "Copied " << hostFile << " to " << target << " (" << FormatBytes(bytes)
                            << " in " << Duration(Clock::now() - start) << ")\n";
                    });
+}
+
+bool FileCommands::RemoveIfPresent(vela::kom::ManagedQRVDeviceGateway& gateway,
+                                   const std::string& printerPath) {
+    try {
+        gateway.DeleteFile(StringConverter::FromUtf8(printerPath));
+        return true;
+    } catch (const hc::FileNotFoundException&) {
+        return false;
+    } catch (const hc::PrinterCommunicationException& e) {
+        // Some answers for a missing file come as a communication error naming the reason.
+        if (std::string(e.what()).find("'Wrong file name'") != std::string::npos) {
+            return false;
+        }
+        throw;
+    }
 }
 
 void FileCommands::Move(Console& console, PrinterSession& session, const std::string& from,

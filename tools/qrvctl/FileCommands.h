@@ -17,12 +17,19 @@ namespace vela::qrvctl {
 class FileCommands {
 public:
     static void List(Console& console, PrinterSession& session, const std::string& printerFolder);
-    // `hostFile` may be a folder: the file then keeps its printer name.
+    // `hostFile` may be a folder (the file then keeps its printer name) or "-" (standard
+    // output). The host side is checked before the printer is touched; `noClobber` refuses an
+    // existing host file. Ctrl+C cancels the transfer cleanly (InterruptSignal).
     static void Get(Console& console, PrinterSession& session, const std::string& printerPath,
-                    const std::string& hostFile);
-    // `printerPath` may end with '/': the file then keeps its host name.
+                    const std::string& hostFile, bool noClobber);
+    // `printerPath` may end with '/': the file then keeps its host name. The host file is checked
+    // before the printer is touched. A file of more than a few MiB is first looked for in its
+    // printer folder, so that an existing one is refused before it is sent; `force` deletes an
+    // existing printer file first. Ctrl+C cancels the transfer cleanly.
     static void Put(Console& console, PrinterSession& session, const std::string& hostFile,
-                    const std::string& printerPath);
+                    const std::string& printerPath, bool force);
+    // Deletes a printer file if it is there; true when one was deleted.
+    static bool RemoveIfPresent(vela::kom::ManagedQRVDeviceGateway& gateway, const std::string& printerPath);
     static void Move(Console& console, PrinterSession& session, const std::string& from,
                      const std::string& to);
     static void Remove(Console& console, PrinterSession& session, const std::string& printerPath);

@@ -10,6 +10,7 @@ struct GlobalOptions {
     bool simulate = false; // --simulate: an in-process simulated printer
     bool json = false;     // --json
     bool verbose = false;  // -v: the library's log at info level on standard error
+    double timeout = 0;    // --timeout SECONDS: the whole command's time limit; 0: none
 };
 
 // The name the simulated printer of --simulate goes by, unless --printer names it.

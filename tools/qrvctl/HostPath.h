@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <ostream>
 #include <string>
 
 namespace vela::qrvctl {
@@ -18,6 +19,23 @@ public:
     static std::string Absolute(const std::string& path);
     static bool IsFile(const std::string& path);
     static std::optional<uint64_t> Size(const std::string& path);
+    // Checks, before the printer is touched, that `path` is a file this user can read; returns
+    // its size. Throws CommandError naming the host path: notFound, usage (a folder),
+    // accessDenied.
+    static uint64_t CheckSource(const std::string& path);
+    // Checks that a get may write `path`: its folder exists and takes a new file, and `path` is
+    // no folder or device (a file is replaced unless `noClobber`). Throws CommandError naming the
+    // host path: notFound, accessDenied, usage, invalidName (exists with `noClobber`).
+    static void CheckTarget(const std::string& path, bool noClobber);
+    // A new private folder for temporary files; throws CommandError when none can be made.
+    static std::string TemporaryFolder();
+    // Removes a folder and what it holds; never throws.
+    static void RemoveAll(const std::string& path);
+    // Removes the library's temporary files of this process in `folder` (a get cut short before
+    // it could remove its own); never throws.
+    static void RemoveTemporaryFiles(const std::string& folder);
+    // Copies the file to the output stream; throws CommandError when it cannot be read.
+    static void CopyTo(const std::string& path, std::ostream& out);
     // Creates the folder and its parents; throws CommandError (accessDenied / failure).
     static void CreateFolder(const std::string& path);
     // The last component of a printer path ("/mnt/data/images/a.png" -> "a.png").

@@ -49,8 +49,8 @@ void InfoCommand::Run(Console& console, PrinterSession& session) {
 
     nlohmann::json document{
         {"printer", session.PrinterName()},
-        {"model", StringConverter::ToUtf8(printer.modelName)},
-        {"serial", StringConverter::ToUtf8(printer.serialNumber)},
+        {"model", StringConverter::ToUtf8(printer.model)},
+        {"serial", StringConverter::ToUtf8(printer.serial)},
         {"deviceId", deviceId},
         {"cassetteSku", sku.empty() ? nlohmann::json() : nlohmann::json(sku)},
         {"battery",
@@ -74,9 +74,8 @@ void InfoCommand::Run(Console& console, PrinterSession& session) {
     console.Result(document, [&](std::ostream& out) {
         TextTable table;
         table.AddRow({"Printer", session.PrinterName()});
-        table.AddRow({"Model", StringConverter::ToUtf8(printer.modelName)});
-        table.AddRow(
-            {"Serial", printer.serialNumber.empty() ? "-" : StringConverter::ToUtf8(printer.serialNumber)});
+        table.AddRow({"Model", StringConverter::ToUtf8(printer.model)});
+        table.AddRow({"Serial", printer.serial.empty() ? "-" : StringConverter::ToUtf8(printer.serial)});
         table.AddRow({"Device ID", deviceId.empty() ? "-" : deviceId});
         for (const auto& [component, version] : versions) {
             if (component == L"DeviceID") {

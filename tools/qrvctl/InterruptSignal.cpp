@@ -1,58 +1,295 @@
 #include "InterruptSignal.h"
 
+#include "ErrorReport.h"
+#include "qrv/ManagedQRVDeviceGateway.h"
+
+#include <algorithm>
 #include <atomic>
+#include <condition_variable>
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <mutex>
 #include <thread>
 
 namespace vela::qrvctl {
 
 namespace {
 
-std::atomic<bool> g_raised{false};
-static_assert(std::atomic<bool>::is_always_lock_free, "the signal handler needs a lock-free flag");
+using Clock = std::chrono::steady_clock;
+using Mode = InterruptSignal::Mode;
 
-extern "C" void OnInterrupt(int signal) {
-    g_raised.store(true);
+// A transfer that the time limit cancelled gets this long to end cleanly before the process quits.
+constexpr auto kCancelGrace = std::chrono::seconds(5);
+// How quickly the watcher reacts to a signal or the time limit.
+constexpr auto kWatchStep = std::chrono::milliseconds(20);
+
+std::atomic<int> g_signals{0};
+std::atomic<Mode> g_mode{Mode::quit};
+std::atomic<vela::kom::ManagedQRVDeviceGateway*> g_gateway{nullptr};
+std::atomic<bool> g_timedOut{false};
+// The mode each signal met when it came: a command may leave its phase before the watcher gets
+// to the signal (a watch that stopped), and the signal still means what it meant then.
+constexpr int kRecordedModes = 8;
+std::atomic<Mode> g_modeAtSignal[kRecordedModes];
+static_assert(std::atomic<int>::is_always_lock_free && std::atomic<Mode>::is_always_lock_free &&
+                  std::atomic<vela::kom::ManagedQRVDeviceGateway*>::is_always_lock_free,
+              "the signal handler needs lock-free state");
+
+extern "C" void OnSignal(int signal) {
+    const Mode mode = g_mode.load();
+    g_modeAtSignal[std::min(g_signals.load(), kRecordedModes - 1)].store(mode);
+    const int count = g_signals.fetch_add(1) + 1;
     // Some C libraries reset the handler after one delivery: keep catching until the guard ends.
-    std::signal(signal, OnInterrupt);
+    std::signal(signal, OnSignal);
+    if (count == 1 && mode == Mode::transfer) {
+        if (vela::kom::ManagedQRVDeviceGateway* gateway = g_gateway.load()) {
+            gateway->CancelTransfer();
+        }
+    }
 }
 
-std::atomic<bool> g_active{false};
+// Everything but the handler's counters, guarded by one mutex.
+struct Shared {
+    std::mutex mutex;
+    Console* console = nullptr;
+    std::string refusal;
+    double timeoutSeconds = 0;
+    Clock::time_point deadline = Clock::time_point::max();
+    Clock::time_point graceEnd = Clock::time_point::max();
+    std::map<size_t, std::function<void()>> cleanups;
+    size_t nextCleanup = 0;
+    int depth = 0;
+    int handled = 0;
+    bool stopWatcher = false;
+    std::condition_variable stop; // wakes the watcher at once when the guard ends
+    std::thread watcher;
+    void (*previousInt)(int) = SIG_DFL;
+    void (*previousTerm)(int) = SIG_DFL;
+};
+
+Shared& State() {
+    static Shared shared;
+    return shared;
+}
+
+std::string SecondsText(double seconds) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%g", seconds);
+    return text;
+}
+
+std::string TimeoutText(double seconds) {
+    return "the command did not finish within the time limit of " + SecondsText(seconds) + " s (--timeout)";
+}
+
+// Says something on the error stream, below a progress bar that may be open.
+void Say(Shared& state, const std::string& text) {
+    if (state.console != nullptr) {
+        state.console->Error((state.console->ErrorIsTerminal() ? "\n" : "") + std::string("qrvctl: ") + text +
+                             "\n");
+    }
+}
+
+[[noreturn]] void QuitNow(Shared& state, const ErrorReport& report) {
+    for (auto& [id, cleanup] : state.cleanups) {
+        try {
+            cleanup();
+        } catch (...) {
+            // Quitting goes on whatever a cleanup meets.
+        }
+    }
+    if (state.console != nullptr) {
+        if (state.console->ErrorIsTerminal() && !state.console->Json()) {
+            state.console->Error("\n");
+        }
+        report.Print(*state.console);
+        state.console->Out().flush();
+    }
+    std::fflush(nullptr);
+    std::_Exit(ToInt(report.code));
+}
+
+void HandleSignal(Shared& state, int number) {
+    const Mode mode = g_modeAtSignal[std::min(number, kRecordedModes) - 1].load();
+    if (number >= 2) {
+        QuitNow(state, ErrorReport{ExitCode::interrupted,
+                                   "interrupted; the printer may need a moment before it answers again", ""});
+    }
+    switch (mode) {
+    case Mode::stop:
+        return;
+    case Mode::transfer:
+        Say(state, "cancelling the transfer; the printer is left ready for the next command "
+                   "(Ctrl+C again quits at once)");
+        return;
+    case Mode::refuse:
+        Say(state, state.refusal + " (Ctrl+C again quits anyway)");
+        return;
+    case Mode::quit:
+        QuitNow(state, ErrorReport{ExitCode::interrupted, "interrupted", ""});
+    }
+}
+
+void HandleDeadline(Shared& state) {
+    g_timedOut.store(true);
+    vela::kom::ManagedQRVDeviceGateway* gateway = g_gateway.load();
+    if (g_mode.load() == Mode::transfer && gateway != nullptr) {
+        gateway->CancelTransfer();
+        Say(state, "the time limit of " + SecondsText(state.timeoutSeconds) +
+                       " s has passed: cancelling the transfer");
+        state.graceEnd = Clock::now() + kCancelGrace;
+        return;
+    }
+    QuitNow(state,
+            ErrorReport{ExitCode::communication, TimeoutText(state.timeoutSeconds),
+                        "Is another program using the printer, or is it not answering? Allow more time "
+                        "with --timeout, or run `qrvctl doctor`."});
+}
+
+void Watch() {
+    Shared& state = State();
+    std::unique_lock<std::mutex> lock(state.mutex);
+    while (!state.stopWatcher) {
+        const int signals = g_signals.load();
+        while (state.handled < signals) {
+            HandleSignal(state, ++state.handled);
+        }
+        const auto now = Clock::now();
+        if (!g_timedOut.load() && now >= state.deadline) {
+            HandleDeadline(state);
+        } else if (now >= state.graceEnd) {
+            QuitNow(state, ErrorReport{
+                               ExitCode::communication, TimeoutText(state.timeoutSeconds),
+                               "The cancelled transfer did not end in time; the printer may need a moment."});
+        }
+        state.stop.wait_for(lock, kWatchStep, [&] { return state.stopWatcher; });
+    }
+}
+
+// What an enclosing guard had, for the inner one to give back.
+struct Saved {
+    Console* console;
+    double timeoutSeconds;
+    Clock::time_point deadline;
+};
+std::vector<Saved> g_saved; // only the command's thread touches it
 
 } // namespace
 
-InterruptSignal::InterruptSignal() {
-    g_raised.store(false);
-    m_previousInt = std::signal(SIGINT, OnInterrupt);
-    m_previousTerm = std::signal(SIGTERM, OnInterrupt);
-    g_active.store(true);
+InterruptSignal::InterruptSignal(Console& console, double timeoutSeconds) {
+    Shared& state = State();
+    std::lock_guard<std::mutex> lock(state.mutex);
+    g_saved.push_back({state.console, state.timeoutSeconds, state.deadline});
+    state.console = &console;
+    if (timeoutSeconds > 0) {
+        const auto limit = Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                                              std::chrono::duration<double>(timeoutSeconds));
+        if (limit < state.deadline) {
+            state.deadline = limit;
+            state.timeoutSeconds = timeoutSeconds;
+        }
+    }
+    // Each command line counts its own Ctrl+C (the demo runs several in a row).
+    g_signals.store(0);
+    state.handled = 0;
+    if (state.depth++ > 0) {
+        return;
+    }
+    g_timedOut.store(false);
+    g_mode.store(Mode::quit);
+    state.graceEnd = Clock::time_point::max();
+    state.stopWatcher = false;
+    state.previousInt = std::signal(SIGINT, OnSignal);
+    state.previousTerm = std::signal(SIGTERM, OnSignal);
+    state.watcher = std::thread(Watch);
 }
 
 InterruptSignal::~InterruptSignal() {
-    g_active.store(false);
-    std::signal(SIGINT, m_previousInt == SIG_ERR ? SIG_DFL : m_previousInt);
-    std::signal(SIGTERM, m_previousTerm == SIG_ERR ? SIG_DFL : m_previousTerm);
+    Shared& state = State();
+    std::unique_lock<std::mutex> lock(state.mutex);
+    const Saved saved = g_saved.back();
+    g_saved.pop_back();
+    state.console = saved.console;
+    state.timeoutSeconds = saved.timeoutSeconds;
+    state.deadline = saved.deadline;
+    if (--state.depth > 0) {
+        return;
+    }
+    state.stopWatcher = true;
+    state.stop.notify_all();
+    std::thread watcher = std::move(state.watcher);
+    lock.unlock();
+    if (watcher.joinable()) {
+        watcher.join();
+    }
+    std::signal(SIGINT, state.previousInt == SIG_ERR ? SIG_DFL : state.previousInt);
+    std::signal(SIGTERM, state.previousTerm == SIG_ERR ? SIG_DFL : state.previousTerm);
+    g_mode.store(Mode::quit);
+    g_gateway.store(nullptr);
+}
+
+InterruptSignal::Phase::Phase(Mode mode, vela::kom::ManagedQRVDeviceGateway* gateway, std::string refusal)
+    : m_previousMode(g_mode.load()), m_previousGateway(g_gateway.load()) {
+    Shared& state = State();
+    std::lock_guard<std::mutex> lock(state.mutex);
+    m_previousRefusal = std::move(state.refusal);
+    state.refusal = std::move(refusal);
+    g_gateway.store(gateway);
+    g_mode.store(mode);
+}
+
+InterruptSignal::Phase::~Phase() {
+    Shared& state = State();
+    std::lock_guard<std::mutex> lock(state.mutex);
+    g_mode.store(m_previousMode);
+    g_gateway.store(m_previousGateway);
+    state.refusal = std::move(m_previousRefusal);
+}
+
+InterruptSignal::Cleanup::Cleanup(std::function<void()> cleanup) {
+    Shared& state = State();
+    std::lock_guard<std::mutex> lock(state.mutex);
+    m_id = state.nextCleanup++;
+    state.cleanups.emplace(m_id, std::move(cleanup));
+}
+
+InterruptSignal::Cleanup::~Cleanup() {
+    Shared& state = State();
+    std::lock_guard<std::mutex> lock(state.mutex);
+    state.cleanups.erase(m_id);
 }
 
 bool InterruptSignal::Active() {
-    return g_active.load();
+    return g_mode.load() == Mode::stop;
 }
 
-bool InterruptSignal::Raised() const {
-    return g_raised.load();
+bool InterruptSignal::Raised() {
+    return g_signals.load() > 0;
 }
 
-bool InterruptSignal::WaitFor(std::chrono::milliseconds timeout) const {
-    // A signal handler can only set a flag; polling it in short steps keeps the wait simple and
-    // the reaction under 50 ms.
-    const auto end = std::chrono::steady_clock::now() + timeout;
-    while (!g_raised.load()) {
-        if (std::chrono::steady_clock::now() >= end) {
+bool InterruptSignal::WaitFor(std::chrono::milliseconds timeout) {
+    // A signal handler can only count; polling the count in short steps keeps the wait simple
+    // and the reaction under 50 ms.
+    const auto end = Clock::now() + timeout;
+    while (!Raised()) {
+        if (Clock::now() >= end) {
             return false;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     return true;
+}
+
+bool InterruptSignal::TimedOut() {
+    return g_timedOut.load();
+}
+
+std::string InterruptSignal::TimeoutMessage() {
+    Shared& state = State();
+    std::lock_guard<std::mutex> lock(state.mutex);
+    return TimeoutText(state.timeoutSeconds);
 }
 
 } // namespace vela::qrvctl

@@ -8,40 +8,44 @@
 namespace vela::qrvctl {
 
 using vela::common::StringConverter;
+using vela::printer::communication::PrinterInfo;
 
-std::string ListCommand::UsbId(const vela::kom::DiscoveredPrinter& printer) {
+namespace {
+std::string OrDash(const std::wstring& text) {
+    return text.empty() ? std::string("-") : StringConverter::ToUtf8(text);
+}
+} // namespace
+
+std::string ListCommand::UsbId(const PrinterInfo& printer) {
     char text[16];
     std::snprintf(text, sizeof text, "%04x:%04x", printer.vendorId & 0xFFFFu, printer.productId & 0xFFFFu);
     return text;
 }
 
-nlohmann::json ListCommand::ToJson(const vela::kom::DiscoveredPrinter& printer) {
+nlohmann::json ListCommand::ToJson(const PrinterInfo& printer) {
     return nlohmann::json{
-        {"name", StringConverter::ToUtf8(printer.printerName)},
-        {"model", StringConverter::ToUtf8(printer.modelName)},
+        {"name", StringConverter::ToUtf8(printer.name)},
+        {"model", StringConverter::ToUtf8(printer.model)},
         {"usbId", UsbId(printer)},
-        {"serial", StringConverter::ToUtf8(printer.serialNumber)},
-        {"printerPath", StringConverter::ToUtf8(printer.printerPath)},
-        {"hidPath", StringConverter::ToUtf8(printer.hidPath)},
+        {"serial", StringConverter::ToUtf8(printer.serial)},
+        {"printerPath", StringConverter::ToUtf8(printer.channelPath)},
+        {"hidPath", StringConverter::ToUtf8(printer.statusPath)},
         {"virtual", printer.isVirtual},
-        {"queue", printer.hasQueue},
+        {"queue", printer.isQueueName},
+        {"deviceUri", StringConverter::ToUtf8(printer.deviceUri)},
     };
 }
 
 void ListCommand::Run(Console& console, PrinterSession& session) {
-    const auto printers = session.Printers();
+    const auto& printers = session.Printers();
     nlohmann::json list = nlohmann::json::array();
     TextTable table;
-    table.AddRow({"NAME", "MODEL", "SERIAL", "USB ID", "KIND", "PRINTER CHANNEL", "STATUS REPORTS"});
+    table.AddRow({"NAME", "MODEL", "SERIAL", "USB ID", "KIND"});
     for (const auto& printer : printers) {
         list.push_back(ToJson(printer));
-        const std::string kind = printer.isVirtual ? "virtual" : printer.hasQueue ? "queue" : "no queue";
-        auto orDash = [](const std::wstring& text) {
-            return text.empty() ? std::string("-") : StringConverter::ToUtf8(text);
-        };
-        table.AddRow({StringConverter::ToUtf8(printer.printerName), orDash(printer.modelName),
-                      orDash(printer.serialNumber), UsbId(printer), kind, orDash(printer.printerPath),
-                      orDash(printer.hidPath)});
+        const std::string kind = printer.isVirtual ? "virtual" : printer.isQueueName ? "queue" : "no queue";
+        table.AddRow({StringConverter::ToUtf8(printer.name), OrDash(printer.model), OrDash(printer.serial),
+                      UsbId(printer), kind});
     }
     console.Result(nlohmann::json{{"printers", list}}, [&](std::ostream& out) {
         if (printers.empty()) {
@@ -50,6 +54,14 @@ void ListCommand::Run(Console& console, PrinterSession& session) {
             return;
         }
         table.Print(out);
+        // The long texts each get a line of their own, so that the table fits a terminal.
+        for (const auto& printer : printers) {
+            out << '\n'
+                << StringConverter::ToUtf8(printer.name) << ":\n"
+                << "  device URI       " << OrDash(printer.deviceUri) << '\n'
+                << "  printer channel  " << OrDash(printer.channelPath) << '\n'
+                << "  status reports   " << OrDash(printer.statusPath) << '\n';
+        }
     });
 }
 

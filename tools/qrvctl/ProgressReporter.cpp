@@ -1,6 +1,7 @@
 #include "ProgressReporter.h"
 
 #include "ByteText.h"
+#include "TextTable.h"
 
 #include <algorithm>
 
@@ -59,6 +60,24 @@ std::string ProgressReporter::TransferText(const std::string& prefix, uint64_t d
     const int filled = percent < 0 ? 0 : width * percent / 100;
     return prefix + "  [" + std::string(static_cast<size_t>(filled), '#') +
            std::string(static_cast<size_t>(width - filled), '.') + "]" + tail;
+}
+
+std::string ProgressReporter::Fit(const std::string& text, int columns) {
+    const size_t room = static_cast<size_t>(std::max(columns - 1, 10));
+    if (TextTable::Width(text) <= room) {
+        return text;
+    }
+    // Keep whole UTF-8 characters: count the lead bytes.
+    std::string cut;
+    size_t characters = 0;
+    for (char c : text) {
+        const bool lead = (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+        if (lead && ++characters > room - 3) {
+            break;
+        }
+        cut += c;
+    }
+    return cut + "...";
 }
 
 void ProgressReporter::Transfer(uint64_t done, uint64_t total) {
@@ -148,18 +167,21 @@ void ProgressReporter::RunCountdown(std::string text, Clock::time_point end) {
     Redraw(text);
 }
 
-void ProgressReporter::Redraw(const std::string& text) {
+void ProgressReporter::Redraw(const std::string& wide) {
+    const std::string text = Fit(wide, m_console.Columns());
     std::lock_guard<std::mutex> lock(m_mutex);
     std::string line = "\r" + text;
-    if (text.size() < m_openLength) {
-        line += std::string(m_openLength - text.size(), ' ');
+    const size_t width = TextTable::Width(text);
+    if (width < m_openLength) {
+        line += std::string(m_openLength - width, ' ');
     }
-    m_openLength = text.size();
+    m_openLength = width;
     m_lineOpen = true;
     m_console.Error(line);
 }
 
-void ProgressReporter::Line(const std::string& text) {
+void ProgressReporter::Line(const std::string& wide) {
+    const std::string text = Fit(wide, m_console.Columns());
     std::lock_guard<std::mutex> lock(m_mutex);
     if (m_lineOpen) {
         // A finished bar or countdown stays on screen; the step goes below it.

@@ -14,7 +14,8 @@ namespace vela::qrvctl {
 // Shows how a long operation (put, get, update, a print order) is getting on, on the error
 // stream. On a terminal: one line redrawn in place, a bar with bytes and rate for transfers and a
 // countdown for the printer's fixed pauses. Otherwise (a pipe, a log file) plain lines: a
-// transfer line at each quarter, one line per step.
+// transfer line at each quarter, one line per step. No line is wider than the console's width
+// (80 when unknown): a redrawn line that wrapped would be drawn anew on every update.
 //
 // Transfer and Step are called on the thread that runs the operation (the library's progress
 // and phase callbacks); the countdown runs on its own thread until the next call. Never throws
@@ -37,6 +38,8 @@ public:
     // The closing line.
     void Finish(const std::string& text);
 
+    // `text` cut to fit a line of `columns` (one column stays free, so that no terminal wraps it).
+    static std::string Fit(const std::string& text, int columns);
     // The line a transfer shows, for the terminal (`bar` true) or plain output.
     static std::string TransferText(const std::string& prefix, uint64_t done, uint64_t total, double seconds,
                                     bool bar, int columns);

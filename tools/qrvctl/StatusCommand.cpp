@@ -1,5 +1,6 @@
 #include "StatusCommand.h"
 
+#include "ChannelAccess.h"
 #include "CommandError.h"
 #include "InterruptSignal.h"
 #include "StatusText.h"
@@ -11,6 +12,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 
 namespace vela::qrvctl {
 
@@ -173,14 +175,14 @@ nlohmann::json StatusCommand::ToJson(const Items& items) {
 void StatusCommand::Show(Console& console, PrinterSession& session) {
     auto& gateway = session.Open();
     const Items items = gateway.GetPrinterStatus();
-    const Items attention = gateway.GetFilteredPrinterErrorStatus();
+    const Items attention = vela::kom::ManagedQRVDeviceGateway::ErrorItemsOf(items);
     const std::string printer = session.PrinterName();
     console.Result({{"printer", printer}, {"status", ToJson(items)}, {"errors", ErrorsJson(attention)}},
                    [&](std::ostream& out) { PrintTable(out, printer, items, attention); });
 }
 
 void StatusCommand::Watch(Console& console, PrinterSession& session) {
-    InterruptSignal interrupt;
+    InterruptSignal::Phase interrupts(InterruptSignal::Mode::stop);
     auto& gateway = session.Open();
     const std::string problem = session.StatusReportProblem();
     if (!problem.empty()) {
@@ -190,7 +192,8 @@ void StatusCommand::Watch(Console& console, PrinterSession& session) {
     }
     const std::string printer = session.PrinterName();
     auto queue = std::make_shared<WatchQueue>();
-    WatchSubscription subscription(gateway, queue);
+    std::optional<WatchSubscription> subscription;
+    subscription.emplace(gateway, queue);
 
     // The current state first, so that every change that follows has a starting point.
     const Items items = gateway.GetPrinterStatus();
@@ -200,7 +203,7 @@ void StatusCommand::Watch(Console& console, PrinterSession& session) {
                           {"printer", printer},
                           {"status", ToJson(items)}});
     } else {
-        PrintTable(console.Out(), printer, items, gateway.GetFilteredPrinterErrorStatus());
+        PrintTable(console.Out(), printer, items, vela::kom::ManagedQRVDeviceGateway::ErrorItemsOf(items));
         console.Out().flush();
         console.ErrorLine("Watching '" + printer +
                           "' for status changes and print interrupts; Ctrl+C stops.");
@@ -229,9 +232,52 @@ void StatusCommand::Watch(Console& console, PrinterSession& session) {
         }
         PrintEvent(console, printer, event);
     };
-    while (!interrupt.WaitFor(std::chrono::milliseconds(100))) {
+    auto say = [&](const char* event, const std::string& text) {
+        if (console.Json()) {
+            console.JsonLine({{"event", event},
+                              {"time", IsoTime(std::chrono::system_clock::now())},
+                              {"printer", printer}});
+        } else {
+            console.Out() << LocalTime(std::chrono::system_clock::now()) << "  " << text << '\n';
+            console.Out().flush();
+        }
+    };
+
+    // An unplugged printer's channel goes away (the monitor then ends quietly): look once a
+    // second, and when it is back, open it again and show what changed meanwhile.
+    constexpr auto kPresenceStep = std::chrono::seconds(1);
+    auto nextLook = std::chrono::steady_clock::now() + kPresenceStep;
+    bool present = true;
+    while (!InterruptSignal::WaitFor(std::chrono::milliseconds(100))) {
         for (auto& event : queue->Take()) {
             show(event);
+        }
+        if (std::chrono::steady_clock::now() < nextLook) {
+            continue;
+        }
+        nextLook = std::chrono::steady_clock::now() + kPresenceStep;
+        if (present && !ChannelPresent(session.Printer().channelPath)) {
+            present = false;
+            subscription.reset();
+            session.Close();
+            say("gone",
+                "The printer has gone (unplugged, switched off or restarting); waiting for it to come back.");
+        } else if (!present) {
+            try {
+                session.Rediscover();
+                auto& reopened = session.Open();
+                subscription.emplace(reopened, queue);
+                WatchEvent event;
+                event.time = std::chrono::system_clock::now();
+                event.changes = reopened.GetPrinterStatus();
+                present = true;
+                say("back", "The printer is back.");
+                show(event);
+            } catch (...) {
+                // Not there yet, or still starting: look again in a second.
+                subscription.reset();
+                session.Close();
+            }
         }
     }
     for (auto& event : queue->Take()) {

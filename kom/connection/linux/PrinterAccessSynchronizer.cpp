@@ -9,11 +9,15 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
+#include <fstream>
+#include <sstream>
 #include <string>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <thread>
 #include <unistd.h>
 
@@ -29,6 +33,9 @@ using vela::common::Win32Error;
 namespace {
 
 const wchar_t* const kSource = L"PrinterAccessSynchronizer()";
+// A failed system call names the call, as the lines of the destructor do.
+const wchar_t* const kOpenSource = L"PrinterAccessSynchronizer(): open()";
+const wchar_t* const kFlockSource = L"PrinterAccessSynchronizer(): flock()";
 constexpr std::chrono::milliseconds kPollInterval(2);
 
 bool IsUsableFolder(const char* path) {
@@ -117,7 +124,7 @@ bool TryLock(int fd, int operation) {
             return false;
         }
         if (errno != EINTR) {
-            LogAndThrow(Win32Error(LastSystemError(), kSource));
+            LogAndThrow(Win32Error(LastSystemError(), kFlockSource));
         }
     }
 }
@@ -132,43 +139,104 @@ bool IsOccupied(int fd) {
     return false;
 }
 
+using Clock = std::chrono::steady_clock;
+
+// The identity of the device a channel path leads to, as a file-name part: "c<major>-<minor>" for
+// a character device (usblp, a pseudo-terminal), "f<device>-<inode>" for anything else. Symbolic
+// links are followed, so every path of one device gives the same text. Empty when the path
+// cannot be read (the channel's own open reports that).
+std::string DeviceIdentity(const std::wstring& devicePath) {
+    struct stat info {};
+    if (devicePath.empty() || ::stat(StringConverter::ToUtf8(devicePath).c_str(), &info) != 0) {
+        return std::string();
+    }
+    char text[64];
+    if (S_ISCHR(info.st_mode)) {
+        std::snprintf(text, sizeof text, "c%u-%u", major(info.st_rdev), minor(info.st_rdev));
+    } else {
+        std::snprintf(text, sizeof text, "f%llu-%llu", static_cast<unsigned long long>(info.st_dev),
+                      static_cast<unsigned long long>(info.st_ino));
+    }
+    return text;
+}
+
+// The process that holds an exclusive flock() on the open file `fd` refers to, from /proc/locks
+// ("1: FLOCK  ADVISORY  WRITE 4711 00:1a:12345 0 EOF"; waiters' lines carry "->"); 0 when none
+// is listed.
+uint32_t LockHolder(int fd) {
+    struct stat info {};
+    if (::fstat(fd, &info) != 0) {
+        return 0;
+    }
+    char file[64];
+    std::snprintf(file, sizeof file, "%02x:%02x:%llu", major(info.st_dev), minor(info.st_dev),
+                  static_cast<unsigned long long>(info.st_ino));
+    std::ifstream locks("/proc/locks");
+    std::string line;
+    while (std::getline(locks, line)) {
+        std::istringstream fields(line);
+        std::string number, kind, mode, access, pid, where;
+        fields >> number >> kind;
+        if (kind == "->") {
+            continue;
+        }
+        fields >> mode >> access >> pid >> where;
+        if (kind == "FLOCK" && access == "WRITE" && where == file) {
+            return static_cast<uint32_t>(std::strtoul(pid.c_str(), nullptr, 10));
+        }
+    }
+    return 0;
+}
+
+std::wstring ProgramName(uint32_t pid) {
+    std::ifstream comm("/proc/" + std::to_string(pid) + "/comm");
+    std::string name;
+    std::getline(comm, name);
+    return StringConverter::FromUtf8(name);
+}
+
+// One wait for a printer: its deadline, and whether its notice has been given.
+struct Wait {
+    std::wstring lockName;
+    Clock::time_point start = Clock::now();
+    Clock::time_point deadline = start + std::chrono::milliseconds(PrinterAccessSynchronizer::kWaitMs);
+    bool noticed = false;
+};
+
 } // namespace
 
 std::wstring PrinterAccessSynchronizer::LockName(const std::wstring& printerName) {
     return StringConverter::FromUtf8(LockFolder() + "/VELA.DeviceSync." + EscapeName(printerName));
 }
 
-PrinterAccessSynchronizer::PrinterAccessSynchronizer(const ConnectedPrinter& printer) {
-    const std::wstring lockName = LockName(printer.printerName);
-    const std::string lockPath = StringConverter::ToUtf8(lockName);
+namespace {
+
+// Takes the exclusive lock on `lockPath` within the wait's deadline, queueing in `roomPath`;
+// returns its descriptor, or an invalid handle when the deadline passed.
+//
+// The waiting room: everybody who waits for the lock holds a shared lock on a second file.
+// Whoever finds it occupied queues up instead of taking the free lock at once, so a program that
+// runs transactions back to back (releasing and re-taking within microseconds) cannot starve the
+// others; the named event of Windows hands the lock to a waiter the same way.
+// flock() belongs to the open file description: two objects of one process exclude each other
+// like two processes do, and the kernel drops the locks of a holder or waiter that dies. A
+// blocking flock() has no time limit, so waiters poll with LOCK_NB. The interval is fixed (no
+// growing back-off), so a waiter of long standing is as quick as a newcomer.
+UniqueHandle Acquire(const std::string& lockPath, const std::string& roomPath, Wait& wait,
+                     const std::function<void(const LockWaitInfo&)>& notify) {
     UniqueHandle lock(OpenLockFile(lockPath));
     if (!lock.IsValid()) {
-        LogAndThrow(Win32Error(LastSystemError(), kSource));
+        LogAndThrow(Win32Error(LastSystemError(), kOpenSource));
     }
-    // The waiting room: everybody who waits for this printer holds a shared lock on a second
-    // file. Whoever finds it occupied queues up instead of taking the free lock at once, so a
-    // program that runs transactions back to back (releasing and re-taking within microseconds)
-    // cannot starve the others; the named event of Windows hands the lock to a waiter the same
-    // way. Its own prefix keeps it apart from every printer's lock file.
-    const std::string roomPath =
-        lockPath.substr(0, lockPath.rfind('/')) + "/VELA.DeviceWait." + EscapeName(printer.printerName);
     UniqueHandle room(OpenLockFile(roomPath));
     if (!room.IsValid()) {
-        LogAndThrow(Win32Error(LastSystemError(), kSource));
+        LogAndThrow(Win32Error(LastSystemError(), kOpenSource));
     }
-
-    // flock() belongs to the open file description: two objects of one process exclude each
-    // other like two processes do, and the kernel drops the locks of a holder or waiter that
-    // dies. A blocking flock() has no time limit, so waiters poll with LOCK_NB. The interval is
-    // fixed (no growing back-off), so a waiter of long standing is as quick as a newcomer.
-    using Clock = std::chrono::steady_clock;
-    const auto deadline = Clock::now() + std::chrono::milliseconds(kWaitMs);
     bool queued = false;
     for (;;) {
         if (queued || !IsOccupied(room.Get())) {
             if (TryLock(lock.Get(), LOCK_EX)) {
-                m_handle = lock.Release();
-                return; // closing `room` now lets the next one in line see that we left the queue
+                return lock; // closing `room` now lets the next one in line see that we left the queue
             }
         }
         if (!queued) {
@@ -176,31 +244,73 @@ PrinterAccessSynchronizer::PrinterAccessSynchronizer(const ConnectedPrinter& pri
             queued = TryLock(room.Get(), LOCK_SH);
         }
         const auto now = Clock::now();
-        if (now >= deadline) {
-            break;
+        if (now >= wait.deadline) {
+            return UniqueHandle();
         }
-        std::this_thread::sleep_for(std::min<Clock::duration>(kPollInterval, deadline - now));
+        if (!wait.noticed &&
+            now - wait.start >= std::chrono::milliseconds(PrinterAccessSynchronizer::kNoticeAfterMs)) {
+            wait.noticed = true;
+            LockWaitInfo info;
+            info.lockName = wait.lockName;
+            info.holderProcessId = LockHolder(lock.Get());
+            info.holderProgram =
+                info.holderProcessId != 0 ? ProgramName(info.holderProcessId) : std::wstring();
+            info.waitedMs = static_cast<uint32_t>(
+                std::chrono::duration_cast<std::chrono::milliseconds>(now - wait.start).count());
+            notify(info);
+        }
+        std::this_thread::sleep_for(std::min<Clock::duration>(kPollInterval, wait.deadline - now));
     }
-    lock.Close();
-    room.Close();
-    LogAndThrow(
-        PrinterBuzyException(vela::common::Format(L"Unable to acquire '%s' event", lockName), kSource));
+}
+
+} // namespace
+
+PrinterAccessSynchronizer::PrinterAccessSynchronizer(const ConnectedPrinter& printer) {
+    Wait wait;
+    wait.lockName = LockName(printer.printerName);
+    const std::string lockPath = StringConverter::ToUtf8(wait.lockName);
+    const std::string folder = lockPath.substr(0, lockPath.rfind('/'));
+    const auto notify = [](const LockWaitInfo& info) { NotifyWait(info); };
+
+    // The device's own lock first, then the named one: every program takes them in this order,
+    // so two names of one device queue on the first and never hold one each.
+    UniqueHandle device;
+    const std::string identity = DeviceIdentity(printer.devicePath);
+    if (!identity.empty()) {
+        const std::string devicePath = folder + "/VELA.Device." + identity;
+        device = Acquire(devicePath, devicePath + ".waiting", wait, notify);
+    }
+    // Its own prefix keeps the named lock's waiting room apart from every printer's lock file.
+    UniqueHandle named;
+    if (identity.empty() || device.IsValid()) {
+        named =
+            Acquire(lockPath, folder + "/VELA.DeviceWait." + EscapeName(printer.printerName), wait, notify);
+    }
+    if (!named.IsValid()) {
+        device.Close();
+        LogAndThrow(PrinterBuzyException(vela::common::Format(L"Unable to acquire '%s' event", wait.lockName),
+                                         kSource));
+    }
+    m_deviceHandle = device.Release();
+    m_handle = named.Release();
 }
 
 PrinterAccessSynchronizer::~PrinterAccessSynchronizer() {
-    if (!vela::common::IsValidNativeHandle(m_handle)) {
-        return;
+    // The named lock goes first, in the reverse order of taking.
+    for (vela::common::NativeHandle* handle : {&m_handle, &m_deviceHandle}) {
+        if (!vela::common::IsValidNativeHandle(*handle)) {
+            continue;
+        }
+        if (::flock(*handle, LOCK_UN) != 0) {
+            Log::LogWarning(L"~PrinterAccessSynchronizer(): flock() failed: %s",
+                            Win32Error::Format(LastSystemError()));
+        }
+        if (!vela::common::CloseNativeHandle(*handle)) {
+            Log::LogWarning(L"~PrinterAccessSynchronizer(): close() failed: %s",
+                            Win32Error::Format(LastSystemError()));
+        }
+        *handle = vela::common::InvalidNativeHandle();
     }
-    // The texts name the Windows calls so that a log reads the same on both systems.
-    if (::flock(m_handle, LOCK_UN) != 0) {
-        Log::LogWarning(L"~PrinterAccessSynchronizer(): SetEvent() failed: %s",
-                        Win32Error::Format(LastSystemError()));
-    }
-    if (!vela::common::CloseNativeHandle(m_handle)) {
-        Log::LogWarning(L"~PrinterAccessSynchronizer(): CloseHandle() failed: %s",
-                        Win32Error::Format(LastSystemError()));
-    }
-    m_handle = vela::common::InvalidNativeHandle();
 }
 
 } // namespace vela::kom

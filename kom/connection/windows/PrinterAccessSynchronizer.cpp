@@ -61,7 +61,16 @@ PrinterAccessSynchronizer::PrinterAccessSynchronizer(const ConnectedPrinter& pri
     }
     m_handle = event;
 
-    const DWORD waitResult = ::WaitForSingleObject(event, kWaitMs);
+    // The first second separately, so that a longer wait can be told to the waiting thread; a
+    // named event has no owner to name.
+    DWORD waitResult = ::WaitForSingleObject(event, kNoticeAfterMs);
+    if (waitResult == WAIT_TIMEOUT) {
+        LockWaitInfo info;
+        info.lockName = name;
+        info.waitedMs = kNoticeAfterMs;
+        NotifyWait(info);
+        waitResult = ::WaitForSingleObject(event, kWaitMs - kNoticeAfterMs);
+    }
     if (waitResult == WAIT_OBJECT_0) {
         return;
     }

@@ -20,7 +20,29 @@ struct NamedPrinter {
     std::wstring serialNumber;
     std::wstring name;
     bool hasQueue = false;
+    std::string deviceUri;
+    std::string queueProblem;
 };
+
+// The make and model the scheduler's USB backend puts into the URI: the device id's, else the
+// USB strings; a model that repeats the make loses it ("VELA QRV 410" -> "QRV 410").
+std::string BackendUri(const Ieee1284DeviceId& deviceId, const UsbPrinterNodes& nodes,
+                       const std::wstring& modelName, const std::wstring& serialNumber) {
+    std::string make = !deviceId.Manufacturer().empty() ? deviceId.Manufacturer() : nodes.manufacturer;
+    std::string model = !deviceId.Model().empty() ? deviceId.Model() : nodes.product;
+    const std::string table = StringConverter::ToUtf8(modelName);
+    if (make.empty()) {
+        make = table.substr(0, table.find(' '));
+    }
+    if (model.empty()) {
+        model = table;
+    }
+    if (model.size() > make.size() + 1 && model.compare(0, make.size(), make) == 0 &&
+        model[make.size()] == ' ') {
+        model.erase(0, make.size() + 1);
+    }
+    return UsbDeviceUri(make, model, StringConverter::ToUtf8(serialNumber));
+}
 
 std::string QuotedList(const std::vector<std::string>& names) {
     std::string text;
@@ -55,6 +77,11 @@ std::vector<NamedPrinter> NamePrinters(const QRVPrintersBase& models, std::vecto
         printer.modelName = models.GetPrinterHardwareInfo(nodes.vendorId, nodes.productId).modelName;
         printer.serialNumber = StringConverter::FromUtf8(nodes.serialNumber.empty() ? deviceId.SerialNumber()
                                                                                     : nodes.serialNumber);
+        printer.deviceUri = BackendUri(deviceId, nodes, printer.modelName, printer.serialNumber);
+        if (!listing.reachable) {
+            printer.queueProblem =
+                "no print scheduler answers at '" + listing.server + "' (" + listing.problem + ")";
+        }
         if (queues.empty()) {
             printer.name = FallbackPrinterName(printer.modelName, printer.serialNumber,
                                                StringConverter::FromUtf8(nodes.usbPort));
@@ -66,6 +93,12 @@ std::vector<NamedPrinter> NamePrinters(const QRVPrintersBase& models, std::vecto
             }
             printer.name = StringConverter::FromUtf8(queues.front());
             printer.hasQueue = true;
+            for (const PrintQueue& queue : listing.queues) {
+                if (queue.name == queues.front()) {
+                    printer.deviceUri = queue.deviceUri;
+                    break;
+                }
+            }
         }
         printer.nodes = std::move(nodes);
         named.push_back(std::move(printer));
@@ -126,6 +159,12 @@ std::vector<DiscoveredPrinter> QRVPrinters::ListAttachedPrinters() {
                           : StringConverter::FromUtf8(printer.nodes.hidNodes.front());
         row.isVirtual = false;
         row.hasQueue = printer.hasQueue;
+        row.deviceUri = StringConverter::FromUtf8(printer.deviceUri);
+        row.usbPort = StringConverter::FromUtf8(printer.nodes.usbPort);
+        row.printerDriver = StringConverter::FromUtf8(printer.nodes.printerDriver);
+        row.hasPrinterInterface = printer.nodes.hasPrinterInterface;
+        row.hasStatusInterface = printer.nodes.hasHidInterface;
+        row.queueProblem = StringConverter::FromUtf8(printer.queueProblem);
         result.push_back(std::move(row));
     }
     return result;

@@ -79,6 +79,64 @@ public:
         }
     }
 
+    // Every supported usb_device, and the classes and driver of its interfaces.
+    void ScanUsbDevices() {
+        UdevEnumerate enumerate(udev_enumerate_new(m_udev.get()));
+        if (!enumerate) {
+            common::LogAndThrow(common::Win32Error(errno != 0 ? errno : ENOMEM, m_origin));
+        }
+        int result = udev_enumerate_add_match_subsystem(enumerate.get(), "usb");
+        if (result >= 0) {
+            result = udev_enumerate_scan_devices(enumerate.get());
+        }
+        if (result < 0) {
+            common::LogAndThrow(common::Win32Error(static_cast<uint32_t>(-result), m_origin));
+        }
+        std::vector<UdevDevice> interfaces;
+        udev_list_entry* entry = nullptr;
+        udev_list_entry_foreach(entry, udev_enumerate_get_list_entry(enumerate.get())) {
+            UdevDevice device(udev_device_new_from_syspath(m_udev.get(), udev_list_entry_get_name(entry)));
+            const char* type = device ? udev_device_get_devtype(device.get()) : nullptr;
+            if (type == nullptr) {
+                continue;
+            }
+            uint32_t vendorId = 0;
+            uint32_t productId = 0;
+            if (std::string(type) == "usb_interface") {
+                interfaces.push_back(std::move(device));
+            } else if (std::string(type) == "usb_device" &&
+                       ParseUsbId(udev_device_get_sysattr_value(device.get(), "idVendor"), vendorId) &&
+                       ParseUsbId(udev_device_get_sysattr_value(device.get(), "idProduct"), productId) &&
+                       m_models.IsSupported(vendorId, productId)) {
+                Entry(device.get(), vendorId, productId);
+            }
+        }
+        for (const UdevDevice& interface : interfaces) {
+            udev_device* usb =
+                udev_device_get_parent_with_subsystem_devtype(interface.get(), "usb", "usb_device");
+            UsbPrinterNodes* printer = usb != nullptr ? Find(Text(udev_device_get_syspath(usb))) : nullptr;
+            if (printer == nullptr) {
+                continue;
+            }
+            const std::string interfaceClass =
+                Text(udev_device_get_sysattr_value(interface.get(), "bInterfaceClass"));
+            if (interfaceClass == "07") {
+                printer->hasPrinterInterface = true;
+                printer->printerDriver = Text(udev_device_get_driver(interface.get()));
+            } else if (interfaceClass == "03") {
+                printer->hasHidInterface = true;
+            }
+        }
+        for (UsbPrinterNodes& printer : m_printers) {
+            // A printer node or a HID node proves the interface and, for usbmisc lp*, its driver.
+            printer.hasPrinterInterface = printer.hasPrinterInterface || !printer.printerNode.empty();
+            printer.hasHidInterface = printer.hasHidInterface || !printer.hidNodes.empty();
+            if (printer.printerDriver.empty() && !printer.printerNode.empty()) {
+                printer.printerDriver = "usblp";
+            }
+        }
+    }
+
     std::vector<UsbPrinterNodes> TakeResult() { return std::move(m_printers); }
 
 private:
@@ -148,12 +206,19 @@ private:
         return Text(id);
     }
 
-    UsbPrinterNodes& Entry(udev_device* usb, uint32_t vendorId, uint32_t productId) {
-        std::string syspath = Text(udev_device_get_syspath(usb));
+    UsbPrinterNodes* Find(const std::string& syspath) {
         for (UsbPrinterNodes& printer : m_printers) {
             if (printer.usbSyspath == syspath) {
-                return printer;
+                return &printer;
             }
+        }
+        return nullptr;
+    }
+
+    UsbPrinterNodes& Entry(udev_device* usb, uint32_t vendorId, uint32_t productId) {
+        std::string syspath = Text(udev_device_get_syspath(usb));
+        if (UsbPrinterNodes* known = Find(syspath)) {
+            return *known;
         }
         UsbPrinterNodes printer;
         printer.usbSyspath = syspath;
@@ -181,6 +246,9 @@ std::vector<UsbPrinterNodes> ScanUsbPrinters(const QRVPrintersBase& models, Repo
     Scanner scanner(models, report, origin);
     scanner.Scan("usbmisc", "lp*", true);
     scanner.Scan("hidraw", nullptr, false);
+    if (report == ReportFailures::all) {
+        scanner.ScanUsbDevices();
+    }
     return scanner.TakeResult();
 }
 

@@ -20,6 +20,10 @@ struct UsbPrinterNodes {
     std::string ieee1284Id;            // the printer interface's 1284 device id (usblp's ieee1284_id)
     std::string printerNode;           // /dev/usb/lpN; empty when the printer interface has no node
     std::vector<std::string> hidNodes; // /dev/hidrawN, in enumeration order
+    // Listings only (ReportFailures::all): the device's interfaces as the USB bus shows them.
+    bool hasPrinterInterface = false;
+    bool hasHidInterface = false;
+    std::string printerDriver; // bound to the printer interface; empty when none is
 };
 
 // Which nodes' read failures are reported. Both kinds are always read, so that a printer has the
@@ -33,8 +37,10 @@ enum class ReportFailures { printerNodes, hidNodes, all };
 // "UsbFilter() for '%s' failed: %s" (printer nodes) or "HidFilter() for '%s' failed: %s" (HID
 // nodes; each only when `report` asks for that kind), with the node (or its syspath) and the
 // reason; unsupported devices are skipped
-// silently. Blocks on sysfs reads only. Throws Win32Error (context `origin`) when udev itself
-// cannot be used. Any thread; each call has its own udev context.
+// silently. With ReportFailures::all (listings) it also lists supported USB devices that have no
+// such node (no driver bound, an interface missing) and reads their interfaces' classes and the
+// printer interface's driver. Blocks on sysfs reads only. Throws Win32Error (context `origin`) when udev
+// itself cannot be used. Any thread; each call has its own udev context.
 std::vector<UsbPrinterNodes> ScanUsbPrinters(const QRVPrintersBase& models, ReportFailures report,
                                              const std::wstring& origin);
 

@@ -6,6 +6,7 @@
 #include "common/SystemError.h"
 #include "common/windows/GetPrinterNameByDeviceInstanceId.h"
 #include "kom/discovery/ParseVidPid.h"
+#include "kom/discovery/PrintQueueMatcher.h"
 #include "kom/discovery/windows/DeviceEnumeration.h"
 #include "kom/discovery/windows/DeviceFilters.h"
 #include "kom/discovery/windows/DeviceInfoSet.h"
@@ -189,6 +190,10 @@ std::vector<DiscoveredPrinter> QRVPrinters::ListAttachedPrinters() {
             }
         }
         row.hasQueue = true;
+        row.hasStatusInterface = !row.hidPath.empty();
+        // Windows lists a printer only with its driver bound; its URI is the one the scheduler's
+        // USB backend of other systems would write for it.
+        row.deviceUri = UsbDeviceUri(row.modelName, row.serialNumber);
         rows.push_back(std::move(row));
     }
     return rows;

@@ -15,11 +15,11 @@ TEST(Doctor, NoPrinterIsAFailureAndAMissingStatusInterfaceAWarning) {
     EXPECT_EQ(none[0].code, vela::qrvctl::ExitCode::printerNotFound);
     EXPECT_NE(none[0].fix.find("printer driver"), std::string::npos);
 
-    vela::kom::DiscoveredPrinter attached;
-    attached.printerName = L"Office QRV";
-    attached.modelName = L"VELA QRV 210";
-    attached.printerPath = L"\\\\?\\usb#vid_0922&pid_0024#1#{28d78fad-5a12-11d1-ae5b-0000f803a8c2}";
-    attached.hasQueue = true;
+    vela::printer::communication::PrinterInfo attached;
+    attached.name = L"Office QRV";
+    attached.model = L"VELA QRV 210";
+    attached.channelPath = L"\\\\?\\usb#vid_0922&pid_0024#1#{28d78fad-5a12-11d1-ae5b-0000f803a8c2}";
+    attached.isQueueName = true;
     const auto found = vela::qrvctl::DoctorChecks::Run({attached}, "");
     ASSERT_EQ(found.size(), 2u);
     EXPECT_EQ(found[0].level, DoctorFinding::Level::ok);

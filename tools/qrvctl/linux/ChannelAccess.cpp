@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace vela::qrvctl {
@@ -18,6 +19,11 @@ std::optional<AccessProblem> CheckChannelAccess(const std::wstring& devicePath) 
     }
     const int error = errno;
     return AccessProblem{path, error == EACCES ? std::string("permission denied") : std::strerror(error)};
+}
+
+bool ChannelPresent(const std::wstring& devicePath) {
+    struct stat info {};
+    return ::stat(vela::common::StringConverter::ToUtf8(devicePath).c_str(), &info) == 0;
 }
 
 } // namespace vela::qrvctl

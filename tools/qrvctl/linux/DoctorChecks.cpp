@@ -3,112 +3,20 @@
 #include "UdevRuleText.h"
 #include "common/StringConverter.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <optional>
 #include <unistd.h>
 
 namespace vela::qrvctl {
 
-namespace fs = std::filesystem;
 using vela::common::StringConverter;
+using vela::printer::communication::PrinterInfo;
 using Level = DoctorFinding::Level;
 
 namespace {
 
-constexpr const char* kVendor = "0922";
-
-struct UsbPrinter {
-    fs::path device;  // the USB device in sysfs
-    std::string port; // "1-4.2"
-    std::string product;
-    std::string manufacturer;
-    std::string productName;
-    std::string serial;
-    std::string driver; // of the printer interface; empty when none is bound
-    bool printerInterface = false;
-    std::string printerNode; // /dev/usb/lpN
-    bool hidInterface = false;
-    std::string hidNode; // /dev/hidrawN
-};
-
-std::string ReadAttribute(const fs::path& path) {
-    std::ifstream in(path);
-    std::string value;
-    std::getline(in, value);
-    while (!value.empty() && (value.back() == '\n' || value.back() == ' ' || value.back() == '\r')) {
-        value.pop_back();
-    }
-    return value;
-}
-
-std::optional<std::string> FirstEntry(const fs::path& folder, const std::string& prefix) {
-    std::error_code error;
-    for (const auto& entry : fs::directory_iterator(folder, error)) {
-        const std::string name = entry.path().filename().string();
-        if (name.rfind(prefix, 0) == 0) {
-            return name;
-        }
-    }
-    return std::nullopt;
-}
-
-void ReadInterfaces(UsbPrinter& printer, const std::string& root) {
-    std::error_code error;
-    const fs::path devices = printer.device.parent_path();
-    for (const auto& entry : fs::directory_iterator(devices, error)) {
-        const std::string name = entry.path().filename().string();
-        if (name.rfind(printer.port + ":", 0) != 0) {
-            continue;
-        }
-        const std::string interfaceClass = ReadAttribute(entry.path() / "bInterfaceClass");
-        if (interfaceClass == "07") {
-            printer.printerInterface = true;
-            std::error_code linkError;
-            const fs::path driver = fs::read_symlink(entry.path() / "driver", linkError);
-            printer.driver = linkError ? std::string() : driver.filename().string();
-            if (auto node = FirstEntry(entry.path() / "usbmisc", "lp")) {
-                printer.printerNode = root + "/dev/usb/" + *node;
-            }
-        } else if (interfaceClass == "03") {
-            printer.hidInterface = true;
-            // <interface>/<bus:vendor:product.n>/hidraw/hidrawN
-            for (const auto& hid : fs::directory_iterator(entry.path(), error)) {
-                if (auto node = FirstEntry(hid.path() / "hidraw", "hidraw")) {
-                    printer.hidNode = root + "/dev/" + *node;
-                }
-            }
-        }
-    }
-}
-
-std::vector<UsbPrinter> FindUsbPrinters(const std::string& root) {
-    std::vector<UsbPrinter> printers;
-    std::error_code error;
-    for (const auto& entry : fs::directory_iterator(fs::path(root + "/sys/bus/usb/devices"), error)) {
-        const std::string name = entry.path().filename().string();
-        if (name.find(':') != std::string::npos || ReadAttribute(entry.path() / "idVendor") != kVendor) {
-            continue;
-        }
-        UsbPrinter printer;
-        printer.product = ReadAttribute(entry.path() / "idProduct");
-        if (printer.product != "0024" && printer.product != "0025") {
-            continue;
-        }
-        printer.device = entry.path();
-        printer.port = name;
-        printer.manufacturer = ReadAttribute(entry.path() / "manufacturer");
-        printer.productName = ReadAttribute(entry.path() / "product");
-        printer.serial = ReadAttribute(entry.path() / "serial");
-        ReadInterfaces(printer, root);
-        printers.push_back(printer);
-    }
-    std::sort(printers.begin(), printers.end(),
-              [](const UsbPrinter& a, const UsbPrinter& b) { return a.port < b.port; });
-    return printers;
+std::string Utf8(const std::wstring& text) {
+    return StringConverter::ToUtf8(text);
 }
 
 std::string AccessProblemOf(const std::string& node) {
@@ -127,82 +35,58 @@ std::string UdevFix() {
            UdevRuleText();
 }
 
-std::string UriEscape(const std::string& text) {
-    std::string out;
-    for (unsigned char c : text) {
-        if (std::isalnum(c) || c == '-' || c == '_' || c == '.') {
-            out += static_cast<char>(c);
-        } else {
-            char escaped[4];
-            std::snprintf(escaped, sizeof escaped, "%%%02X", c);
-            out += escaped;
-        }
-    }
-    return out;
-}
-
-const vela::kom::DiscoveredPrinter* DiscoveryRow(const std::vector<vela::kom::DiscoveredPrinter>& printers,
-                                                 const UsbPrinter& usb, const std::string& root) {
-    for (const auto& row : printers) {
-        if (row.isVirtual) {
-            continue;
-        }
-        const std::string path = root + StringConverter::ToUtf8(row.printerPath);
-        if ((!usb.printerNode.empty() && path == usb.printerNode) ||
-            (!usb.serial.empty() && StringConverter::ToUtf8(row.serialNumber) == usb.serial)) {
-            return &row;
-        }
-    }
-    return nullptr;
-}
-
-void CheckPrinter(std::vector<DoctorFinding>& findings, const UsbPrinter& usb,
-                  const std::vector<vela::kom::DiscoveredPrinter>& printers, const std::string& root) {
-    const std::string model = usb.product == "0024" ? "VELA QRV 210" : "VELA QRV 410";
-    const std::string who = model + " at USB port " + usb.port;
+void CheckPrinter(std::vector<DoctorFinding>& findings, const PrinterInfo& printer) {
+    const std::string model = Utf8(printer.model);
+    const std::string who = model + " at USB port " + Utf8(printer.usbPort);
+    char usbId[16];
+    std::snprintf(usbId, sizeof usbId, "%04x:%04x", printer.vendorId, printer.productId);
     findings.push_back({"USB", Level::ok,
-                        who + " (0922:" + usb.product +
-                            (usb.serial.empty() ? ", no serial" : ", serial " + usb.serial) + ")",
+                        who + " (" + usbId +
+                            (printer.serial.empty() ? ", no serial" : ", serial " + Utf8(printer.serial)) +
+                            ")",
                         "", ExitCode::ok});
 
-    if (!usb.printerInterface) {
+    const std::string driver = Utf8(printer.driver);
+    if (!printer.hasPrinterInterface) {
         findings.push_back(
             {"printer interface", Level::failure, who + " shows no printer interface",
              "unplug the printer and plug it in again; if it stays so, the printer needs service",
              ExitCode::printerNotFound});
-    } else if (usb.driver.empty()) {
+    } else if (driver.empty()) {
         findings.push_back({"usblp driver", Level::failure,
                             "no driver is bound to the printer interface of " + who,
                             "sudo modprobe usblp   (and check that /etc/modprobe.d does not blacklist usblp)",
                             ExitCode::printerNotFound});
-    } else if (usb.driver != "usblp") {
+    } else if (driver != "usblp") {
         findings.push_back(
             {"usblp driver", Level::failure,
-             "the driver '" + usb.driver + "' holds the printer interface of " + who + ", not usblp",
+             "the driver '" + driver + "' holds the printer interface of " + who + ", not usblp",
              "stop the program that claimed it (for example: sudo systemctl stop ipp-usb), then unplug "
              "and plug in the printer",
              ExitCode::printerNotFound});
     } else {
-        findings.push_back({"usblp driver", Level::ok,
-                            "usblp is bound; printer channel " +
-                                (usb.printerNode.empty() ? std::string("(no node)") : usb.printerNode),
-                            "", ExitCode::ok});
+        findings.push_back(
+            {"usblp driver", Level::ok,
+             "usblp is bound; printer channel " +
+                 (printer.channelPath.empty() ? std::string("(no node)") : Utf8(printer.channelPath)),
+             "", ExitCode::ok});
     }
 
-    if (!usb.hidInterface || usb.hidNode.empty()) {
+    if (printer.statusPath.empty()) {
         findings.push_back({"status reports", Level::warning,
                             "no hidraw node for the status interface of " + who +
                                 ": commands work, `status --watch` gets no reports",
                             "sudo modprobe usbhid hid-generic", ExitCode::ok});
     } else {
         findings.push_back(
-            {"status reports", Level::ok, "status reports on " + usb.hidNode, "", ExitCode::ok});
+            {"status reports", Level::ok, "status reports on " + Utf8(printer.statusPath), "", ExitCode::ok});
     }
 
-    for (const std::string& node : {usb.printerNode, usb.hidNode}) {
-        if (node.empty()) {
+    for (const std::wstring& path : {printer.channelPath, printer.statusPath}) {
+        if (path.empty()) {
             continue;
         }
+        const std::string node = Utf8(path);
         const std::string problem = AccessProblemOf(node);
         if (problem.empty()) {
             findings.push_back(
@@ -213,46 +97,43 @@ void CheckPrinter(std::vector<DoctorFinding>& findings, const UsbPrinter& usb,
         }
     }
 
-    const auto* row = DiscoveryRow(printers, usb, root);
-    if (row != nullptr && row->hasQueue) {
-        findings.push_back(
-            {"print queue", Level::ok,
-             "CUPS queue '" + StringConverter::ToUtf8(row->printerName) + "' names this printer", "",
-             ExitCode::ok});
+    if (printer.isQueueName) {
+        findings.push_back({"print queue", Level::ok,
+                            "CUPS queue '" + Utf8(printer.name) + "' names this printer", "", ExitCode::ok});
     } else {
-        const std::string fallback =
-            row != nullptr ? StringConverter::ToUtf8(row->printerName) : model + " (" + usb.serial + ")";
-        const std::string uri = "usb://" + UriEscape(usb.manufacturer.empty() ? "VELA" : usb.manufacturer) +
-                                "/" + UriEscape(usb.productName.empty() ? model : usb.productName) +
-                                (usb.serial.empty() ? "" : "?serial=" + UriEscape(usb.serial));
-        findings.push_back(
-            {"print queue", Level::warning,
-             "no local CUPS queue names this printer; qrvctl and the library open it as '" + fallback + "'",
-             "to give it a queue name of your choice: sudo lpadmin -p QRV-Printer -E -v '" + uri + "'",
-             ExitCode::ok});
+        const std::string why = printer.queueProblem.empty() ? "no local CUPS queue names this printer"
+                                                             : Utf8(printer.queueProblem);
+        findings.push_back({"print queue", Level::warning,
+                            why + "; qrvctl and the library open it as '" + Utf8(printer.name) + "'",
+                            "to give it a queue name of your choice: sudo lpadmin -p QRV-Printer -E -v '" +
+                                Utf8(printer.deviceUri) + "'",
+                            ExitCode::ok});
     }
 }
 
 } // namespace
 
-std::vector<DoctorFinding> DoctorChecks::Run(const std::vector<vela::kom::DiscoveredPrinter>& printers,
-                                             const std::string& root) {
+std::vector<DoctorFinding> DoctorChecks::Run(const std::vector<PrinterInfo>& printers,
+                                             const std::string& lockFolder) {
     std::vector<DoctorFinding> findings;
-    const auto usbPrinters = FindUsbPrinters(root);
-    const bool anyVirtual =
-        std::any_of(printers.begin(), printers.end(), [](const auto& p) { return p.isVirtual; });
-    if (usbPrinters.empty()) {
-        findings.push_back({"USB", anyVirtual ? Level::warning : Level::failure,
-                            "no QRV printer (USB 0922:0024 or 0922:0025) is on USB",
-                            "check the cable and that the printer is switched on; `lsusb -d 0922:` lists it "
-                            "when it is there",
-                            ExitCode::printerNotFound});
+    bool anyVirtual = false;
+    bool anyOnUsb = false;
+    for (const auto& printer : printers) {
+        anyVirtual = anyVirtual || printer.isVirtual;
+        if (!printer.isVirtual) {
+            anyOnUsb = true;
+            CheckPrinter(findings, printer);
+        }
     }
-    for (const auto& usb : usbPrinters) {
-        CheckPrinter(findings, usb, printers, root);
+    if (!anyOnUsb) {
+        findings.insert(findings.begin(),
+                        {"USB", anyVirtual ? Level::warning : Level::failure,
+                         "no QRV printer (USB 0922:0024 or 0922:0025) is on USB",
+                         "check the cable and that the printer is switched on; `lsusb -d 0922:` lists it "
+                         "when it is there",
+                         ExitCode::printerNotFound});
     }
 
-    const std::string lockFolder = root + "/run/lock";
     const std::string lockProblem = AccessProblemOf(lockFolder);
     if (lockProblem.empty()) {
         findings.push_back({"access lock", Level::ok,
@@ -265,12 +146,12 @@ std::vector<DoctorFinding> DoctorChecks::Run(const std::vector<vela::kom::Discov
                             "sudo mkdir -p /run/lock && sudo chmod 1777 /run/lock", ExitCode::accessDenied});
     }
 
-    for (const auto& row : printers) {
-        if (!row.isVirtual) {
+    for (const auto& printer : printers) {
+        if (!printer.isVirtual) {
             continue;
         }
-        const std::string name = StringConverter::ToUtf8(row.printerName);
-        const std::string path = StringConverter::ToUtf8(row.printerPath);
+        const std::string name = Utf8(printer.name);
+        const std::string path = Utf8(printer.channelPath);
         const std::string problem = AccessProblemOf(path);
         if (problem.empty()) {
             findings.push_back(

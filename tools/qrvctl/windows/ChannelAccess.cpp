@@ -7,4 +7,8 @@ std::optional<AccessProblem> CheckChannelAccess(const std::wstring&) {
     return std::nullopt;
 }
 
+bool ChannelPresent(const std::wstring&) {
+    return true;
+}
+
 } // namespace vela::qrvctl

@@ -7,28 +7,29 @@ namespace vela::qrvctl {
 using vela::common::StringConverter;
 using Level = DoctorFinding::Level;
 
-std::vector<DoctorFinding> DoctorChecks::Run(const std::vector<vela::kom::DiscoveredPrinter>& printers,
-                                             const std::string&) {
+std::vector<DoctorFinding>
+DoctorChecks::Run(const std::vector<vela::printer::communication::PrinterInfo>& printers,
+                  const std::string&) {
     // Windows lists a printer only with its driver installed and a print queue set up, so what
     // discovery sees is the whole answer.
     std::vector<DoctorFinding> findings;
     bool anyAttached = false;
     for (const auto& row : printers) {
-        const std::string name = StringConverter::ToUtf8(row.printerName);
+        const std::string name = StringConverter::ToUtf8(row.name);
         if (row.isVirtual) {
             findings.push_back({"virtual printer", Level::ok,
-                                "'" + name + "' serves on " + StringConverter::ToUtf8(row.printerPath), "",
+                                "'" + name + "' serves on " + StringConverter::ToUtf8(row.channelPath), "",
                                 ExitCode::ok});
             continue;
         }
         anyAttached = true;
         findings.push_back(
             {"printer", Level::ok,
-             "'" + name + "': " + StringConverter::ToUtf8(row.modelName) +
-                 (row.serialNumber.empty() ? "" : ", serial " + StringConverter::ToUtf8(row.serialNumber)) +
-                 ", printer interface " + StringConverter::ToUtf8(row.printerPath),
+             "'" + name + "': " + StringConverter::ToUtf8(row.model) +
+                 (row.serial.empty() ? "" : ", serial " + StringConverter::ToUtf8(row.serial)) +
+                 ", printer interface " + StringConverter::ToUtf8(row.channelPath),
              "", ExitCode::ok});
-        if (row.hidPath.empty()) {
+        if (row.statusPath.empty()) {
             findings.push_back(
                 {"status reports", Level::warning,
                  "'" + name +
@@ -36,7 +37,8 @@ std::vector<DoctorFinding> DoctorChecks::Run(const std::vector<vela::kom::Discov
                  "unplug the printer and plug it in again", ExitCode::ok});
         } else {
             findings.push_back({"status reports", Level::ok,
-                                "'" + name + "': " + StringConverter::ToUtf8(row.hidPath), "", ExitCode::ok});
+                                "'" + name + "': " + StringConverter::ToUtf8(row.statusPath), "",
+                                ExitCode::ok});
         }
     }
     if (!anyAttached) {

@@ -1,0 +1,150 @@
+// qrvctl at the keyboard: host files checked before the printer is touched, choosing among
+// printers, the update's own care, and output that fits. The real executable runs against
+// simulators of this test, except where the library's fixed pauses would make it slow.
+#include "CliTestSupport.h"
+
+#include "CommandLine.h"
+#include "TextTable.h"
+#include "common/StringConverter.h"
+#include "support/TestSupport.h"
+
+namespace vela::test {
+namespace {
+
+using vela::common::StringConverter;
+using vela::sim::RequestKind;
+using CliKeyboard = CliTest;
+
+size_t Count(vela::sim::SimPrinter& printer, RequestKind kind) {
+    size_t count = 0;
+    for (const auto& record : printer.Requests()) {
+        count += record.kind == kind ? 1 : 0;
+    }
+    return count;
+}
+
+TEST_F(CliKeyboard, HostFileProblemsAreFoundBeforeThePrinterIsTouched) {
+    TempDir host;
+    WriteHostFile(host.File("here.bin"), TestBytes(10));
+    WriteHostFile(host.File("empty.pkg"), {});
+    const struct {
+        std::vector<std::string> arguments;
+        int code;
+        std::string part;
+    } cases[] = {
+        {{"put", host.File("none.bin"), "/mnt/data/images/"}, 5, "no file '" + host.File("none.bin") + "'"},
+        {{"put", host.Path(), "/mnt/data/images/"}, 2, "'" + host.Path() + "' on this computer is a folder"},
+        {{"get", "/mnt/data/images/a.png", host.File("no/a.png")}, 5, "no folder '" + host.File("no") + "'"},
+        {{"get", "--no-clobber", "/mnt/data/images/a.png", host.File("here.bin")},
+         8,
+         "already exists on this"},
+        {{"update", host.File("empty.pkg")}, 2, "is empty: not an update package"},
+        {{"update", host.File("none.pkg")}, 5, "no file '" + host.File("none.pkg") + "'"},
+    };
+    const size_t before = Printer().Requests().size();
+    for (const auto& c : cases) {
+        const CliResult result = RunTool(c.arguments);
+        EXPECT_EQ(result.code, c.code) << c.arguments[0] << ": " << result.err;
+        EXPECT_NE(result.err.find(c.part), std::string::npos) << result.err;
+    }
+    EXPECT_EQ(Printer().Requests().size(), before);
+}
+
+TEST_F(CliKeyboard, ForceReplacesLargeDuplicatesAreRefusedFirstAndGetWritesToStandardOutput) {
+    TempDir host;
+    const auto second = TestBytes(2000, 2);
+    WriteHostFile(host.File("a.bin"), TestBytes(1000, 1));
+    ASSERT_EQ(RunTool({"put", host.File("a.bin"), "/mnt/data/images/"}).code, 0);
+    WriteHostFile(host.File("a.bin"), second);
+    EXPECT_EQ(RunTool({"put", host.File("a.bin"), "/mnt/data/images/"}).code, 8);
+    const CliResult forced = RunTool({"put", "--force", host.File("a.bin"), "/mnt/data/images/a.bin"});
+    ASSERT_EQ(forced.code, 0) << forced.err;
+    EXPECT_EQ(Printer().ReadFile("/mnt/data/images/a.bin"), second);
+    EXPECT_EQ(RunTool({"get", "/mnt/data/images/a.bin", "-"}).out, std::string(second.begin(), second.end()));
+
+    WriteHostFile(host.File("big.bin"), TestBytes(5 << 20, 3));
+    Printer().WriteFile("/mnt/data/images/big.bin", {1, 2, 3});
+    const size_t puts = Count(Printer(), RequestKind::putFile);
+    const CliResult big = RunTool({"put", host.File("big.bin"), "/mnt/data/images/big.bin"});
+    EXPECT_EQ(big.code, 8);
+    EXPECT_NE(big.err.find("'/mnt/data/images/big.bin' already exists on the printer"), std::string::npos);
+    EXPECT_EQ(Count(Printer(), RequestKind::putFile), puts);
+}
+
+TEST_F(CliKeyboard, PrintersAreChosenByNameSerialUriOrPathAndAmbiguityListsThem) {
+    vela::sim::Simulator::Options options;
+    options.name = kPrinter;
+    options.serial = "TWIN0002";
+    vela::sim::Simulator twin(options);
+    ScopedEnvironment both("QRV_VIRTUAL_PRINTERS",
+                           StringConverter::FromUtf8(m_simulator.EntryText() + ";" + twin.EntryText()));
+    const CliResult ambiguous = RunTool({"--printer", kPrinter, "status"});
+    EXPECT_EQ(ambiguous.code, 2);
+    EXPECT_NE(ambiguous.err.find("names 2 printers"), std::string::npos) << ambiguous.err;
+    EXPECT_NE(ambiguous.err.find("serial TWIN0002"), std::string::npos) << ambiguous.err;
+    for (const std::string& choice :
+         {std::string("TWIN0002"), std::string("usb://vela/QRV%20410?serial=twin0002&interface=1"),
+          StringConverter::ToUtf8(twin.PrinterPath())}) {
+        const size_t before = twin.Printer().Requests().size();
+        const CliResult status = RunTool({"--printer", choice, "status"});
+        EXPECT_EQ(status.code, 0) << choice << ": " << status.err;
+        EXPECT_GT(twin.Printer().Requests().size(), before) << choice;
+    }
+    EXPECT_EQ(RunTool({"--json", "list"}).Json()["printers"][1]["deviceUri"],
+              "usb://VELA/QRV%20410?serial=TWIN0002");
+}
+
+TEST_F(CliKeyboard, UpdateWarnsAndRemovesALeftoverPackageFirst) {
+    TempDir host;
+    WriteHostFile(host.File("qrv-fw-2.4.1.pkg"), TestBytes(4096));
+    Printer().WriteFile("/mnt/data/update/qrv-fw-2.4.1.pkg", TestBytes(10));
+    const CliResult update = Run({"update", host.File("qrv-fw-2.4.1.pkg")});
+    EXPECT_EQ(update.code, 0) << update.err;
+    for (const char* part :
+         {"do not unplug the printer or interrupt the update",
+          "removed /mnt/data/update/qrv-fw-2.4.1.pkg, left on the printer by an earlier update"}) {
+        EXPECT_NE(update.err.find(part), std::string::npos) << part << "\n" << update.err;
+    }
+}
+
+TEST_F(CliKeyboard, LinesFitANarrowTerminalAndAFailureIsSaidOnce) {
+    TempDir host;
+    WriteHostFile(host.File("a-rather-long-name-for-a-narrow-terminal.bin"), TestBytes(1 << 20));
+    SharedTextBuffer out;
+    SharedTextBuffer err;
+    std::ostream outStream(&out);
+    std::ostream errStream(&err);
+    vela::qrvctl::Console narrow(outStream, errStream, true, 40);
+    using vela::qrvctl::CommandLine;
+    EXPECT_EQ(
+        CommandLine::Run({"--printer", kPrinter, "put",
+                          host.File("a-rather-long-name-for-a-narrow-terminal.bin"), "/mnt/data/images/"},
+                         narrow),
+        0);
+    EXPECT_EQ(CommandLine::Run({"--printer", kPrinter, "feed"}, narrow), 0);
+    SharedTextBuffer help;
+    std::ostream helpStream(&help);
+    vela::qrvctl::Console narrowHelp(helpStream, errStream, true, 40);
+    EXPECT_EQ(CommandLine::Run({"update", "--help"}, narrowHelp), 0);
+    std::string line;
+    for (char c : err.Text() + "\n" + help.Text() + "\n") {
+        if (c == '\r' || c == '\n') {
+            EXPECT_LE(vela::qrvctl::TextTable::Width(line), 39u) << line;
+            line.clear();
+        } else {
+            line += c;
+        }
+    }
+
+    const CliResult typo = Run({"statu"});
+    EXPECT_EQ(typo.code, 2);
+    EXPECT_NE(typo.err.find("unknown command 'statu'; did you mean 'status'?"), std::string::npos)
+        << typo.err;
+    const CliResult failure = Run({"-v", "get", "/mnt/data/images/none.png", host.File("none.png")});
+    EXPECT_EQ(failure.code, 5);
+    EXPECT_EQ(failure.err.find("qrv error:"), std::string::npos) << failure.err;
+    EXPECT_EQ(failure.err.find("qrv warning:"), std::string::npos) << failure.err;
+}
+
+} // namespace
+} // namespace vela::test

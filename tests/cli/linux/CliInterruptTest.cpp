@@ -1,0 +1,98 @@
+// The executable stopped by real signals, waiting for a busy printer, and watching a printer
+// that goes away and comes back.
+#include "CliTestSupport.h"
+#include "SpawnedTool.h"
+
+#include "common/StringConverter.h"
+#include "support/TestSupport.h"
+
+#include <chrono>
+#include <csignal>
+#include <future>
+
+namespace vela::test {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using vela::common::StringConverter;
+using CliInterrupt = CliTest;
+
+TEST_F(CliInterrupt, ASecondCtrlCQuitsAtOnceAndLeavesNoHostFile) {
+    TempDir host;
+    Printer().WriteFile("/mnt/data/images/big.bin", TestBytes(48 << 20, 6));
+    SpawnedTool tool({"get", "/mnt/data/images/big.bin", host.File("big.bin")},
+                     SpawnedTool::Output::terminal);
+    ASSERT_TRUE(tool.ReadUntil("get big.bin  [", 20000)) << tool.Out();
+    tool.Signal(SIGINT);
+    // Signals sent together arrive as one: the second comes once the first was taken.
+    ASSERT_TRUE(tool.ReadUntil("cancelling the transfer", 5000)) << tool.Out();
+    tool.Signal(SIGINT);
+    EXPECT_EQ(tool.Wait(5000), 130);
+    tool.ReadToEnd(1000);
+    // Unless the cancelled transfer had already ended by then.
+    EXPECT_TRUE(tool.Out().find("the printer may need a moment") != std::string::npos ||
+                tool.Out().find("interrupted: the transfer was cancelled") != std::string::npos)
+        << tool.Out();
+    EXPECT_TRUE(ListDirectory(host.Path()).empty());
+}
+
+// Needs the library's transfer cancellation (a get stopped between chunks, its reply drained).
+TEST_F(CliInterrupt, DISABLED_TheFirstCtrlCCancelsCleanlyAndThePrinterAnswersAtOnce) {
+    TempDir host;
+    Printer().WriteFile("/mnt/data/images/big.bin", TestBytes(48 << 20, 7));
+    SpawnedTool tool({"get", "/mnt/data/images/big.bin", host.File("big.bin")},
+                     SpawnedTool::Output::terminal);
+    ASSERT_TRUE(tool.ReadUntil("get big.bin  [", 20000)) << tool.Out();
+    tool.Signal(SIGINT);
+    EXPECT_EQ(tool.Wait(10000), 130);
+    EXPECT_TRUE(ListDirectory(host.Path()).empty());
+    const auto start = Clock::now();
+    EXPECT_EQ(RunTool({"status"}).code, 0);
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(3));
+}
+
+TEST_F(CliInterrupt, ALockWaitNamesItsHolderAndTheTimeLimitEndsIt) {
+    ChildProcess holder({"hold-lock", kPrinter, "30000"});
+    ASSERT_EQ(holder.ReadLine(), "locked");
+    const auto start = Clock::now();
+    const CliResult status = RunTool({"--timeout", "3", "status"});
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(6));
+    EXPECT_EQ(status.code, 7);
+    EXPECT_NE(status.err.find(std::string("waiting for another program that uses '") + kPrinter +
+                              "' (qrv-test-helper, pid "),
+              std::string::npos)
+        << status.err;
+    EXPECT_NE(status.err.find("time limit of 3 s (--timeout)"), std::string::npos) << status.err;
+}
+
+TEST_F(CliInterrupt, WatchSaysWhenThePrinterGoesAndComesBack) {
+    SpawnedTool tool({"--json", "status", "--watch"}, SpawnedTool::Output::pipes);
+    ASSERT_TRUE(tool.ReadUntil("\"event\":\"snapshot\"", 20000)) << tool.Out();
+    Printer().SetRebootDelay(std::chrono::milliseconds(3000));
+    EXPECT_EQ(RunTool({"reboot"}).code, 0);
+    EXPECT_TRUE(tool.ReadUntil("\"event\":\"gone\"", 10000)) << tool.Out();
+    EXPECT_TRUE(tool.ReadUntil("\"event\":\"back\"", 20000)) << tool.Out();
+    tool.Signal(SIGINT);
+    EXPECT_EQ(tool.Wait(10000), 0);
+}
+
+// Two names of one device (a simulator registered twice) exclude each other on Linux.
+TEST_F(CliInterrupt, TwoNamesOfOneDeviceTakeTurns) {
+    auto alias = m_simulator.Entry();
+    alias.name = "Alias";
+    ScopedEnvironment twoNames("QRV_VIRTUAL_PRINTERS",
+                               StringConverter::FromUtf8(m_simulator.EntryText() + ";" + alias.Format()));
+    TempDir host;
+    WriteHostFile(host.File("one.bin"), TestBytes(3 << 20, 4));
+    auto first = std::async(std::launch::async, [&] {
+        return RunTool({"--printer", kPrinter, "put", host.File("one.bin"), "/mnt/data/images/one.bin"});
+    });
+    const CliResult second =
+        RunTool({"--printer", "Alias", "put", host.File("one.bin"), "/mnt/data/images/two.bin"});
+    EXPECT_EQ(second.code, 0) << second.err;
+    EXPECT_EQ(first.get().code, 0);
+    EXPECT_EQ(Printer().ReadFile("/mnt/data/images/two.bin"), TestBytes(3 << 20, 4));
+}
+
+} // namespace
+} // namespace vela::test
