@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import ctypes
+import ctypes.util
 import os
 import sys
 import threading
@@ -14,6 +15,7 @@ LIBRARY_VARIABLE = "QRV_LIBRARY"
 
 _lock = threading.Lock()
 _loaded: ctypes.CDLL | None = None
+_dll_folders: list[object] = []
 
 
 def library_name(platform: str = sys.platform) -> str:
@@ -26,9 +28,13 @@ def library_name(platform: str = sys.platform) -> str:
 
 
 def _open(path: str) -> ctypes.CDLL:
-    if sys.platform == "win32" and os.path.dirname(path):
-        # The folder of an explicit qrv.dll is searched for what it depends on, too.
-        os.add_dll_directory(os.path.dirname(os.path.abspath(path)))
+    if sys.platform == "win32":
+        if not os.path.dirname(path):
+            # Python's loader does not search PATH for a bare DLL name; find_library does.
+            path = ctypes.util.find_library("qrv") or path
+        if os.path.dirname(path):
+            # The DLL's own folder is searched for what it depends on, too.
+            _dll_folders.append(os.add_dll_directory(os.path.dirname(os.path.abspath(path))))
     return ctypes.CDLL(path)
 
 

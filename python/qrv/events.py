@@ -27,11 +27,8 @@ def status_changed_function(callback: StatusChangedCallback) -> object:
 
     def call(items: "ctypes._Pointer[StatusItemRecord]", count: int, _user: Optional[int]) -> None:
         try:
-            changed = [
-                StatusItem(StatusField(items[i].kind), field_value(StatusField(items[i].kind), items[i].value))
-                for i in range(count)
-            ]
-            callback(changed)
+            fields = [StatusField(items[i].kind) for i in range(count)]
+            callback([StatusItem(f, field_value(f, items[i].value)) for i, f in enumerate(fields)])
         except BaseException:  # noqa: B036 - nothing may leave a callback of the monitor thread
             _log.exception("qrv: a status-changed callback raised; the monitor goes on")
 
@@ -89,7 +86,9 @@ class Subscriptions:
 class Subscription:
     """One subscription; remove() ends it (also as a context manager)."""
 
-    def __init__(self, library: ctypes.CDLL, handle: Callable[[], int], subscriptions: Subscriptions, ident: int):
+    def __init__(
+        self, library: ctypes.CDLL, handle: Callable[[], int], subscriptions: Subscriptions, ident: int
+    ) -> None:
         self._library = library
         self._handle = handle
         self._subscriptions = subscriptions

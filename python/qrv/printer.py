@@ -227,7 +227,9 @@ class Printer:
 
     # ---- files -----------------------------------------------------------------------------
 
-    def put(self, host_path: PathArgument, printer_path: PathArgument, progress: Optional[ProgressCallback] = None) -> None:
+    def put(
+        self, host_path: PathArgument, printer_path: PathArgument, progress: Optional[ProgressCallback] = None
+    ) -> None:
         """Copies a host file to the printer; a file of that name already there is an error.
 
         `progress(done, total)` runs on the calling thread after each chunk; an exception it
@@ -243,7 +245,9 @@ class Printer:
             )
         transfer.finish(result)
 
-    def get(self, printer_path: PathArgument, host_path: PathArgument, progress: Optional[ProgressCallback] = None) -> None:
+    def get(
+        self, printer_path: PathArgument, host_path: PathArgument, progress: Optional[ProgressCallback] = None
+    ) -> None:
         """Copies a printer file to the host file (replaced when it exists).
 
         The host file is written under a temporary name and renamed when complete: after a

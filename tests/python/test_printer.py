@@ -49,13 +49,13 @@ def test_put_and_get_round_trip(printer: qrv.Printer, tmp_path: Path) -> None:
     data = os.urandom(3 * 1024 * 1024 + 123)
     source, back = tmp_path / "source.bin", tmp_path / "back.bin"
     source.write_bytes(data)
-    for transfer in (printer.put, printer.get):
-        seen: list[tuple[int, int]] = []
-        if transfer == printer.put:
-            printer.put(source, JOBS / "round.job", lambda done, total: seen.append((done, total)))
-        else:
-            printer.get(JOBS / "round.job", back, lambda done, total: seen.append((done, total)))
-        assert seen == sorted(seen) and seen[-1] == (len(data), len(data)) and {t for _, t in seen} == {len(data)}
+    puts: list[tuple[int, int]] = []
+    gets: list[tuple[int, int]] = []
+    printer.put(source, JOBS / "round.job", lambda done, total: puts.append((done, total)))
+    printer.get(JOBS / "round.job", back, lambda done, total: gets.append((done, total)))
+    for seen in (puts, gets):  # growing, each against the file's size, ending at it
+        assert seen == sorted(seen) and seen[-1] == (len(data), len(data))
+        assert {total for _, total in seen} == {len(data)}
     assert back.read_bytes() == data
     assert qrv.FileEntry("round.job", False, len(data)) in printer.listdir(JOBS)
     printer.remove(str(JOBS / "round.job"))
@@ -64,19 +64,25 @@ def test_put_and_get_round_trip(printer: qrv.Printer, tmp_path: Path) -> None:
 def test_failures_are_typed_with_the_library_line(printer: qrv.Printer, tmp_path: Path) -> None:
     with pytest.raises(qrv.PrinterFileNotFoundError) as missing:
         printer.get("/mnt/data/jobs/missing.job", tmp_path / "missing")
-    assert str(missing.value) == "QRVDeviceGateway::GetFile(): File not Found '/mnt/data/jobs/missing.job': 'Wrong file name'"
+    assert str(missing.value) == (
+        "QRVDeviceGateway::GetFile(): File not Found '/mnt/data/jobs/missing.job': 'Wrong file name'"
+    )
     assert not (tmp_path / "missing").exists()
-    with pytest.raises(qrv.PrinterCommunicationError, match=r"^QRVDeviceGateway::CreateQRVDevice\(\): Printer Communication Error 'No Such Printer': "):
+    opening = r"^QRVDeviceGateway::CreateQRVDevice\(\): Printer Communication Error 'No Such Printer': "
+    with pytest.raises(qrv.PrinterCommunicationError, match=opening):
         qrv.open("No Such Printer")
-    # The package's code table agrees with the library's names for every kind.
+    # One class per kind of the library, each named as the library names its code.
     library = _library.load()
-    for code in range(1, 105):
-        error = qrv.errors.error_for(code, "line")
-        if type(error) is not qrv.InternalError or code == 104:
-            assert error.kind == _bindings.text(library.qrv_result_name(code)) and error.code == code
+    kinds = [cls for cls in qrv.QRVError.__subclasses__() if cls.code]
+    assert {cls.code for cls in kinds} >= set(range(1, 11))
+    for cls in kinds:
+        assert type(qrv.errors.error_for(cls.code, "")) is cls
+        assert cls.kind == _bindings.text(library.qrv_result_name(cls.code))
 
 
-def test_events_arrive_while_another_call_runs(sim: qrv.Simulator, printer: qrv.Printer, caplog: pytest.LogCaptureFixture) -> None:
+def test_events_arrive_while_another_call_runs(
+    sim: qrv.Simulator, printer: qrv.Printer, caplog: pytest.LogCaptureFixture
+) -> None:
     changes: list[tuple[float, list[qrv.StatusItem]]] = []
     interrupts: list[qrv.PrintInterrupt] = []
     monitor: set[int] = set()
@@ -88,7 +94,12 @@ def test_events_arrive_while_another_call_runs(sim: qrv.Simulator, printer: qrv.
         monitor.add(threading.get_ident())
         changes.append((time.monotonic(), items))
 
-    with printer.on_status_changed(broken), printer.on_status_changed(changed), printer.on_print_interrupt(interrupts.append):
+    door = qrv.StatusField.CASSETTE_DOOR
+    with (
+        printer.on_status_changed(broken),
+        printer.on_status_changed(changed),
+        printer.on_print_interrupt(interrupts.append),
+    ):
         opener = threading.Timer(0.2, sim.command, ["door open"])
         started = time.monotonic()
         opener.start()
@@ -96,12 +107,12 @@ def test_events_arrive_while_another_call_runs(sim: qrv.Simulator, printer: qrv.
         ended = time.monotonic()
         opener.join()
         assert changes and started < changes[0][0] < ended
-        assert qrv.StatusItem(qrv.StatusField.CASSETTE_DOOR, qrv.DoorStatus.OPEN) in changes[0][1]
+        assert qrv.StatusItem(door, qrv.DoorStatus.OPEN) in changes[0][1]
         assert wait_for(lambda: qrv.InterruptIssue.CASSETTE_DOOR_OPEN in [i.issue for i in interrupts])
         assert monitor and threading.get_ident() not in monitor
         assert "broken subscriber" in caplog.text
         sim.command("door closed")  # the monitor goes on after the raising callback
-        assert wait_for(lambda: any(qrv.StatusItem(qrv.StatusField.CASSETTE_DOOR, qrv.DoorStatus.CLOSED) in c for _, c in changes))
+        assert wait_for(lambda: any(qrv.StatusItem(door, qrv.DoorStatus.CLOSED) in c for _, c in changes))
     count = len(changes)
     sim.command("battery 3")
     time.sleep(0.3)
