@@ -1,16 +1,18 @@
-"""One qrv-sim process per test module, found through $QRV_SIM; the library through $QRV_LIBRARY."""
+"""One qrv-sim process per test module ($QRV_SIM or qrv-sim on PATH).
+
+The package and library under test are the ones Python finds: ctest puts the source tree's
+python/ on PYTHONPATH and names the built library in $QRV_LIBRARY; without them the installed
+ones are tested.
+"""
 
 from __future__ import annotations
 
 import os
-import sys
 from collections.abc import Iterator
 
 import pytest
 
-sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "..", "python"))
-
-import qrv  # noqa: E402
+import qrv
 
 
 @pytest.fixture(scope="module")
