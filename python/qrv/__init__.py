@@ -35,6 +35,7 @@ from .errors import (
     SimulatorError,
 )
 from .events import Subscription
+from .logs import LogLevel, log_to_logging, set_log_level
 from .printer import Printer, open
 from .records import CutterMode, DiskSpace, FileEntry, Library, PrinterInfo, UpdatePhase
 from .simulator import Simulator
@@ -79,6 +80,7 @@ __all__ = [
     "LabelStatus",
     "Library",
     "LibraryNotFoundError",
+    "LogLevel",
     "NonzeroResultError",
     "OperationCancelledError",
     "OutOfDiskspaceError",
@@ -106,6 +108,8 @@ __all__ = [
     "UpdatePhase",
     "library_name",
     "library_version",
+    "log_to_logging",
     "open",
     "printers",
+    "set_log_level",
 ]

@@ -61,6 +61,7 @@ ProgressFunction = ctypes.CFUNCTYPE(c_int32, c_uint64, c_uint64, c_void_p)
 PhaseFunction = ctypes.CFUNCTYPE(None, c_int32, c_void_p)
 StatusChangedFunction = ctypes.CFUNCTYPE(None, POINTER(StatusItemRecord), c_size_t, c_void_p)
 PrintInterruptFunction = ctypes.CFUNCTYPE(None, c_uint32, c_uint32, c_uint32, c_void_p)
+LogFunction = ctypes.CFUNCTYPE(None, c_int32, c_char_p, c_void_p)
 
 _P = POINTER
 _PROTOTYPES: dict[str, tuple[object, list[object]]] = {
@@ -69,6 +70,7 @@ _PROTOTYPES: dict[str, tuple[object, list[object]]] = {
     "qrv_version": (c_char_p, []),
     "qrv_free": (None, [c_void_p]),
     "qrv_set_log_level": (c_int32, [c_int32]),
+    "qrv_set_log_callback": (c_int32, [LogFunction, c_void_p]),
     "qrv_list_printers": (c_int32, [_P(_P(PrinterInfoRecord)), _P(c_size_t)]),
     "qrv_open": (c_int32, [c_char_p, _P(Handle)]),
     "qrv_close": (c_int32, [Handle]),
