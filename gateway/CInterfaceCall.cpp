@@ -92,7 +92,12 @@ qrv_result CInterfaceCall::RecordCurrentException() noexcept {
         return Record(QRV_ERROR_OUT_OF_MEMORY, "out of memory");
     } catch (const vela::common::Exception& e) {
         // The gateway maps every native failure; this is a failure of the C layer's own use of it.
-        return Record(QRV_ERROR_PRINTER, vela::common::StringConverter::ToUtf8(e.Message()).c_str());
+        // Converting its text allocates, and nothing may leave this noexcept function.
+        try {
+            return Record(QRV_ERROR_PRINTER, vela::common::StringConverter::ToUtf8(e.Message()).c_str());
+        } catch (...) {
+            return Record(QRV_ERROR_OUT_OF_MEMORY, "out of memory");
+        }
     } catch (const std::exception& e) {
         return Record(QRV_ERROR_INTERNAL, e.what());
     } catch (...) {

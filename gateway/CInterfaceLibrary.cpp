@@ -4,6 +4,7 @@
 #include "qrv/LogSink.h"
 
 #include <cstdlib>
+#include <string>
 
 using vela::kom::CInterfaceCall;
 namespace host = vela::printer::communication;
@@ -33,9 +34,14 @@ qrv_result qrv_set_log_callback(qrv_log_fn callback, void* user) {
     return CInterfaceCall::Run([&] {
         host::LogSink sink;
         if (callback != nullptr) {
-            sink = [callback, user](host::LogLevel level, const std::wstring& line) {
-                callback(static_cast<int32_t>(level), vela::common::StringConverter::ToUtf8(line).c_str(),
-                         user);
+            // Lines are logged from destructors and catch blocks too: a line that cannot be
+            // converted (out of memory) is dropped rather than thrown into the logging code.
+            sink = [callback, user](host::LogLevel level, const std::wstring& line) noexcept {
+                try {
+                    const std::string utf8 = vela::common::StringConverter::ToUtf8(line);
+                    callback(static_cast<int32_t>(level), utf8.c_str(), user);
+                } catch (...) {
+                }
             };
         }
         host::SetLogSink(std::move(sink));

@@ -319,7 +319,11 @@ QRV_API qrv_result qrv_get(qrv_printer* printer, const char* printer_path, const
  * QRV_ERROR_NULL_ARGUMENT for a NULL handle, else QRV_OK. */
 QRV_API qrv_result qrv_cancel(qrv_printer* printer);
 
+/* Renames (or moves) the printer file `old_path` to `new_path`. The printer's refusal comes back
+ * as a file kind (QRV_ERROR_FILE_NOT_FOUND, QRV_ERROR_INVALID_FILE_NAME, ...) whose message names
+ * both paths. Blocks for one transaction and the printer's completion poll. */
 QRV_API qrv_result qrv_rename(qrv_printer* printer, const char* old_path, const char* new_path);
+/* Deletes the printer file `printer_path`; failures as qrv_rename. Blocks as qrv_rename. */
 QRV_API qrv_result qrv_delete(qrv_printer* printer, const char* printer_path);
 
 /* One entry of a folder listing. */
@@ -338,7 +342,7 @@ QRV_API qrv_result qrv_list_folder(qrv_printer* printer, const char* printer_pat
  * one block (the array and its strings): qrv_free() it. */
 QRV_API qrv_result qrv_get_log_files(qrv_printer* printer, const char*** paths, size_t* count);
 
-/* Free and used space of the printer's disk in whole KiB. */
+/* Free and used space of the printer's disk in whole KiB. Blocks for one transaction. */
 QRV_API qrv_result qrv_get_disk_space(qrv_printer* printer, uint64_t* free_kib, uint64_t* used_kib);
 
 /* ---- firmware update ------------------------------------------------------------------------- */
