@@ -1,6 +1,6 @@
 // A firmware update against the simulator's updater: once through the pause seam, once in real
 // time.
-#include "SimulatedPrinter.h"
+#include "support/SimulatedPrinter.h"
 
 #include "kom/QRVException.h"
 #include "support/PauseRecorder.h"
@@ -16,7 +16,7 @@ using Phase = NativeQRVDevice::UpdatePhase;
 
 namespace {
 
-class ApplyUpdateSim : public vela::test::SimulatedPrinter {
+class ApplyUpdateSim : public vela::test::OnSimulatedPrinter {
 protected:
     // A package in a host folder, named by a path with this system's separator.
     std::wstring Package(const std::string& name) {

@@ -3,6 +3,7 @@
 
 #include "common/UsbPrintDevice.h"
 #include "common/Exception.h"
+#include "common/SystemError.h"
 #include "sim/ServerChannel.h"
 #include "support/ProcessHandles.h"
 #include "support/TestSupport.h"
@@ -12,6 +13,10 @@
 #include <atomic>
 #include <chrono>
 #include <thread>
+
+#ifdef _WIN32
+#include <windows.h>
+#endif
 
 using namespace vela::common;
 using vela::sim::ServerChannel;
@@ -229,3 +234,55 @@ TEST(UsbPrintDeviceOpen, MissingPathIsAConnectionErrorThatLeaksNothing) {
     EXPECT_TRUE(log.Contains(
         L"UsbPrintDevice(): UsbPrintDeviceConnectionException: Unable to open UsbPrint device for writing"));
 }
+
+#ifdef _WIN32
+// The failure rows of the overlapped transfers, each with its own message and log line.
+TEST_F(UsbPrintDeviceTest, WindowsFailureRowsNameTheirStep) {
+    const std::wstring notConnected = Win32Error::Format(ERROR_PIPE_NOT_CONNECTED);
+    LogCapture log;
+    {
+        UsbPrintDevice device(path);
+        std::thread puller([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(200));
+            peer->Disconnect();
+        });
+        try {
+            device.Read(10);
+            ADD_FAILURE() << "read through an unplug";
+        } catch (const UsbPrintDeviceReadException& e) {
+            EXPECT_EQ(e.Message(), L"Unable to read data from UsbPrint device, GetOverlappedResult failed");
+        }
+        puller.join();
+        EXPECT_TRUE(log.Contains(L"UsbPrintDevice::ReadBytes(" + path + L"): GetOverlappedResult failed " +
+                                 notConnected));
+        try {
+            device.Write({1, 2, 3});
+            ADD_FAILURE() << "wrote to an unplugged printer";
+        } catch (const UsbPrintDeviceWriteException& e) {
+            EXPECT_EQ(e.Message(), L"Unable to write data to UsbPrint device");
+            EXPECT_EQ(e.Source(), L"UsbPrintDevice::WriteBytes") << "this row has no parentheses";
+        }
+        EXPECT_TRUE(log.Contains(L"UsbPrintDevice::WriteBytes(" + path + L") failed: " + notConnected));
+        EXPECT_THROW(device.Read(10), UsbPrintDeviceReadException);
+        EXPECT_TRUE(log.Contains(L"UsbPrintDevice::Read(" + path + L") failed: " + notConnected));
+    }
+
+    // A pipe of a single instance: the write handle takes it, the read handle finds it busy, and
+    // the write handle is closed again (the server sees its client gone).
+    const std::wstring single = L"\\\\.\\pipe\\qrv-test-single-" + std::to_wstring(::GetCurrentProcessId());
+    HANDLE server =
+        ::CreateNamedPipeW(single.c_str(), PIPE_ACCESS_DUPLEX, PIPE_TYPE_BYTE, 1, 4096, 4096, 0, nullptr);
+    ASSERT_NE(server, INVALID_HANDLE_VALUE);
+    try {
+        UsbPrintDevice device(single);
+        ADD_FAILURE() << "opened without a read handle";
+    } catch (const UsbPrintDeviceConnectionException& e) {
+        EXPECT_EQ(e.Message(), L"Unable to open UsbPrint device for reading");
+    }
+    EXPECT_TRUE(log.Contains(L"UsbPrintDevice::UsbPrintDevice(" + single + L") failed: " +
+                             Win32Error::Format(ERROR_PIPE_BUSY)));
+    EXPECT_FALSE(::PeekNamedPipe(server, nullptr, 0, nullptr, nullptr, nullptr));
+    EXPECT_EQ(::GetLastError(), static_cast<DWORD>(ERROR_BROKEN_PIPE));
+    ::CloseHandle(server);
+}
+#endif
