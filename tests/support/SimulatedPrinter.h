@@ -11,7 +11,6 @@
 #include <cstddef>
 #include <memory>
 #include <string>
-#include <thread>
 
 namespace vela::test {
 
@@ -61,18 +60,6 @@ private:
 
 // A printer name no other test process uses at the same time.
 std::string UniquePrinterName(const std::string& base);
-
-// Polls `condition` every 10 ms for up to `timeoutMs`.
-template <class Condition> bool Eventually(Condition condition, uint32_t timeoutMs = 5000) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return true;
-}
 
 // The fixture of the facade's tests: a simulated printer with HID reports (the updater keeps its
 // default busy time) and a facade bound to it. The printer must see no malformed request.

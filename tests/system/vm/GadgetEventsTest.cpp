@@ -6,6 +6,7 @@
 #include "qrv/ManagedQRVDeviceGateway.h"
 #include "sim/Simulator.h"
 #include "support/HostEventLog.h"
+#include "support/SystemProbe.h"
 #include "support/TestSupport.h"
 #include "system/vm/UsbGadget.h"
 

@@ -5,8 +5,9 @@
 #include "common/StringConverter.h"
 #include "kom/discovery/QRVPrinters.h"
 #include "qrv/ManagedQRVDeviceGateway.h"
+#include "support/PauseRecorder.h"
+#include "support/SystemProbe.h"
 #include "support/TestSupport.h"
-#include "system/vm/LongPauses.h"
 #include "system/vm/UsbGadget.h"
 
 #include <gtest/gtest.h>
@@ -22,7 +23,7 @@ using vela::common::StringConverter;
 using vela::kom::ManagedQRVDeviceGateway;
 using vela::test::Eventually;
 using vela::test::LogCapture;
-using vela::test::LongPauses;
+using vela::test::PauseRecorder;
 using vela::test::ReadHostFile;
 using vela::test::TempDir;
 using vela::test::TestBytes;
@@ -254,15 +255,15 @@ TEST_F(GadgetPrinter, FilesMakeTheRoundTripByteForByte) {
 }
 
 TEST_F(GadgetPrinter, ControlOrderAndUpdateReachThePrinter) {
-    LongPauses pauses;
+    PauseRecorder pauses(vela::common::WaitResult::timeout, 4000); // the long ones are skipped
     m_gateway.FeedForward();
-    EXPECT_EQ(pauses.Skipped(), std::vector<uint32_t>{5000}); // the pause after a print order
+    EXPECT_EQ(pauses.Pauses(), std::vector<uint32_t>{5000}); // the pause after a print order
 
     // The simulator installs the version that the package's name carries.
     const std::string package = m_dir.File("qrv-fw-2.4.1.pkg");
     WriteHostFile(package, TestBytes(200 * 1024 + 7, 3));
     ASSERT_EQ(m_gateway.ApplyUpdate(StringConverter::FromUtf8(package)), 0);
-    const std::vector<uint32_t> skipped = pauses.Skipped();
+    const std::vector<uint32_t> skipped = pauses.Pauses();
     EXPECT_NE(std::find(skipped.begin(), skipped.end(), 4000u), skipped.end());
     EXPECT_NE(std::find(skipped.begin(), skipped.end(), 20000u), skipped.end());
 

@@ -111,21 +111,6 @@ bool UsbGadget::WaitUntilServed(pid_t pid, std::chrono::milliseconds timeout) co
     });
 }
 
-size_t ThreadCount() {
-    size_t count = 0;
-    DIR* dir = ::opendir("/proc/self/task");
-    if (dir == nullptr) {
-        return 0;
-    }
-    while (dirent* entry = ::readdir(dir)) {
-        if (entry->d_name[0] != '.') {
-            ++count;
-        }
-    }
-    ::closedir(dir);
-    return count;
-}
-
 std::vector<std::string> OpenFiles(pid_t pid) {
     std::vector<std::string> targets;
     const std::string folder = "/proc/" + std::to_string(pid) + "/fd";

@@ -50,8 +50,6 @@ private:
     std::string m_controller;
 };
 
-// Threads of this process (the entries of /proc/self/task).
-size_t ThreadCount();
 // What the descriptors of process `pid` refer to (the targets of /proc/<pid>/fd/*).
 std::vector<std::string> OpenFiles(pid_t pid);
 // Checks `done` every 20 ms until it holds (true) or `timeout` has passed (false).
