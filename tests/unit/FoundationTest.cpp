@@ -87,6 +87,8 @@ TEST(LogFormat, ConversionsAreTypeSafe) {
     EXPECT_EQ(Format(L"0x%x", static_cast<uint32_t>(0x80070057u)), L"0x80070057");
     EXPECT_EQ(Format(L"%x", -1), L"ffffffff");
     EXPECT_EQ(Format(L"[%5d][%-4s][%04x]", 42, L"ab", 0xa), L"[   42][ab  ][000a]");
+    EXPECT_EQ(Format(L"[%.3d][%*d][%-*d]", 7, 4, 7, 3, -1),
+              L"[007][   7][-1 ]"); // precision, widths from arguments
     // Wrong or missing arguments never read memory they were not given.
     EXPECT_EQ(Format(L"%d and %s", std::wstring(L"text")), L"text and ");
     EXPECT_EQ(Format(L"%s", 12), L"12");
