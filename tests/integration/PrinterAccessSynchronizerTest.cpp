@@ -129,6 +129,7 @@ TEST_F(PrinterAccessSynchronizerTest, WaitersGetTheLockAsSoonAsItIsReleasedInEit
     {
         auto lock = std::make_unique<PrinterAccessSynchronizer>(Printer(name));
         ChildProcess waiter({"try-lock", name});
+        ASSERT_EQ(waiter.ReadLine(), "trying");
         std::this_thread::sleep_for(std::chrono::milliseconds(1000));
         lock.reset();
         const std::string line = waiter.ReadLine();

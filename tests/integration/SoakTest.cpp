@@ -4,7 +4,10 @@
 //
 // The counts come from the environment so that scripts/soak can run the full soak (100000
 // transactions, 10000 cycles) with the same code as the short version in the test suite:
-//   QRV_SOAK_STATUS_TRANSACTIONS (default 10000), QRV_SOAK_GATEWAY_CYCLES (default 300).
+//   QRV_SOAK_STATUS_TRANSACTIONS (default 10000, 1000 on Windows),
+//   QRV_SOAK_GATEWAY_CYCLES (default 300, 60 on Windows).
+// Under wine every transaction opens a named pipe through the wine server and costs twenty times
+// what it costs on Linux; a leak of one handle per transaction or cycle shows after the first.
 
 #include "qrv/ManagedQRVDeviceGateway.h"
 #include "support/FaultChecks.h"
@@ -29,12 +32,20 @@ uint64_t FromEnvironment(const char* name, uint64_t fallback) {
     return value != nullptr && *value != '\0' ? std::strtoull(value, nullptr, 10) : fallback;
 }
 
+#ifdef _WIN32
+constexpr uint64_t kDefaultTransactions = 1000;
+constexpr uint64_t kDefaultCycles = 60;
+#else
+constexpr uint64_t kDefaultTransactions = 10000;
+constexpr uint64_t kDefaultCycles = 300;
+#endif
+
 double SecondsSince(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
 TEST(Soak, StatusTransactionsLeaveNothingBehind) {
-    const uint64_t transactions = FromEnvironment("QRV_SOAK_STATUS_TRANSACTIONS", 10000);
+    const uint64_t transactions = FromEnvironment("QRV_SOAK_STATUS_TRANSACTIONS", kDefaultTransactions);
     QuietLog quiet;
     SimulatedPrinter printer;
     (void)printer.Device().GetStatus();
@@ -42,8 +53,8 @@ TEST(Soak, StatusTransactionsLeaveNothingBehind) {
     const auto start = std::chrono::steady_clock::now();
     for (uint64_t i = 0; i < transactions; ++i) {
         (void)printer.Device().GetStatus();
-        if (i % 1000 == 999) {
-            // Checked along the way too: a leak of one descriptor per thousand would otherwise
+        if (i % 500 == 499) {
+            // Checked along the way too: a leak of one descriptor per few hundred would otherwise
             // only show at the end, long after its cause.
             ASSERT_EQ(SettledHandleCount(before.descriptors), before.descriptors)
                 << "after " << i + 1 << " transactions";
@@ -58,7 +69,7 @@ TEST(Soak, StatusTransactionsLeaveNothingBehind) {
 }
 
 TEST(Soak, GatewayOpenCloseCyclesLeaveNothingBehind) {
-    const uint64_t cycles = FromEnvironment("QRV_SOAK_GATEWAY_CYCLES", 300);
+    const uint64_t cycles = FromEnvironment("QRV_SOAK_GATEWAY_CYCLES", kDefaultCycles);
     QuietLog quiet;
     PauseRecorder pauses;
     SimulatedPrinter::Options options;
@@ -88,7 +99,7 @@ TEST(Soak, GatewayOpenCloseCyclesLeaveNothingBehind) {
             EXPECT_GT(events.load(), 0) << "no status event in cycle " << i;
         }
         gateway.Close();
-        if (i % 100 == 99) {
+        if (i % 20 == 19) {
             ASSERT_EQ(SettledHandleCount(before.descriptors), before.descriptors)
                 << "after " << i + 1 << " cycles";
             ASSERT_EQ(ThreadCount(), before.threads) << "after " << i + 1 << " cycles";

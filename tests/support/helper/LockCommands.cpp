@@ -2,8 +2,8 @@
 //
 //   hold-lock NAME MS          takes the lock, prints "locked", holds it for MS ms or until its
 //                              standard input closes, releases it, prints "released", exits 0.
-//   try-lock NAME              prints "locked <ms>" (exit 0) or "busy <ms> <message>" (exit 1),
-//                              <ms> being the time the attempt took.
+//   try-lock NAME              prints "trying" as the attempt starts, then "locked <ms>" (exit 0)
+//                              or "busy <ms> <message>" (exit 1), <ms> being the time it took.
 //   lock-hammer NAME N FOLDER  takes and releases the lock N times; while it holds it, it owns the
 //                              marker FOLDER/held (created exclusively). Prints "done <overlaps>",
 //                              exit 0 when no other holder was ever seen inside the lock.
@@ -108,6 +108,7 @@ vela::test::HelperCommand tryLock("try-lock", [](const std::vector<std::string>&
         return 2;
     }
     const auto start = Clock::now();
+    Say("trying"); // a process start under wine may take longer than the caller's hold
     try {
         PrinterAccessSynchronizer lock(PrinterNamed(args[0]));
         Say("locked " + std::to_string(MsSince(start)));
