@@ -28,7 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     });
     int32_t result = 0;
     const bool finished = RunOperation(data, size, [&](FuzzDevice& device) {
-        FuzzTransport transport(L"fuzz-channel");
+        vela::test::FakeTransport transport(L"fuzz-channel");
         result = device.WaitForCompletion(transport);
     });
     vela::common::SetPauseHandler(previous);

@@ -1,24 +1,21 @@
 #pragma once
 
-// Shared pieces of the fuzz targets: a scripted printer channel fed from the fuzzer's input, the
-// transport and lock policies that run the real protocol template over it, and the checks that
-// turn a broken promise of the library into a crash the fuzzer reports.
+// Shared pieces of the fuzz targets: the scripted printer of the unit tests fed from the fuzzer's
+// input, the real protocol template over it, and the checks that turn a broken promise of the
+// library into a crash the fuzzer reports.
 //
 // Every target defines LLVMFuzzerTestOneInput. Built with -fsanitize=fuzzer it is driven by
 // libFuzzer; in the ordinary test builds the same file is linked with ReplayMain.cpp, which runs
 // it over the committed corpus and regression inputs.
-
 #include "common/Exception.h"
 #include "common/StringConverter.h"
-#include "common/UsbPrintDeviceBase.h"
-#include "kom/device/ConnectedPrinter.h"
 #include "kom/device/PrinterDeviceFileSystem.ipp"
 #include "kom/device/PrinterDeviceProtocol.ipp"
+#include "support/FakePrinter.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <string>
 #include <vector>
 
 namespace vela::fuzz {
@@ -43,60 +40,10 @@ private:
     size_t m_size;
 };
 
-// Where the scripted printer's replies come from. The first input byte chooses how the channel
-// hands bytes out (so that short reads and message boundaries inside raw reads are explored);
-// the rest is everything the printer sends, in order. When it runs out, every further read fails
-// like a printer that fell silent (the transport's time-out).
-//
-//   control byte 0      : each raw read returns as much as it is asked for (up to 1024 bytes)
-//   control byte n > 0  : each raw read returns at most n bytes
-class ScriptedChannel {
-public:
-    static ScriptedChannel& Instance();
+using FuzzDevice = vela::kom::PrinterDeviceBase<vela::test::FakeTransport, vela::test::NoOpSynchronizer,
+                                                vela::common::StringConverter>;
 
-    void Load(const uint8_t* data, size_t size);
-    uint32_t Read(uint8_t* buffer, uint32_t capacity);
-    void Opened() { ++m_opens; }
-    void Closed() { ++m_closes; }
-    int Opens() const { return m_opens; }
-    int Closes() const { return m_closes; }
-
-private:
-    std::vector<uint8_t> m_stream;
-    size_t m_position = 0;
-    uint32_t m_chunk = 0;
-    int m_opens = 0;
-    int m_closes = 0;
-};
-
-// The transport policy: the production vector-level layer (padding, receive buffer) over the
-// scripted channel.
-class FuzzTransport : public vela::common::UsbPrintDeviceBase {
-public:
-    explicit FuzzTransport(const std::wstring& path);
-    ~FuzzTransport() override;
-    uint32_t WriteBytes(const uint8_t* data, uint32_t length) override;
-    uint32_t ReadBytes(uint8_t* buffer, uint32_t capacity) override;
-    void SetWriteCallback(WriteCallback callback) override { m_callback = std::move(callback); }
-    void ClearWriteCallback() override { m_callback = nullptr; }
-
-private:
-    WriteCallback m_callback;
-};
-
-// The lock policy: counts holders, so that a target can check the lock was released.
-class CountingLock {
-public:
-    explicit CountingLock(const vela::kom::ConnectedPrinter&) { ++Held(); }
-    ~CountingLock() { --Held(); }
-    CountingLock(const CountingLock&) = delete;
-    CountingLock& operator=(const CountingLock&) = delete;
-    static int& Held(); // holders now
-};
-
-using FuzzDevice = vela::kom::PrinterDeviceBase<FuzzTransport, CountingLock, vela::common::StringConverter>;
-
-// A protocol object over the scripted channel.
+// A protocol object over the scripted printer.
 FuzzDevice& Device();
 
 // Reports a broken promise of the library and aborts, so that the fuzzer keeps the input.
@@ -107,11 +54,19 @@ inline void Check(bool condition, const char* what) {
     }
 }
 
-// Runs one operation over the scripted channel made from `data`. The library may fail only with
-// its own exception kinds (anything else escapes and crashes the run); afterwards the lock must be
-// free and every transport it opened closed again. Returns true when the operation succeeded.
+// Runs one operation against a scripted printer made from the input: the first byte chooses how
+// many bytes each raw read hands out at most (0: as many as asked for), so that short reads and
+// message boundaries inside raw reads are explored; the rest is everything the printer sends, in
+// order, after which it falls silent. The library may fail only with its own exception kinds
+// (anything else escapes and crashes the run); afterwards the lock must be free and every
+// transport it opened closed again. Returns true when the operation succeeded.
 template <class Operation> bool RunOperation(const uint8_t* data, size_t size, Operation&& operation) {
-    ScriptedChannel::Instance().Load(data, size);
+    vela::test::FakePrinter printer;
+    if (size > 1) {
+        printer.LimitRawReads(data[0]);
+        printer.QueueBytes(std::vector<uint8_t>(data + 1, data + size));
+    }
+    vela::test::NoOpSynchronizer::Reset();
     bool succeeded = false;
     try {
         operation(Device());
@@ -119,9 +74,8 @@ template <class Operation> bool RunOperation(const uint8_t* data, size_t size, O
     } catch (const vela::common::Exception&) {
         // A typed failure is the expected answer to a bad reply.
     }
-    Check(CountingLock::Held() == 0, "the access lock is still held after the operation");
-    Check(ScriptedChannel::Instance().Opens() == ScriptedChannel::Instance().Closes(),
-          "a transport was left open");
+    Check(vela::test::NoOpSynchronizer::Held() == 0, "the access lock is still held after the operation");
+    Check(printer.Opens() == printer.Closes(), "a transport was left open");
     return succeeded;
 }
 
@@ -135,8 +89,8 @@ template <class Parse> bool RunParser(Parse&& parse) {
     }
 }
 
-// The bytes that follow the channel control byte and the 7-byte reply header: what a parser of
-// the reply payload is handed by the operation (an empty view when the input is shorter).
+// The bytes that follow the control byte and the 7-byte reply header: what a parser of the reply
+// payload is handed by the operation (an empty view when the input is shorter).
 ExactBytes PayloadAfterHeader(const uint8_t* data, size_t size);
 
 } // namespace vela::fuzz

@@ -29,7 +29,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // follows a wrong-sized reply. The purge must swallow every failure of the library's kinds.
     uint32_t length = 0;
     const bool read = RunOperation(data, size, [&](FuzzDevice& device) {
-        FuzzTransport transport(L"fuzz-channel");
+        vela::test::FakeTransport transport(L"fuzz-channel");
         length = device.GetReplyDataLength(transport);
         try {
             device.PergeQueue(transport);

@@ -1,6 +1,8 @@
 #include "common/StringConverter.h"
 #include "qrv/ManagedQRVDeviceGateway.h"
 #include "sim/Simulator.h"
+#include "sim/StatusFields.h"
+#include "support/HostEventLog.h"
 #include "support/PauseRecorder.h"
 #include "support/ScopedEnvironment.h"
 #include "support/TestSupport.h"
@@ -33,57 +35,6 @@ const std::wstring kQueue = L"Gateway Sim Printer";
 std::vector<uint8_t> Bytes(const std::string& text) {
     return std::vector<uint8_t>(text.begin(), text.end());
 }
-
-// What the gateway's events delivered, and on which thread.
-class EventLog {
-public:
-    explicit EventLog(ManagedQRVDeviceGateway& gateway) {
-        gateway.OnPrinterStatusChanged().Add([this](const host::PrinterStatusEventArgs& args) {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            m_changes.push_back(args.Items());
-            m_threads.push_back(std::this_thread::get_id());
-            m_changed.notify_all();
-        });
-        gateway.OnPrintInterrupt().Add([this](const host::PrintInterruptEventArgs& args) {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            m_interrupts.push_back(args.Issue());
-            m_changed.notify_all();
-        });
-    }
-
-    // The next status change after `seen` changes, or none within the patience.
-    std::optional<std::vector<host::PrinterStatusItem>> WaitChange(size_t seen,
-                                                                   milliseconds patience = kPatience) {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        if (!m_changed.wait_for(lock, patience, [&] { return m_changes.size() > seen; })) {
-            return std::nullopt;
-        }
-        return m_changes[seen];
-    }
-    bool WaitInterrupts(size_t count) {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        return m_changed.wait_for(lock, kPatience, [&] { return m_interrupts.size() >= count; });
-    }
-    size_t Changes() const {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_changes.size();
-    }
-    std::vector<host::EPrintInterruptIssue> Interrupts() const {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_interrupts;
-    }
-    std::vector<std::thread::id> Threads() const {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_threads;
-    }
-
-private:
-    mutable std::mutex m_mutex;
-    std::condition_variable m_changed;
-    std::vector<std::vector<host::PrinterStatusItem>> m_changes;
-    std::vector<host::EPrintInterruptIssue> m_interrupts;
-    std::vector<std::thread::id> m_threads;
-};
 
 class GatewayOnSimulator : public ::testing::Test {
 protected:
@@ -193,8 +144,100 @@ TEST_F(GatewayOnSimulator, PrinterFailuresBecomeHostKinds) {
                                           L"QRVDeviceGateway::GetDeviceID(): Unknown Error: ", true);
 }
 
+// What each value a status field can carry on the wire means to the host, through the whole chain
+// (the printer's bits, the decoder, the conversion): rows in the printer's value order.
+TEST_F(GatewayOnSimulator, EveryWireValueOfEveryStatusFieldMeansWhatTheHostIsTold) {
+    using K = host::EPrintStatusItem;
+    using Door = host::ECassetteDoorStatus;
+    using Cutter = host::ECutterStatus;
+    using Label = host::ELabelStatus;
+    using Print = host::EPrintStatus;
+    using Battery = host::EBatteryStatus;
+    using Power = host::EExternalPowerSupplyStatus;
+    using Memory = host::ECassetteMemoryStatus;
+    using Charging = host::EChargingStatus;
+    using Presence = host::ECassettePresence;
+    using Head = host::EPrintHeadTemperature;
+    using PowerStatus = host::EPowerStatus;
+    const auto v = [](auto e) { return static_cast<uint32_t>(e); };
+    struct Row {
+        uint8_t vela::sim::StatusFields::*field;
+        K kind;
+        std::vector<uint32_t> meaning; // by wire value 0, 1, ...
+    };
+    const Row rows[] = {
+        {&vela::sim::StatusFields::power,
+         K::powerStatus,
+         {v(PowerStatus::ok), v(PowerStatus::low), v(PowerStatus::critical), v(PowerStatus::unknown)}},
+        {&vela::sim::StatusFields::door,
+         K::cassetteDoorStatus,
+         {v(Door::closed), v(Door::open), v(Door::unknown), v(Door::error)}},
+        {&vela::sim::StatusFields::cassette,
+         K::cassettePresence,
+         {v(Presence::present), v(Presence::absent), v(Presence::presentUnverified), v(Presence::unknown)}},
+        {&vela::sim::StatusFields::printHead,
+         K::printHeadTemperature,
+         {v(Head::normal), v(Head::warm), v(Head::hot), v(Head::unknown)}},
+        {&vela::sim::StatusFields::cutter,
+         K::cutterStatus,
+         {v(Cutter::ok), v(Cutter::busy), v(Cutter::jammed), v(Cutter::unknown), v(Cutter::unknown),
+          v(Cutter::unknown), v(Cutter::bladeError), v(Cutter::error)}},
+        {&vela::sim::StatusFields::label,
+         K::labelStatus,
+         {v(Label::ok), v(Label::out), v(Label::jammed), v(Label::low), v(Label::unknown), v(Label::unknown),
+          v(Label::notTaken), v(Label::error)}},
+        {&vela::sim::StatusFields::cassetteMemory,
+         K::cassetteMemoryStatus,
+         {v(Memory::ok), v(Memory::unreadable), v(Memory::unknown), v(Memory::error)}},
+        {&vela::sim::StatusFields::print,
+         K::printStatus,
+         {v(Print::idle), v(Print::printing), v(Print::paused), v(Print::aborted), v(Print::cooling),
+          v(Print::unknown), v(Print::unknown), v(Print::error)}},
+        {&vela::sim::StatusFields::externalPower,
+         K::externalPowerSupplyStatus,
+         {v(Power::disconnected), v(Power::connected), v(Power::unknown), v(Power::error)}},
+        {&vela::sim::StatusFields::battery,
+         K::batteryStatus,
+         {v(Battery::empty), v(Battery::level1), v(Battery::level2), v(Battery::level3), v(Battery::level4),
+          v(Battery::full), v(Battery::unknown), v(Battery::error)}},
+        {&vela::sim::StatusFields::charging,
+         K::chargingStatus,
+         {v(Charging::notCharging), v(Charging::charging), v(Charging::unknown), v(Charging::error)}},
+    };
+    for (const Row& row : rows) {
+        for (uint8_t wire = 0; wire < row.meaning.size(); ++wire) {
+            SCOPED_TRACE(testing::Message() << "kind " << v(row.kind) << " wire value " << int(wire));
+            vela::sim::StatusFields fields;
+            fields.*row.field = wire;
+            m_sim->Printer().SetStatus(fields);
+            const auto items = m_gateway.GetPrinterStatus();
+            ASSERT_EQ(items.size(), 11u);
+            EXPECT_EQ(items[v(row.kind)], host::PrinterStatusItem(row.kind, row.meaning[wire]));
+            if (row.kind == K::batteryStatus) {
+                EXPECT_EQ(m_gateway.GetBatteryStatus(), static_cast<Battery>(row.meaning[wire]));
+                EXPECT_EQ(m_gateway.GetBatteryChargedPercentage(), wire <= 5 ? wire * 20u : 0u);
+            } else if (row.kind == K::chargingStatus) {
+                EXPECT_EQ(m_gateway.GetChargingStatus(), static_cast<Charging>(row.meaning[wire]));
+            } else if (row.kind == K::externalPowerSupplyStatus) {
+                EXPECT_EQ(m_gateway.GetExternalPowerStatus(), static_cast<Power>(row.meaning[wire]));
+            }
+        }
+    }
+    // Only what needs the user's action counts as an error: warnings and unknowns do not.
+    vela::sim::StatusFields mixed;
+    mixed.door = 1, mixed.printHead = 1, mixed.cutter = 2, mixed.label = 3, mixed.print = 2,
+    mixed.externalPower = 1, mixed.battery = 3, mixed.charging = 1, mixed.power = 1, mixed.cassetteMemory = 2;
+    m_sim->Printer().SetStatus(mixed);
+    EXPECT_EQ(m_gateway.GetFilteredPrinterErrorStatus(),
+              (std::vector<host::PrinterStatusItem>{{K::cassetteDoorStatus, v(Door::open)},
+                                                    {K::cutterStatus, v(Cutter::jammed)}}));
+    const vela::sim::StatusFields worst{2, 3, 1, 2, 7, 6, 3, 7, 3, 7, 3};
+    m_sim->Printer().SetStatus(worst);
+    EXPECT_EQ(m_gateway.GetFilteredPrinterErrorStatus().size(), 11u);
+}
+
 TEST_F(GatewayOnSimulator, StatusAndInterruptEventsFromTheMonitorThread) {
-    EventLog events(m_gateway);
+    vela::test::HostEventLog events(m_gateway);
     // The monitor compares the first report with an all-zero one, and its channel may open a
     // moment after Open returned: toggle the door until a change arrives, close it, then let the
     // reports settle (no change for a quiet half second).

@@ -1,6 +1,6 @@
 // The facade against the simulator over the real channel: every operation, the retries counted
 // through the pause seam, the fall-backs, the log file list and the probe of SetPrinterName.
-#include "SimulatedPrinter.h"
+#include "support/SimulatedPrinter.h"
 
 #include "kom/QRVException.h"
 #include "support/PauseRecorder.h"
@@ -15,10 +15,10 @@ using vela::kom::NativeQRVDevice;
 using vela::sim::Fault;
 using vela::sim::RequestKind;
 using vela::test::Fields;
+using vela::test::OnSimulatedPrinter;
 using vela::test::PauseRecorder;
-using vela::test::SimulatedPrinter;
 
-using NativeQRVDeviceSim = SimulatedPrinter;
+using NativeQRVDeviceSim = OnSimulatedPrinter;
 
 TEST_F(NativeQRVDeviceSim, ChoosesThePrinterByItsExactName) {
     std::wstring other = Name();
@@ -89,7 +89,7 @@ TEST_F(NativeQRVDeviceSim, ControlOrdersPassStraightThrough) {
     EXPECT_EQ(std::count(afterOrders.begin(), afterOrders.end(), 5000u), 5);
 
     Facade().Reboot();
-    ASSERT_TRUE(m_sim->WaitForReconnections(1, std::chrono::seconds(10)));
+    ASSERT_TRUE(Sim().WaitForReconnections(1, std::chrono::seconds(10)));
     EXPECT_EQ(Printer().CountRequests(RequestKind::deviceControl), 1u);
 
     // Orders are not retried: a refused one fails at once.

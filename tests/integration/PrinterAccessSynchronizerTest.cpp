@@ -15,7 +15,9 @@
 #include <set>
 #include <thread>
 
-#ifndef _WIN32
+#ifdef _WIN32
+#include <windows.h>
+#else
 #include <sys/stat.h>
 #endif
 
@@ -127,6 +129,7 @@ TEST_F(PrinterAccessSynchronizerTest, WaitersGetTheLockAsSoonAsItIsReleasedInEit
     {
         auto lock = std::make_unique<PrinterAccessSynchronizer>(Printer(name));
         ChildProcess waiter({"try-lock", name});
+        ASSERT_EQ(waiter.ReadLine(), "trying");
         std::this_thread::sleep_for(std::chrono::milliseconds(1000));
         lock.reset();
         const std::string line = waiter.ReadLine();
@@ -212,19 +215,63 @@ TEST_F(PrinterAccessSynchronizerTest, NonAsciiNameIsTheSameLockInEveryProcess) {
     EXPECT_GE(SecondsSince(start), 0.4) << "the child's lock was not the same as ours";
 }
 
-#ifndef _WIN32
-TEST_F(PrinterAccessSynchronizerTest, KilledHolderFreesTheLockAtOnce) {
-    // The named event of Windows stays taken when its holder dies; the Linux lock is released by
-    // the kernel, which is why it was chosen.
+TEST_F(PrinterAccessSynchronizerTest, KilledHolder) {
     const std::string name = Name();
     auto holder = StartHolder(name, 60000);
+#ifdef _WIN32
+    // An event does not know its holder: one that dies leaves it taken while anybody else keeps
+    // the event open; with the last handle the event goes and the next lock makes a free one.
+    HANDLE observer = ::OpenEventW(SYNCHRONIZE, FALSE,
+                                   PrinterAccessSynchronizer::LockName(Printer(name).printerName).c_str());
+    ASSERT_NE(observer, nullptr);
     holder->Kill();
     EXPECT_EQ(holder->Wait(), 128 + 9);
+    EXPECT_THROW(PrinterAccessSynchronizer{Printer(name)}, PrinterBuzyException);
+    ::CloseHandle(observer);
+#else
+    // The kernel drops a file lock with its process, which is why Linux uses one.
+    holder->Kill();
+    EXPECT_EQ(holder->Wait(), 128 + 9);
+#endif
     const auto start = Clock::now();
     PrinterAccessSynchronizer lock(Printer(name));
     EXPECT_LT(SecondsSince(start), 1.0);
 }
 
+#ifdef _WIN32
+TEST_F(PrinterAccessSynchronizerTest, IsAGlobalEventOpenToEveryAccountAndRefusesAForeignObject) {
+    const std::string name = Name();
+    const std::wstring eventName = L"Global\\VELA.DeviceSync." + StringConverter::FromUtf8(name);
+    EXPECT_EQ(PrinterAccessSynchronizer::LockName(Printer(name).printerName), eventName);
+    {
+        PrinterAccessSynchronizer lock(Printer(name));
+        HANDLE event = ::OpenEventW(SYNCHRONIZE | READ_CONTROL, FALSE, eventName.c_str());
+        ASSERT_NE(event, nullptr) << "not in the global namespace";
+        DWORD needed = 0;
+        ::GetKernelObjectSecurity(event, DACL_SECURITY_INFORMATION, nullptr, 0, &needed);
+        std::vector<uint8_t> descriptor(needed);
+        ASSERT_TRUE(
+            ::GetKernelObjectSecurity(event, DACL_SECURITY_INFORMATION, descriptor.data(), needed, &needed));
+        BOOL present = FALSE, defaulted = TRUE;
+        PACL dacl = reinterpret_cast<PACL>(1);
+        ASSERT_TRUE(::GetSecurityDescriptorDacl(descriptor.data(), &present, &dacl, &defaulted));
+        EXPECT_TRUE(present && dacl == nullptr) << "a null DACL restricts no account";
+        EXPECT_EQ(::WaitForSingleObject(event, 0), static_cast<DWORD>(WAIT_TIMEOUT))
+            << "held means not signalled";
+        ::CloseHandle(event);
+    }
+    const std::string taken = Name();
+    HANDLE mutex = ::CreateMutexW(nullptr, FALSE,
+                                  PrinterAccessSynchronizer::LockName(Printer(taken).printerName).c_str());
+    try {
+        PrinterAccessSynchronizer lock(Printer(taken));
+        ADD_FAILURE() << "took a lock whose name is a mutex";
+    } catch (const vela::common::Win32Error& e) {
+        EXPECT_EQ(e.ErrorCode(), static_cast<uint32_t>(ERROR_INVALID_HANDLE));
+    }
+    ::CloseHandle(mutex);
+}
+#else
 TEST_F(PrinterAccessSynchronizerTest, LockFileIsSharedByEveryAccountDespiteTheUmask) {
     const std::string name = Name();
     const mode_t previous = ::umask(077);

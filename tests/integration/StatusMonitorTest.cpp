@@ -1,6 +1,6 @@
 // The status monitor thread reading the simulator's HID reports over the real channel, its stop
 // and its quiet end; and the per-device monitor of QRVDevice holding the printer.
-#include "SimulatedPrinter.h"
+#include "support/SimulatedPrinter.h"
 
 #include "kom/connection/PrinterStatusThread.h"
 #include "kom/connection/QRVDevice.h"
@@ -16,6 +16,7 @@ using vela::kom::PrinterStatus;
 using vela::kom::PrinterStatusThread;
 using vela::kom::QRVDevice;
 using vela::kom::StatusMonitorState;
+using vela::test::Eventually;
 using vela::test::Fields;
 using vela::test::LogCapture;
 using vela::test::RecordingListener;
@@ -38,10 +39,10 @@ size_t MonitorLines(const LogCapture& log) {
     return n;
 }
 
-class StatusMonitorSim : public vela::test::SimulatedPrinter {
+class StatusMonitorSim : public vela::test::OnSimulatedPrinter {
 protected:
     void SetUp() override {
-        SimulatedPrinter::SetUp();
+        OnSimulatedPrinter::SetUp();
         StatusMonitorState::Instance()->lastInterruptCode = PrinterStatusThread::kNoInterruption;
     }
     // Registers the listener and waits until the thread reads the HID channel: special reports
@@ -147,7 +148,7 @@ private:
 
 } // namespace
 
-using DeviceMonitorSim = vela::test::SimulatedPrinter;
+using DeviceMonitorSim = vela::test::OnSimulatedPrinter;
 
 TEST_F(DeviceMonitorSim, HoldsThePrinterUntilItRunsOut) {
     QRVDevice device(Record());

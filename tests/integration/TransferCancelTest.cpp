@@ -1,7 +1,7 @@
 // Interrupted transfers against the simulator over the real channel. A cancelled get or put, or a
 // getter killed part-way, leaves no partial host file and a printer whose next command is answered
 // at its first try; a stale or corrupt reply costs one drain and one repetition, not a failure.
-#include "SimulatedPrinter.h"
+#include "support/SimulatedPrinter.h"
 
 #include "common/Exception.h"
 #include "common/StringConverter.h"
@@ -26,7 +26,7 @@ namespace {
 
 constexpr const char* kPrinterFile = "/mnt/data/images/big.bin";
 
-class InterruptedTransfer : public SimulatedPrinter {
+class InterruptedTransfer : public OnSimulatedPrinter {
 protected:
     // One status query, answered at once: no retry, and (unless the channel had stale bytes to
     // drain) no warning.
@@ -111,7 +111,7 @@ TEST_F(InterruptedTransfer, TheGatewaysCancelStopsThePutOnlyThePutItWasMeantFor)
 TEST_F(InterruptedTransfer, AGetterKilledPartWayLeavesNoHostFileAndADeafPrinterNowhere) {
     Printer().WriteFile(kPrinterFile, TestBytes(32 << 20));
     {
-        ChildProcess getter({"get-file", vela::common::StringConverter::ToUtf8(m_sim->PrinterPath()), m_name,
+        ChildProcess getter({"get-file", m_printer.ChannelPath(), m_printer.NameUtf8(),
                              kPrinterFile, dir.File("copy.bin")});
         ASSERT_EQ(getter.ReadLine(), "running");
         ASSERT_TRUE(

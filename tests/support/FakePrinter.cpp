@@ -1,7 +1,5 @@
 #include "support/FakePrinter.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -88,6 +86,9 @@ uint32_t FakePrinter::RawRead(uint8_t* buffer, uint32_t capacity) {
                                                         L"UsbPrintDevice::ReadBytes()");
     }
     uint32_t n = static_cast<uint32_t>(std::min<size_t>(capacity, step.bytes.size()));
+    if (m_rawReadLimit != 0 && step.kind != Step::Kind::chunk) {
+        n = std::min(n, m_rawReadLimit);
+    }
     std::copy(step.bytes.begin(), step.bytes.begin() + n, buffer);
     if (step.kind == Step::Kind::chunk || n == step.bytes.size()) {
         m_steps.pop_front();

@@ -11,9 +11,9 @@
 
 namespace vela::test {
 
-// A scripted printer for protocol unit tests. Construct one in a test: every FakeTransport
-// opened while it lives talks to it. Raw reads are served from a queue of steps; an empty
-// queue behaves like a silent printer (the transport's read time-out exception).
+// A scripted printer for protocol unit tests and the fuzz targets. Construct one in a test: every
+// FakeTransport opened while it lives talks to it. Raw reads are served from a queue of steps; an empty queue
+// behaves like a silent printer (the transport's read time-out exception).
 class FakePrinter {
 public:
     FakePrinter();
@@ -36,6 +36,8 @@ public:
     // The next WriteBytes call stops after `count` bytes and reports only those (a channel that
     // gave up part-way), so Write returns a short count.
     void TruncateNextWrite(uint32_t count) { m_truncateWrite = count; }
+    // Every raw read hands out at most `maxBytes` of the queued bytes (0: as many as asked for).
+    void LimitRawReads(uint32_t maxBytes) { m_rawReadLimit = maxBytes; }
     // Opening the transport fails with UsbPrintDeviceConnectionException.
     void FailOpen(bool fail = true) { m_failOpen = fail; }
 
@@ -69,6 +71,7 @@ private:
     std::vector<std::vector<uint8_t>> m_rawWrites;
     int64_t m_truncateWrite = -1;
     bool m_failOpen = false;
+    uint32_t m_rawReadLimit = 0;
     int m_opens = 0, m_closes = 0, m_rawReads = 0;
 };
 

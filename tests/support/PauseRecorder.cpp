@@ -1,9 +1,18 @@
 #include "support/PauseRecorder.h"
 
+#include <chrono>
+#include <thread>
+
 namespace vela::test {
 
-PauseRecorder::PauseRecorder(vela::common::WaitResult result) : m_result(result) {
+PauseRecorder::PauseRecorder(vela::common::WaitResult result, uint32_t sleepBelowMs)
+    : m_result(result), m_sleepBelowMs(sleepBelowMs) {
     m_previous = vela::common::SetPauseHandler([this](uint32_t ms) {
+        if (ms < m_sleepBelowMs) {
+            // A real pause ends as a time-out on an event nobody sets; sleeping is the same wait.
+            std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+            return vela::common::WaitResult::timeout;
+        }
         std::function<void(uint32_t)> hook;
         vela::common::WaitResult result = m_result;
         {

@@ -2,10 +2,12 @@
 
 #include "common/Log.h"
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace vela::test {
@@ -49,6 +51,18 @@ public:
 private:
     std::string m_path;
 };
+
+// Polls `condition` every 10 ms for up to `timeoutMs`.
+template <class Condition> bool Eventually(Condition condition, uint32_t timeoutMs = 5000) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return true;
+}
 
 std::vector<uint8_t> ReadHostFile(const std::string& path);
 void WriteHostFile(const std::string& path, const std::vector<uint8_t>& bytes);

@@ -9,6 +9,22 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+
+#ifdef _WIN32
+#include "common/StringConverter.h"
+#include "common/SystemError.h"
+#include "common/windows/GetPrinterNameByDeviceInstanceId.h"
+#include "kom/discovery/windows/DeviceEnumeration.h"
+#include "kom/discovery/windows/DeviceFilters.h"
+
+#include <windows.h>
+
+#include <cfgmgr32.h>
+#include <setupapi.h>
+#include <winspool.h>
+#endif
+
 using namespace vela::kom;
 using vela::common::LogLevel;
 using vela::test::LogCapture;
@@ -205,3 +221,114 @@ TEST(PrintQueueMatcher, FallbackNameIsModelAndSerialOrModelAndPort) {
     EXPECT_EQ(FallbackPrinterName(L"VELA QRV 410", L"SIM0001", L"1-1.2"), L"VELA QRV 410 (SIM0001)");
     EXPECT_EQ(FallbackPrinterName(L"VELA QRV 210", L"", L"1-1.2"), L"VELA QRV 210 (USB 1-1.2)");
 }
+
+#ifdef _WIN32
+// SetupAPI, the configuration manager and the spooler, as far as wine has them.
+namespace {
+
+// A record for a device node handle that names no device.
+DeviceEnumInfo RecordWithPath(const std::wstring& path) {
+    DeviceEnumInfo info;
+    info.SetInterfaceDetail(static_cast<DWORD>(sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_W) + path.size() * 2));
+    std::copy(path.begin(), path.end(), info.interfaceDetail->DevicePath);
+    info.devInfoData.DevInst = 0x7ffffff0;
+    return info;
+}
+
+// Print queues written into the spooler's registry, where wine's spooler reads them from.
+class RegistryQueues {
+public:
+    ~RegistryQueues() {
+        for (const std::wstring& name : m_names) {
+            RegDeleteTreeW(HKEY_LOCAL_MACHINE, (kRoot + name).c_str());
+        }
+    }
+    bool Add(const std::wstring& name, DWORD attributes, const wchar_t* deviceInstanceId) {
+        HKEY key = nullptr;
+        if (RegCreateKeyExW(HKEY_LOCAL_MACHINE, (kRoot + name).c_str(), 0, nullptr, 0, KEY_ALL_ACCESS,
+                            nullptr, &key, nullptr) != ERROR_SUCCESS) {
+            return false;
+        }
+        m_names.push_back(name);
+        bool ok = Set(key, L"Name", name) && Set(key, L"Port", L"FILE:") &&
+                  Set(key, L"Printer Driver", L"Generic / Text Only") &&
+                  Set(key, L"Print Processor", L"winprint") && Set(key, L"Datatype", L"RAW") &&
+                  RegSetValueExW(key, L"Attributes", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&attributes),
+                                 sizeof(attributes)) == ERROR_SUCCESS;
+        HKEY pnp = nullptr;
+        if (ok && deviceInstanceId != nullptr) {
+            ok = RegCreateKeyExW(key, L"PnPData", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &pnp, nullptr) ==
+                     ERROR_SUCCESS &&
+                 Set(pnp, L"DeviceInstanceId", deviceInstanceId);
+            RegCloseKey(pnp);
+        }
+        RegCloseKey(key);
+        return ok;
+    }
+
+private:
+    static bool Set(HKEY key, const wchar_t* name, const std::wstring& value) {
+        return RegSetValueExW(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
+                              static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t))) == ERROR_SUCCESS;
+    }
+    const std::wstring kRoot = L"System\\CurrentControlSet\\Control\\Print\\Printers\\";
+    std::vector<std::wstring> m_names;
+};
+
+} // namespace
+
+TEST(WindowsDiscovery, BrokenSetsThrowAndUnreadableDevicesAreRejectedAfterOneWarning) {
+    LogCapture log;
+    auto any = [](const DeviceEnumInfo&) { return true; };
+    HDEVINFO empty = SetupDiCreateDeviceInfoList(nullptr, nullptr);
+    EXPECT_TRUE(EnumDevices(empty, any).empty());
+    SetupDiDestroyDeviceInfoList(empty);
+    try {
+        EnumDevices(INVALID_HANDLE_VALUE, any);
+        ADD_FAILURE() << "no exception";
+    } catch (const vela::common::Win32Error& e) {
+        EXPECT_EQ(e.ErrorCode(), static_cast<uint32_t>(ERROR_INVALID_HANDLE));
+    }
+    DeviceEnumInfo withPath = RecordWithPath(L"\\\\?\\hid#qrv-missing#0");
+    DeviceEnumInfo copy = withPath; // a copy points into its own buffer
+    EXPECT_STREQ(copy.interfaceDetail->DevicePath, L"\\\\?\\hid#qrv-missing#0");
+    // Each filter rejects a device it cannot read and says so, under its own name.
+    const std::vector<std::pair<std::wstring, std::function<bool()>>> filters = {
+        {L"HidFilter", [&] { return HidFilter(withPath); }},
+        {L"UsbFilter", [&] { return UsbFilter(withPath); }},
+        {L"ParentFilter", [&] { return ParentFilter(1)(withPath); }},
+        {L"GrandParentFilter", [&] { return GrandParentFilter(1)(withPath); }},
+        {L"ParentFilter", [&] { return ParentFilter(1)(nullptr); }}};
+    for (const auto& [name, filter] : filters) {
+        log.Clear();
+        EXPECT_FALSE(filter());
+        EXPECT_TRUE(log.ContainsSubstring(name)) << vela::common::StringConverter::ToUtf8(name);
+    }
+}
+
+TEST(WindowsDiscovery, SpoolerLookUpOpensLocalQueuesOnlyAndIgnoresLetterCase) {
+    EXPECT_FALSE(
+        vela::common::GetPrinterNameByDeviceInstanceId(L"USBPRINT\\VELAQRV_410\\NO-SUCH").HasValue());
+    if (GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") == nullptr) {
+        GTEST_SKIP() << "needs wine's registry-backed spooler";
+    }
+    RegistryQueues queues;
+    ASSERT_TRUE(queues.Add(L"QRV Ohne PnP", PRINTER_ATTRIBUTE_LOCAL, nullptr));
+    ASSERT_TRUE(queues.Add(L"QRV Remote", PRINTER_ATTRIBUTE_NETWORK, L"USBPRINT\\VELAQRV_410\\REMOTE-ONLY"));
+    ASSERT_TRUE(queues.Add(L"\u00c9tiquettes Lager", PRINTER_ATTRIBUTE_LOCAL,
+                           L"USBPRINT\\VELAQRV_410\\7&2A3B4C&0&USB001"));
+    LogCapture log;
+    vela::common::Option name =
+        vela::common::GetPrinterNameByDeviceInstanceId(L"usbprint\\velaqrv_410\\7&2a3b4c&0&usb001");
+    ASSERT_TRUE(name.HasValue());
+    EXPECT_EQ(name.Value(), L"\u00c9tiquettes Lager");
+    // The queue without plug-and-play data costs one information line; the search went on.
+    EXPECT_TRUE(
+        log.Contains(L"GetPrinterNameByDeviceInstanceId(): unable to get printer data for 'QRV Ohne PnP': "
+                     L"result code is 2, (" +
+                     vela::common::SystemErrorText(2) + L")"));
+    EXPECT_FALSE(
+        vela::common::GetPrinterNameByDeviceInstanceId(L"USBPRINT\\VELAQRV_410\\REMOTE-ONLY").HasValue());
+    EXPECT_FALSE(log.ContainsSubstring(L"QRV Remote")) << "a remote queue is never opened";
+}
+#endif

@@ -1,7 +1,6 @@
 #include "common/Exception.h"
 #include "common/Log.h"
 #include "common/LogAndThrow.h"
-#include "common/Option.h"
 #include "common/Pause.h"
 #include "common/StringConverter.h"
 #include "common/SystemError.h"
@@ -17,47 +16,6 @@
 using namespace vela::common;
 using namespace vela::kom;
 using vela::test::LogCapture;
-
-TEST(ExceptionTree, NamesAndBasesFollowTheTable) {
-    NoCassettePresentException e(L"'No cassette present'", L"PrinterDevice::GetSkuNumber()");
-    const QRVException& base = e;
-    EXPECT_EQ(base.ExceptionName(), L"NoCassettePresentException");
-    EXPECT_EQ(base.Message(), L"'No cassette present'");
-    EXPECT_EQ(base.Source(), L"PrinterDevice::GetSkuNumber()");
-
-    auto caughtAs = [](auto thrower) {
-        std::wstring where;
-        try {
-            thrower();
-        } catch (const PathException&) {
-            where = L"path";
-        } catch (const DeviceException&) {
-            where = L"device";
-        } catch (const QRVException&) {
-            where = L"qrv";
-        } catch (const Exception&) {
-            where = L"common";
-        }
-        return where;
-    };
-    EXPECT_EQ(caughtAs([] { throw FileNotFoundException(L"m", L"s"); }), L"device");
-    EXPECT_EQ(caughtAs([] { throw NoPermissionException(L"m", L"s"); }), L"device");
-    EXPECT_EQ(caughtAs([] { throw FileAlreadyExistsException(L"m", L"s"); }), L"path");
-    EXPECT_EQ(caughtAs([] { throw NoFreeDiskSpaceException(L"m", L"s"); }), L"qrv");
-    EXPECT_EQ(caughtAs([] { throw PrinterBuzyException(L"m", L"s"); }), L"qrv");
-    EXPECT_EQ(caughtAs([] { throw UsbPrintDeviceReadException(L"m", L"s"); }), L"common");
-    EXPECT_EQ(caughtAs([] { throw Win32Error(5, L"s"); }), L"common");
-
-    // Copies keep their dynamic name and, for the system kinds, the code.
-    Win32Error original(3, L"src");
-    Win32Error copy = original;
-    EXPECT_EQ(copy.ErrorCode(), 3u);
-    EXPECT_EQ(copy.ExceptionName(), L"Win32Error");
-    EXPECT_EQ(PrinterBuzyException(L"m", L"s").ExceptionName(), L"PrinterBuzyException");
-    EXPECT_EQ(UsbPrintDeviceConnectionException(L"m", L"s").ExceptionName(),
-              L"UsbPrintDeviceConnectionException");
-    EXPECT_EQ(Exception(L"m", L"s").ExceptionName(), L"Exception");
-}
 
 TEST(SystemErrors, MessagesCarryCodeAndTrimmedSystemText) {
     for (uint32_t code : {2u, 3u, 5u}) {
@@ -129,6 +87,8 @@ TEST(LogFormat, ConversionsAreTypeSafe) {
     EXPECT_EQ(Format(L"0x%x", static_cast<uint32_t>(0x80070057u)), L"0x80070057");
     EXPECT_EQ(Format(L"%x", -1), L"ffffffff");
     EXPECT_EQ(Format(L"[%5d][%-4s][%04x]", 42, L"ab", 0xa), L"[   42][ab  ][000a]");
+    EXPECT_EQ(Format(L"[%.3d][%*d][%-*d]", 7, 4, 7, 3, -1),
+              L"[007][   7][-1 ]"); // precision, widths from arguments
     // Wrong or missing arguments never read memory they were not given.
     EXPECT_EQ(Format(L"%d and %s", std::wstring(L"text")), L"text and ");
     EXPECT_EQ(Format(L"%s", 12), L"12");
@@ -185,23 +145,6 @@ TEST(StringConverter, RoundTripsAndReplacesInvalidInput) {
     EXPECT_EQ(StringConverter::FromUtf8(std::string("\xC0\xAF")), L"\uFFFD\uFFFD"); // overlong
     EXPECT_EQ(StringConverter::FromUtf8(std::string("\xED\xA0\x80")), L"\uFFFD");   // encoded surrogate
     EXPECT_EQ(StringConverter::ToUtf8(std::wstring(1, static_cast<wchar_t>(0xD800))), "\xEF\xBF\xBD");
-}
-
-TEST(Option, SomeAndNone) {
-    LogCapture log;
-    Option some = Option::Some(L"Queue");
-    Option copy = some;
-    EXPECT_TRUE(copy.HasValue());
-    EXPECT_EQ(copy.Value(), L"Queue");
-    Option none = Option::None();
-    EXPECT_FALSE(none.HasValue());
-    try {
-        none.Value();
-        FAIL();
-    } catch (const InvalidOperationException& e) {
-        EXPECT_EQ(e.Message(), L"Option::None has no value");
-        EXPECT_EQ(e.Source(), L"Option::None");
-    }
 }
 
 TEST(Pause, RealWaitTimesOutAndSeamReplacesIt) {

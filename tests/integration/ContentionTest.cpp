@@ -1,0 +1,127 @@
+// Several programs on one printer. The access lock must keep their transactions apart: the
+// simulated printer records every request that breaks the framing, so two processes that write at
+// the same time show up as violations. A process killed in the middle of a transaction must not
+// keep the printer from anyone.
+
+#include "common/StringConverter.h"
+#include "kom/connection/PrinterAccessSynchronizer.h"
+#include "support/FaultChecks.h"
+#include "support/PauseRecorder.h"
+#include "support/SimulatedPrinter.h"
+#include "support/TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdio>
+#include <memory>
+#include <sstream>
+#include <thread>
+
+namespace {
+
+using namespace vela::test;
+using Clock = std::chrono::steady_clock;
+using vela::sim::RequestKind;
+
+constexpr int kProcesses = 4;
+constexpr int kRounds = 40;
+
+struct HammerResult {
+    int ok = -1, busy = -1, other = -1;
+    std::string failures;
+};
+
+HammerResult ReadResult(ChildProcess& child) {
+    HammerResult result;
+    for (std::string line = child.ReadLine(120000); !line.empty(); line = child.ReadLine(120000)) {
+        if (line.rfind("done ", 0) == 0) {
+            std::istringstream(line.substr(5)) >> result.ok >> result.busy >> result.other;
+            break;
+        }
+        result.failures += line + "\n";
+    }
+    return result;
+}
+
+TEST(Contention, ProcessesHammeringOnePrinterNeverInterleave) {
+    SimulatedPrinter printer;
+    TempDir folder;
+    std::vector<std::unique_ptr<ChildProcess>> children;
+    for (int i = 0; i < kProcesses; ++i) {
+        children.push_back(std::make_unique<ChildProcess>(
+            std::vector<std::string>{"hammer", printer.ChannelPath(), printer.NameUtf8(),
+                                     std::to_string(kRounds), std::to_string(1000 + i), folder.Path()}));
+    }
+    int succeeded = 0;
+    for (auto& child : children) {
+        const HammerResult result = ReadResult(*child);
+        EXPECT_EQ(child->Wait(60000), 0) << result.failures;
+        EXPECT_EQ(result.other, 0) << result.failures;
+        EXPECT_EQ(result.ok + result.busy, kRounds);
+        succeeded += result.ok;
+    }
+    const auto violations = printer.Printer().Violations();
+    EXPECT_TRUE(violations.empty()) << violations.size() << " framing violations, first: "
+                                    << (violations.empty() ? "" : violations.front().detail);
+    // Every successful operation reached the printer as whole requests: one status query, one put
+    // or two listing requests each (the busy ones sent nothing).
+    const size_t operations = printer.Printer().CountRequests(RequestKind::statusQuery) +
+                              printer.Printer().CountRequests(RequestKind::putFile) +
+                              printer.Printer().CountRequests(RequestKind::listFolderFetch);
+    EXPECT_EQ(operations, static_cast<size_t>(succeeded));
+    std::printf("[ contention ] %d processes, %d operations, %d succeeded\n", kProcesses,
+                kProcesses * kRounds, succeeded);
+}
+
+// Every fault test ends by checking that the lock is free. The check must see a holder wherever
+// it is: in another process, and in this one, where a lock that lets its owner in again would
+// hide it.
+TEST(Contention, ReleaseCheckSeesHoldersInThisProcessAndInAnother) {
+    const std::string name = UniquePrinterName("Probe");
+    vela::kom::ConnectedPrinter printer;
+    printer.printerName = vela::common::StringConverter::FromUtf8(name);
+    EXPECT_FALSE(IsAccessLockHeld(printer.printerName));
+    {
+        vela::kom::PrinterAccessSynchronizer lock(printer);
+        EXPECT_TRUE(IsAccessLockHeld(printer.printerName));
+        EXPECT_TRUE(IsAccessLockHeld(printer.printerName)) << "the check took the lock itself";
+    }
+    EXPECT_FALSE(IsAccessLockHeld(printer.printerName));
+    {
+        ChildProcess holder({"hold-lock", name, "60000"});
+        ASSERT_EQ(holder.ReadLine(), "locked");
+        EXPECT_TRUE(IsAccessLockHeld(printer.printerName));
+    }
+    EXPECT_FALSE(IsAccessLockHeld(printer.printerName));
+}
+
+// Killed in the middle of its transactions, a process leaves at most an answer it never read in
+// the channel. The next program still gets the lock at once, and its operations succeed. (On
+// Windows the lock is a named event, which goes away with the killed holder's handle as long as
+// no other process has it open - as here, where nobody waits while the holder is killed.)
+TEST(Contention, KillingAProcessMidTransactionCostsTheNextOneNothing) {
+    QuietLog quiet;
+    SimulatedPrinter printer;
+    const ResourceSnapshot baseline = ResourceSnapshot::Take();
+    for (int round = 0; round < 5; ++round) {
+        ChildProcess looper({"status-loop", printer.ChannelPath(), printer.NameUtf8()});
+        ASSERT_EQ(looper.ReadLine(), "running");
+        // Let it run a moment, a different moment each round, then kill it wherever it is.
+        std::this_thread::sleep_for(std::chrono::milliseconds(20 + 13 * round));
+        looper.Kill();
+        looper.Wait();
+
+        const auto start = Clock::now();
+        for (int i = 0; i < 3; ++i) {
+            const Outcome outcome = RunCatching([&] { (void)printer.Device().GetStatus(); });
+            EXPECT_TRUE(outcome.succeeded)
+                << "round " << round << ", query " << i << ": " << outcome.description;
+        }
+        EXPECT_LT(Clock::now() - start, std::chrono::seconds(2)) << "round " << round;
+    }
+    ExpectReleased(printer, baseline);
+    EXPECT_TRUE(printer.Printer().Violations().empty());
+}
+
+} // namespace

@@ -1,0 +1,158 @@
+// A pulled cable inside an operation's exchange: for each operation, the printer drops the channel
+// after k bytes (requests and replies counted together) for every k near both ends of the exchange
+// and a spread of k in between, and comes back a moment later. Every cut must end in one of the library's own
+// exceptions with the lock released, no descriptor left open, the host file untouched and the
+// printer holding nothing half-written - and the same operation must then succeed on the healthy
+// printer. A silent printer (a reply that never comes) is checked here as well: it costs the
+// transport's time-outs and so belongs with the long tests.
+
+#include "support/FaultChecks.h"
+#include "support/PauseRecorder.h"
+#include "support/PrinterOperations.h"
+#include "support/SimulatedPrinter.h"
+#include "support/TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+#include <regex>
+
+namespace {
+
+using namespace vela::test;
+using Kind = PrinterOperations::Kind;
+using vela::sim::ByteDirection;
+using vela::sim::Fault;
+
+// Bytes of one healthy run of the operation in both directions, from the printer's trace.
+uint64_t ExchangeSize(SimulatedPrinter& printer, PrinterOperations& operations, Kind kind) {
+    std::mutex mutex;
+    uint64_t total = 0;
+    const std::regex request(R"(^sim <- .*\((\d+) bytes\):)");
+    const std::regex reply(R"(^sim -> (\d+) bytes)");
+    operations.Prepare(kind); // before the count: the facade's first binding probes the printer
+    const bool echo = std::getenv("QRV_TEST_TRACE") != nullptr;
+    printer.Printer().SetTrace([&](const std::string& line) {
+        if (echo) {
+            std::fprintf(stderr, "%s\n", line.c_str());
+        }
+        std::smatch match;
+        if (std::regex_search(line, match, request) || std::regex_search(line, match, reply)) {
+            std::lock_guard<std::mutex> lock(mutex);
+            total += std::stoull(match[1].str());
+        }
+    });
+    operations.Run(kind);
+    printer.Printer().SetTrace(nullptr);
+    std::lock_guard<std::mutex> lock(mutex);
+    return total;
+}
+
+// The cut after `k`: every byte of the first and the last kEdge bytes of the exchange (the
+// headers, the short replies, the end of the data), and about kSpread cuts spread over the rest at
+// steps that vary. Under wine a reconnection costs a good part of a second, so Windows takes a
+// thinner sample of the same exchanges. QRV_SWEEP_EVERY_BYTE=1 cuts after every single byte.
+#ifdef _WIN32
+constexpr uint64_t kEdge = 8;
+constexpr uint64_t kSpread = 12;
+#else
+constexpr uint64_t kEdge = 32;
+constexpr uint64_t kSpread = 48;
+#endif
+
+uint64_t NextCut(uint64_t k, uint64_t total) {
+    static const bool everyByte = std::getenv("QRV_SWEEP_EVERY_BYTE") != nullptr;
+    if (everyByte || k < kEdge || k + kEdge >= total) {
+        return k + 1;
+    }
+    const uint64_t step = std::max<uint64_t>(1, (total - 2 * kEdge) / kSpread);
+    return std::min(total - kEdge, k + step + k % 5);
+}
+
+class DisconnectSweep : public ::testing::TestWithParam<Kind> {
+protected:
+    QuietLog quiet;
+    PauseRecorder pauses;
+    SimulatedPrinter printer;
+    PrinterOperations operations{printer};
+};
+
+TEST_P(DisconnectSweep, EveryCutFailsCleanlyAndTheNextRunSucceeds) {
+    const Kind kind = GetParam();
+    const uint64_t total = ExchangeSize(printer, operations, kind);
+    ASSERT_GT(total, 0u);
+    const ResourceSnapshot baseline = ResourceSnapshot::Take();
+
+    uint32_t disconnects = 0;
+    uint64_t failures = 0;
+    uint64_t boundarySuccesses = 0;
+    for (uint64_t k = 1; k <= total; k = NextCut(k, total)) {
+        SCOPED_TRACE(std::string(PrinterOperations::Name(kind)) + " cut after " + std::to_string(k) + " of " +
+                     std::to_string(total) + " bytes");
+        operations.Prepare(kind);
+        printer.Printer().InjectFault(
+            Fault::DisconnectAfter(k, ByteDirection::both, printer.ReconnectAfter()));
+        const Outcome outcome = RunCatching([&] { operations.Run(kind); });
+        ASSERT_FALSE(outcome.foreign) << outcome.description;
+        ASSERT_TRUE(printer.Printer().ArmedFaults().empty()) << "the cut did not happen within the exchange";
+        ASSERT_TRUE(printer.WaitUntilBack(++disconnects));
+
+        if (outcome.succeeded) {
+            // Only the last byte may go (the reply was complete), or - for the update, which is
+            // several transactions - a cut that falls between two of them, when the printer is back
+            // before the next one starts.
+            EXPECT_TRUE(k == total || kind == Kind::update) << "an operation survived a cut inside it";
+            boundarySuccesses += k == total ? 0 : 1;
+            operations.CheckAfterSuccess(kind);
+        } else {
+            ++failures;
+            operations.CheckAfterFailure(kind);
+        }
+        ExpectReleased(printer, baseline);
+
+        operations.Prepare(kind);
+        const Outcome next = RunCatching([&] { operations.Run(kind); });
+        ASSERT_TRUE(next.succeeded) << "the run after the cut failed: " << next.description;
+        operations.CheckAfterSuccess(kind);
+    }
+    EXPECT_TRUE(printer.Printer().Violations().empty()) << "a request went out broken";
+    std::printf("[ sweep    ] %s: %llu bytes, %llu cuts failed, %llu between transactions succeeded\n",
+                PrinterOperations::Name(kind), static_cast<unsigned long long>(total),
+                static_cast<unsigned long long>(failures),
+                static_cast<unsigned long long>(boundarySuccesses));
+}
+
+// A reply that never comes: the read times out (twice for a header, which is read once more), the
+// operation fails with the transport's read exception, and the printer answers the next run.
+TEST_P(DisconnectSweep, SilentPrinterTimesOutAndTheNextRunSucceeds) {
+    const Kind kind = GetParam();
+    operations.Prepare(kind);
+    operations.Run(kind);
+    const ResourceSnapshot baseline = ResourceSnapshot::Take();
+
+    operations.Prepare(kind);
+    printer.Printer().InjectFault(Fault::Silence().For(SilencedRequest(kind)));
+    const auto start = std::chrono::steady_clock::now();
+    const Outcome outcome = RunCatching([&] { operations.Run(kind); });
+    const auto seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    EXPECT_FALSE(outcome.succeeded);
+    EXPECT_EQ(outcome.kind, "UsbPrintDeviceReadException") << outcome.description;
+    // Two 3000 ms reads for the header; nothing waits longer.
+    EXPECT_LT(seconds, 6.0 + 2.0);
+    operations.CheckAfterFailure(kind);
+    ExpectReleased(printer, baseline);
+
+    operations.Prepare(kind);
+    const Outcome next = RunCatching([&] { operations.Run(kind); });
+    EXPECT_TRUE(next.succeeded) << next.description;
+}
+
+INSTANTIATE_TEST_SUITE_P(Operations, DisconnectSweep, ::testing::ValuesIn(PrinterOperations::All()),
+                         [](const ::testing::TestParamInfo<Kind>& info) {
+                             return std::string(PrinterOperations::Name(info.param));
+                         });
+
+} // namespace

@@ -1,0 +1,86 @@
+#pragma once
+
+#include "qrv/ManagedQRVDeviceGateway.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <vector>
+
+namespace vela::test {
+
+// What a gateway's events delivered, in order, and on which threads. Waits are upper bounds for
+// the monitor thread, never pauses.
+class HostEventLog {
+public:
+    using Items = std::vector<vela::printer::communication::PrinterStatusItem>;
+    using Issue = vela::printer::communication::EPrintInterruptIssue;
+
+    explicit HostEventLog(vela::kom::ManagedQRVDeviceGateway& gateway) {
+        gateway.OnPrinterStatusChanged().Add(
+            [this](const vela::printer::communication::PrinterStatusEventArgs& args) {
+                std::lock_guard<std::mutex> lock(m_mutex);
+                m_changes.push_back(args.Items());
+                m_threads.push_back(std::this_thread::get_id());
+                m_changed.notify_all();
+            });
+        gateway.OnPrintInterrupt().Add(
+            [this](const vela::printer::communication::PrintInterruptEventArgs& args) {
+                std::lock_guard<std::mutex> lock(m_mutex);
+                m_interrupts.push_back(args.Issue());
+                m_changed.notify_all();
+            });
+    }
+
+    // The status change after the first `seen` ones, or none within `patience`.
+    std::optional<Items> WaitChange(size_t seen,
+                                    std::chrono::milliseconds patience = std::chrono::seconds(10)) {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        if (!m_changed.wait_for(lock, patience, [&] { return m_changes.size() > seen; })) {
+            return std::nullopt;
+        }
+        return m_changes[seen];
+    }
+    // The next status change not looked at by an earlier call that satisfies `match`.
+    std::optional<Items> WaitFor(const std::function<bool(const Items&)>& match,
+                                 std::chrono::milliseconds patience = std::chrono::seconds(5)) {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        std::optional<Items> found;
+        m_changed.wait_for(lock, patience, [&] {
+            for (; m_looked < m_changes.size() && !found; ++m_looked) {
+                found = match(m_changes[m_looked]) ? std::optional<Items>(m_changes[m_looked]) : std::nullopt;
+            }
+            return found.has_value();
+        });
+        return found;
+    }
+    bool WaitInterrupts(size_t count, std::chrono::milliseconds patience = std::chrono::seconds(10)) {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        return m_changed.wait_for(lock, patience, [&] { return m_interrupts.size() >= count; });
+    }
+    size_t Changes() const {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_changes.size();
+    }
+    std::vector<Issue> Interrupts() const {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_interrupts;
+    }
+    std::vector<std::thread::id> Threads() const {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_threads;
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::vector<Items> m_changes;
+    size_t m_looked = 0;
+    std::vector<Issue> m_interrupts;
+    std::vector<std::thread::id> m_threads;
+};
+
+} // namespace vela::test

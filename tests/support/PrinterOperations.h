@@ -1,0 +1,55 @@
+#pragma once
+
+#include "kom/connection/NativeQRVDevice.h"
+#include "support/SimulatedPrinter.h"
+#include "support/TestSupport.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace vela::test {
+
+// The operations the fault tests break, each with the state it needs on both sides and the
+// checks of what a failed run may leave behind:
+//   status  - one status query
+//   put     - a small host file to the printer's image folder
+//   get     - a small printer file to a host file that already exists
+//   listing - the image folder
+//   update  - a small update package through the facade (status report, folder detail, put,
+//             start order, status report, delete)
+// Small files keep the exchanges short enough to break them after every single byte.
+class PrinterOperations {
+public:
+    enum class Kind { status, put, get, listing, update };
+    static const std::vector<Kind>& All();
+    static const char* Name(Kind kind);
+
+    explicit PrinterOperations(SimulatedPrinter& printer);
+    ~PrinterOperations();
+
+    // Puts printer and host into the state before the operation (files present or absent).
+    void Prepare(Kind kind);
+    // Runs the operation; throws the library's exception on failure. A result code other than 0
+    // counts as a failure too (QRVException "result <n>").
+    void Run(Kind kind);
+    // After a failed run: the host file is byte-identical to before, no temporary file lies beside
+    // it, and the printer holds either nothing or the complete file. Reported through gtest.
+    void CheckAfterFailure(Kind kind);
+    // After a successful run: the data arrived complete on the other side.
+    void CheckAfterSuccess(Kind kind);
+
+private:
+    std::vector<uint8_t> Bytes(size_t size, uint8_t seed) const;
+
+    SimulatedPrinter& m_printer;
+    TempDir m_dir;
+    std::unique_ptr<vela::kom::NativeQRVDevice> m_facade;
+    std::vector<uint8_t> m_hostBytes;    // the host file's contents before the operation
+    std::vector<uint8_t> m_printerBytes; // the printer file's contents (get)
+    uint32_t m_updateRound = 0;          // a fresh package name per update (see Prepare)
+};
+
+} // namespace vela::test

@@ -1,0 +1,128 @@
+#include "kom/discovery/QRVPrinters.h"
+#include "support/TestSupport.h"
+#include "system/MockedDiscoveryTest.h"
+
+using namespace vela::kom;
+using vela::common::LogLevel;
+using vela::test::LogCapture;
+using vela::test::MockedDiscoveryTest;
+using vela::test::MockUsbPrinter;
+using vela::test::PrinterAt;
+using vela::test::ScopedEnvironment;
+
+using UdevDiscovery = MockedDiscoveryTest;
+
+TEST_F(UdevDiscovery, PrintersKeepTheirOwnNodesAndVirtualPrintersFollow) {
+    MockUsbPrinter noSerial = PrinterAt("1-4.2", 0, 1, ""); // reports none, on USB or in its device id
+    noSerial.idProduct = "0024";
+    noSerial.product = "VELA QRV 210";
+    noSerial.ieee1284Id = "MFG:VELA;MDL:QRV 210;";
+    m_testbed.Add(PrinterAt("1-1", 2, 3));
+    m_testbed.Add(PrinterAt("1-2", 1, -1, "SIM0002"));
+    m_testbed.Add(noSerial);
+    ScopedEnvironment virtualPrinter("QRV_VIRTUAL_PRINTERS", L"Simulator|/dev/pts/9|/tmp/sim-hid|210|SIM-V");
+    LogCapture log;
+    QRVPrinters printers;
+
+    const std::wstring first = L"VELA QRV 410 (SIM0001)", second = L"VELA QRV 410 (SIM0002)",
+                       third = L"VELA QRV 210 (USB 1-4.2)";
+    EXPECT_EQ(printers.GetConnectedPrinters(), (std::vector<ConnectedPrinter>{
+                                                   {0x0922, 0x0025, L"/dev/usb/lp2", first},
+                                                   {0x0922, 0x0025, L"/dev/usb/lp1", second},
+                                                   {0x0922, 0x0024, L"/dev/usb/lp0", third},
+                                                   {0x0922, 0x0024, L"/dev/pts/9", L"Simulator"},
+                                               }));
+    EXPECT_EQ(printers.GetConnectedHidDevices(), (std::vector<ConnectedPrinter>{
+                                                     {0x0922, 0x0025, L"/dev/hidraw3", first},
+                                                     {0x0922, 0x0024, L"/dev/hidraw1", third},
+                                                     {0x0922, 0x0024, L"/tmp/sim-hid", L"Simulator"},
+                                                 }));
+    std::vector<DiscoveredPrinter> listing = printers.ListPrinters();
+    ASSERT_EQ(listing.size(), 4u);
+    EXPECT_EQ(listing[0].printerName, first);
+    EXPECT_EQ(listing[0].modelName, L"VELA QRV 410");
+    EXPECT_EQ(listing[0].serialNumber, L"SIM0001");
+    EXPECT_EQ(listing[0].printerPath, L"/dev/usb/lp2");
+    EXPECT_EQ(listing[0].hidPath, L"/dev/hidraw3");
+    EXPECT_FALSE(listing[0].hasQueue);
+    EXPECT_FALSE(listing[0].isVirtual);
+    EXPECT_EQ(listing[1].hidPath, L"");
+    EXPECT_EQ(listing[2].serialNumber, L"");
+    EXPECT_EQ(listing[2].hidPath, L"/dev/hidraw1");
+    EXPECT_TRUE(listing[3].isVirtual);
+    EXPECT_EQ(listing[3].serialNumber, L"SIM-V");
+    EXPECT_EQ(log.Count(LogLevel::warning), 0u);
+    EXPECT_EQ(log.Count(LogLevel::error), 0u);
+}
+
+TEST_F(UdevDiscovery, OtherDevicesAreSkippedSilentlyWhateverTheLetterCaseOfTheirIds) {
+    MockUsbPrinter otherProduct = PrinterAt("1-1", 0, 0);
+    otherProduct.idProduct = "0026";
+    MockUsbPrinter otherVendorLower = PrinterAt("1-2", 1);
+    otherVendorLower.idVendor = "fe1a";
+    otherVendorLower.idProduct = "0b2c";
+    MockUsbPrinter otherVendorUpper = PrinterAt("1-3", 2);
+    otherVendorUpper.idVendor = "FE1A";
+    otherVendorUpper.idProduct = "0B2C";
+    MockUsbPrinter supported = PrinterAt("2-1", 3, -1, "abc-def"); // lower case goes into the name as it is
+    supported.idProduct = "0024";
+    for (const MockUsbPrinter& printer : {otherProduct, otherVendorLower, otherVendorUpper, supported}) {
+        m_testbed.Add(printer);
+    }
+    // A mouse: hidraw on a USB device of another vendor.
+    std::string mouse =
+        m_testbed.AddDevice("usb", "3-1", "", "", {"idVendor", "fe2b", "idProduct", "0c0d"}, "usb_device");
+    m_testbed.AddDevice("hidraw", "hidraw7", mouse, "/dev/hidraw7", {});
+
+    LogCapture log;
+    QRVPrinters printers;
+    EXPECT_EQ(printers.GetConnectedPrinters(),
+              (std::vector<ConnectedPrinter>{{0x0922, 0x0024, L"/dev/usb/lp3", L"VELA QRV 210 (abc-def)"}}));
+    EXPECT_TRUE(printers.GetConnectedHidDevices().empty());
+    EXPECT_EQ(log.Count(LogLevel::warning), 0u);
+}
+
+TEST_F(UdevDiscovery, UnreadableDevicesAreSkippedAfterOneWarningEach) {
+    MockUsbPrinter noIds = PrinterAt("1-1", 0);
+    noIds.idVendor = "";
+    noIds.idProduct = "";
+    std::string noIdsPath = m_testbed.Add(noIds);
+    MockUsbPrinter badProduct = PrinterAt("1-2", -1, 1);
+    badProduct.idProduct = "zz25";
+    std::string badProductPath = m_testbed.Add(badProduct);
+    m_testbed.Add(PrinterAt("1-3", 2, 2, "GOOD1"));
+    // A printer-class node that does not hang below a USB device.
+    std::string platform = m_testbed.AddDevice("platform", "lpbridge", "", "", {});
+    m_testbed.AddDevice("usbmisc", "lp5", platform, "/dev/usb/lp5", {});
+
+    LogCapture log;
+    QRVPrinters printers;
+    const std::wstring name = L"VELA QRV 410 (GOOD1)";
+    EXPECT_EQ(printers.GetConnectedPrinters(),
+              (std::vector<ConnectedPrinter>{{0x0922, 0x0025, L"/dev/usb/lp2", name}}));
+    EXPECT_EQ(log.Count(LogLevel::warning), 2u);
+    EXPECT_TRUE(log.Contains(L"UsbFilter() for '/dev/usb/lp0' failed: cannot read idVendor of " +
+                             std::wstring(noIdsPath.begin(), noIdsPath.end())));
+    EXPECT_TRUE(log.Contains(L"UsbFilter() for '/dev/usb/lp5' failed: it is not on a USB device"));
+
+    log.Clear();
+    EXPECT_EQ(printers.GetConnectedHidDevices(),
+              (std::vector<ConnectedPrinter>{{0x0922, 0x0025, L"/dev/hidraw2", name}}));
+    EXPECT_EQ(log.Count(LogLevel::warning), 1u);
+    EXPECT_TRUE(log.Contains(L"HidFilter() for '/dev/hidraw1' failed: idProduct 'zz25' of " +
+                             std::wstring(badProductPath.begin(), badProductPath.end()) +
+                             L" is not a USB id"));
+    EXPECT_EQ(log.Count(LogLevel::error), 0u);
+}
+
+TEST_F(UdevDiscovery, APrinterWhoseInterfaceHasNoNodeIsListedButCannotBeOpened) {
+    m_testbed.Add(PrinterAt("1-1", -1, 0));
+    QRVPrinters printers;
+    EXPECT_TRUE(printers.GetConnectedPrinters().empty());
+    EXPECT_EQ(printers.GetConnectedHidDevices(),
+              (std::vector<ConnectedPrinter>{{0x0922, 0x0025, L"/dev/hidraw0", L"VELA QRV 410 (SIM0001)"}}));
+    std::vector<DiscoveredPrinter> listing = printers.ListPrinters();
+    ASSERT_EQ(listing.size(), 1u);
+    EXPECT_EQ(listing[0].printerPath, L"");
+    EXPECT_EQ(listing[0].hidPath, L"/dev/hidraw0");
+}

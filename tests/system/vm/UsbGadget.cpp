@@ -1,0 +1,148 @@
+#include "system/vm/UsbGadget.h"
+
+#include <cerrno>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <fstream>
+#include <stdexcept>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace vela::test {
+
+namespace {
+
+const std::string kGadget = "/sys/kernel/config/usb_gadget/qrv";
+const std::string kPrinterNode = "/dev/g_printer0";
+const std::string kHidNode = "/dev/hidg0";
+
+std::string ReadLine(const std::string& path) {
+    std::ifstream in(path);
+    std::string line;
+    if (!in || !std::getline(in, line)) {
+        throw std::runtime_error("cannot read " + path + " (not inside the USB gadget VM?)");
+    }
+    return line;
+}
+
+uint32_t ReadHex(const std::string& path) {
+    return static_cast<uint32_t>(std::stoul(ReadLine(path), nullptr, 16));
+}
+
+bool Exists(const std::string& path) {
+    struct stat st;
+    return ::stat(path.c_str(), &st) == 0;
+}
+
+void WriteUdc(const std::string& value) {
+    // A write of zero bytes is refused (EFAULT): unbinding takes a lone newline.
+    const std::string text = value + "\n";
+    int fd = ::open((kGadget + "/UDC").c_str(), O_WRONLY | O_CLOEXEC);
+    if (fd < 0) {
+        throw std::runtime_error("open UDC: " + std::string(std::strerror(errno)));
+    }
+    ssize_t n = ::write(fd, text.data(), text.size());
+    int error = errno;
+    ::close(fd);
+    if (n != static_cast<ssize_t>(text.size())) {
+        throw std::runtime_error("write '" + value + "' to UDC: " + std::strerror(error));
+    }
+}
+
+bool IsGadgetNode(const std::string& target) {
+    return target.rfind(kPrinterNode, 0) == 0 || target.rfind(kHidNode, 0) == 0;
+}
+
+} // namespace
+
+UsbGadget::UsbGadget() {
+    m_vendorId = ReadHex(kGadget + "/idVendor");
+    m_productId = ReadHex(kGadget + "/idProduct");
+    m_serial = ReadLine(kGadget + "/strings/0x409/serialnumber");
+    m_hasHid = Exists(kGadget + "/functions/hid.usb0");
+    m_controller = ReadLine("/opt/udc");
+}
+
+void UsbGadget::Unplug() const {
+    WriteUdc("");
+}
+
+void UsbGadget::Plug() const {
+    WriteUdc(m_controller);
+}
+
+bool UsbGadget::IsPlugged() const {
+    std::ifstream in(kGadget + "/UDC");
+    std::string line;
+    return std::getline(in, line) && !line.empty();
+}
+
+bool UsbGadget::WaitForHostNodes(std::chrono::milliseconds timeout) const {
+    return Eventually(timeout,
+                      [&] { return Exists("/dev/usb/lp0") && (!m_hasHid || Exists("/dev/hidraw0")); });
+}
+
+bool UsbGadget::WaitUntilHostNodesGone(std::chrono::milliseconds timeout) const {
+    return Eventually(timeout, [&] { return !Exists("/dev/usb/lp0") && !Exists("/dev/hidraw0"); });
+}
+
+bool UsbGadget::WaitUntilReleased(pid_t pid, std::chrono::milliseconds timeout) const {
+    return Eventually(timeout, [&] {
+        for (const std::string& target : OpenFiles(pid)) {
+            if (IsGadgetNode(target) && target.find(" (deleted)") != std::string::npos) {
+                return false;
+            }
+        }
+        return true;
+    });
+}
+
+bool UsbGadget::WaitUntilServed(pid_t pid, std::chrono::milliseconds timeout) const {
+    return Eventually(timeout, [&] {
+        for (const std::string& target : OpenFiles(pid)) {
+            if (target == kPrinterNode) {
+                return true;
+            }
+        }
+        return false;
+    });
+}
+
+std::vector<std::string> OpenFiles(pid_t pid) {
+    std::vector<std::string> targets;
+    const std::string folder = "/proc/" + std::to_string(pid) + "/fd";
+    DIR* dir = ::opendir(folder.c_str());
+    if (dir == nullptr) {
+        return targets;
+    }
+    while (dirent* entry = ::readdir(dir)) {
+        if (entry->d_name[0] == '.') {
+            continue;
+        }
+        char target[512];
+        ssize_t n = ::readlink((folder + "/" + entry->d_name).c_str(), target, sizeof target - 1);
+        if (n > 0) {
+            targets.emplace_back(target, static_cast<size_t>(n));
+        }
+    }
+    ::closedir(dir);
+    return targets;
+}
+
+bool Eventually(std::chrono::milliseconds timeout, const std::function<bool()>& done) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    for (;;) {
+        if (done()) {
+            return true;
+        }
+        if (std::chrono::steady_clock::now() >= deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+}
+
+} // namespace vela::test

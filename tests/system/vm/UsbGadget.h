@@ -1,0 +1,58 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace vela::test {
+
+// The virtual USB printer of the VM harness, seen from inside the guest: what the gadget was
+// configured as (configfs), its plug (the UDC binding) and the nodes on both sides.
+//
+// Host side:   /dev/usb/lp0 (usblp), /dev/hidraw0 (hidraw), found by the library through udev.
+// Device side: /dev/g_printer0, /dev/hidg0, served by the simulator.
+class UsbGadget {
+public:
+    // Reads the configuration; throws std::runtime_error outside the harness's guest.
+    UsbGadget();
+
+    uint32_t VendorId() const { return m_vendorId; }
+    uint32_t ProductId() const { return m_productId; }
+    const std::string& Serial() const { return m_serial; }
+    bool HasHid() const { return m_hasHid; }
+    // "210" or "410", as the simulator's --model takes it.
+    std::string Model() const { return m_productId == 0x0024 ? "210" : "410"; }
+
+    // Unbinds the gadget from its controller: the host sees the printer unplugged at once.
+    void Unplug() const;
+    // Binds it again: the host enumerates it anew.
+    void Plug() const;
+    bool IsPlugged() const;
+
+    // Waits until the host's nodes are there (lp0, and hidraw0 when the gadget has HID), or gone.
+    bool WaitForHostNodes(std::chrono::milliseconds timeout) const;
+    bool WaitUntilHostNodesGone(std::chrono::milliseconds timeout) const;
+    // Waits until process `pid` holds no descriptor of a gadget node that was removed by an
+    // unplug. The gadget must not be bound again before: on the harness's kernel a descriptor
+    // of the old node that is closed after the re-bind corrupts the kernel.
+    bool WaitUntilReleased(pid_t pid, std::chrono::milliseconds timeout) const;
+    // Waits until process `pid` has the device-side printer node open (it serves again).
+    bool WaitUntilServed(pid_t pid, std::chrono::milliseconds timeout) const;
+
+private:
+    uint32_t m_vendorId = 0;
+    uint32_t m_productId = 0;
+    std::string m_serial;
+    bool m_hasHid = false;
+    std::string m_controller;
+};
+
+// What the descriptors of process `pid` refer to (the targets of /proc/<pid>/fd/*).
+std::vector<std::string> OpenFiles(pid_t pid);
+// Checks `done` every 20 ms until it holds (true) or `timeout` has passed (false).
+bool Eventually(std::chrono::milliseconds timeout, const std::function<bool()>& done);
+
+} // namespace vela::test
