@@ -46,60 +46,36 @@ protected:
 
 // ---- put ---------------------------------------------------------------------------------------
 
-TEST_F(FileTransfer, PutOfAnEmptyFileIs287BytesEndingInTheDigestOfNothing) {
-    WriteHostFile(dir.File("empty.bin"), {});
-    printer.QueueCompletion(2, 0);
-    EXPECT_EQ(device.PutFile(L"/images/a.png", dir.WFile("empty.bin")), 0);
-
-    const auto expected = Concat({Hex("C3 00 00 01 1F 60 04 01 31 01"),
-                                  PathField("/images/a.png"),
-                                  {0, 0, 0, 0},
-                                  Hex("D4 1D 8C D9 8F 00 B2 04 E9 80 09 98 EC F8 42 7E"),
-                                  kPoll});
-    EXPECT_EQ(ToHex(printer.AllWritten()), ToHex(expected));
-    ExpectReleased();
-    EXPECT_TRUE(log.Contains(L"PrinterDevice::PutFile()"));
-    EXPECT_EQ(log.Lines().front().level, LogLevel::info);
-}
-
-TEST_F(FileTransfer, PutReportsEveryChunkAndReturnsAResultCodeThePollDoesNotMap) {
-    WriteHostFile(dir.File("big.bin"), TestBytes(70000));
-    std::vector<std::pair<uint64_t, uint64_t>> progress;
-    device.SetProgressCallback([&](uint64_t done, uint64_t total) { progress.emplace_back(done, total); });
-    printer.QueueCompletion(2, 9);
-    EXPECT_EQ(device.PutFile(L"/d/big.bin", dir.WFile("big.bin")), 9);
-
-    // One report per 8192-byte chunk of the message, in bytes of the file (the 271-byte head
-    // counts for none), none for the completion poll afterwards.
-    const uint64_t total = 287 + 70000, n = 70000;
-    ASSERT_EQ(progress.size(), (total + 8191) / 8192);
-    EXPECT_EQ(progress.front(), std::make_pair(uint64_t{8192 - 271}, n));
-    EXPECT_EQ(progress.back(), std::make_pair(n, n));
-}
-
 // Both lengths, the data and its digest. The digest is read while the message goes out and
 // written into its last chunk just before that chunk leaves: the chunks on the wire must still be
-// those of one write of the whole message, pad byte included, wherever the digest falls.
+// those of one write of the whole message, pad byte included, wherever the digest falls. Progress
+// comes once per 8192-byte chunk, in bytes of the file (the 271-byte head counts for none), and a
+// completion result the poll does not map is returned as it stands.
 TEST_F(FileTransfer, PutCarriesBothLengthsTheDataAndTheDigestInTheChunksOfOneWrite) {
     const struct {
         const char* what;
         size_t total; // message length
+        uint8_t result = 0;
     } cases[] = {
+        {"an empty file", 287},
         {"one chunk exactly (a multiple of 512: padded)", 8192},
         {"two chunks exactly (padded)", 16384},
         {"digest across the chunk boundary", 16384 + 5},
         {"digest right behind the boundary", 16384 + 16},
         {"a multiple of 512 inside a chunk (padded)", 16384 + 1024},
-        {"many chunks", 287 + 70000},
+        {"many chunks", 287 + 70000, 9},
         {"several read blocks (padded)", 2 * 262144 + 512},
     };
+    std::vector<std::pair<uint64_t, uint64_t>> progress;
+    device.SetProgressCallback([&](uint64_t done, uint64_t total) { progress.emplace_back(done, total); });
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         const auto data = TestBytes(c.total - 287);
         WriteHostFile(dir.File("f.bin"), data);
         printer.ClearWrites();
-        printer.QueueCompletion(2, 0);
-        ASSERT_EQ(device.PutFile(L"/d/f.bin", dir.WFile("f.bin")), 0);
+        progress.clear();
+        printer.QueueCompletion(2, c.result);
+        ASSERT_EQ(device.PutFile(L"/d/f.bin", dir.WFile("f.bin")), c.result);
 
         auto expected = Concat({{0xC3, uint8_t(c.total >> 24), uint8_t(c.total >> 16), uint8_t(c.total >> 8),
                                  uint8_t(c.total), 0x60, 0x04, 0x01, 0x31, 0x01},
@@ -124,7 +100,16 @@ TEST_F(FileTransfer, PutCarriesBothLengthsTheDataAndTheDigestInTheChunksOfOneWri
         }
         EXPECT_EQ(written, chunks);
         EXPECT_TRUE(printer.AllWritten() == expected);
+        const uint64_t n = data.size();
+        ASSERT_EQ(progress.size(), chunks.size() - 1);
+        EXPECT_EQ(progress.back(), std::make_pair(n, n));
+        if (c.total > 8192) {
+            EXPECT_EQ(progress.front(), std::make_pair(uint64_t{8192 - 271}, n));
+        }
     }
+    ExpectReleased();
+    EXPECT_TRUE(log.Contains(L"PrinterDevice::PutFile()"));
+    EXPECT_EQ(log.Lines().front().level, LogLevel::info);
 }
 
 TEST_F(FileTransfer, TheBackgroundDigestIsTheFilesAndAFailedReadingIsAnMD5Exception) {
