@@ -66,15 +66,10 @@ TEST_F(DeviceInformationTest, ReplySizeAndCommandAreChecked) {
                                     L"PrinterDevice::GetCassetteEepromData()");
         EXPECT_EQ(printer.PendingBytes(), 0u);
     }
-    printer.QueueReply(Payload(0x3C, "", 6));
-    EXPECT_THROW(device.GetUpdateStatusReport(), ReplyException);
 
     printer.QueueReply(Payload(0x3A, "", 14));
     ExpectThrow<ReplyException>([&] { device.GetPrinterVersion(); }, L"'Wrong reply'",
                                 L"PrinterDevice::GetPrinterVersion()");
-    printer.QueueReply(Payload(0x80, "", 5));
-    ExpectThrow<ReplyException>([&] { device.GetUpdateStatusReport(); }, L"'Wrong reply'",
-                                L"PrinterDevice::GetUpdateStatusReport()");
     EXPECT_THROW(device.GetCassetteEepromData(), vela::common::UsbPrintDeviceReadException);
     ExpectReleased();
 

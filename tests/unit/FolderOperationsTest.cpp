@@ -131,7 +131,6 @@ TEST_F(FolderOperations, DeleteAndRenameSendTheirRequestsAndReturnTheCompletionR
     const auto written = printer.AllWritten();
     const auto expected =
         Concat({Hex("C3 00 00 02 0B 60 04 01 33"), PathField("/a/old"), PathField("/a/new"), kPoll});
-    EXPECT_EQ(expected.size(), 523u + 9u);
     EXPECT_EQ(ToHex(std::vector<uint8_t>(written.begin() + before, written.end())), ToHex(expected));
 
     printer.QueueCompletion(2, 2);

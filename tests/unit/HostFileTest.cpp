@@ -158,28 +158,9 @@ private:
     void (*m_oldHandler)(int) = nullptr;
 };
 
-class HostPermissions : public FileSystemTest {};
 class GetWriteFailure : public FileSystemTest {};
 
 } // namespace
-
-TEST_F(HostPermissions, UnreadableAndUnwritableHostFilesAreAccessDenied) {
-    if (RunningPrivileged()) {
-        GTEST_SKIP() << "permission bits do not stop root";
-    }
-    WriteHostFile(dir.File("secret.bin"), {1});
-    ASSERT_EQ(::chmod(dir.File("secret.bin").c_str(), 0), 0);
-    EXPECT_TRUE(ThrowsExactly<vela::kom::NoPermissionException>(
-        [&] { device.PutFile(L"/f", dir.WFile("secret.bin")); }, L"'Access denied'",
-        L"PrinterDevice::LoadFile()"));
-
-    printer.QueueCompletion(2, 0);
-    printer.QueueReply(FileReplyPayload({1, 2, 3}));
-    EXPECT_TRUE(ThrowsExactly<vela::kom::NoPermissionException>(
-        [&] { device.GetFile(L"/f", dir.WFile("secret.bin")); }, L"'Access denied'",
-        L"PrinterDevice::SaveFile()"));
-    ExpectReleased();
-}
 
 TEST_F(GetWriteFailure, IsReportedWithItsCauseAndLeavesTheOldFile) {
     const std::vector<uint8_t> old(1000, 0x55);

@@ -87,11 +87,6 @@ TEST_F(StatusQueryTest, WrongRepliesAreRejectedAndTheChannelDrained) {
     EXPECT_EQ(printer.PendingBytes(), 0u);
     ExpectReleased();
 
-    printer.QueueReply({0x00, 0x81, 0, 0, 0, 0, 0, 0, 0, 0});
-    ExpectThrow<ReplyException>([&] { device.GetStatus(); }, L"'Wrong reply'",
-                                L"PrinterDevice::GetStatusInternal()");
-    ExpectReleased();
-
     // A corrupt header is drained (up to the silence) and the query repeated once; corrupt again, it fails.
     printer.QueueBytes(Hex("3C 00 00 00 11 60 10 00 80 00 00 00 00 00 00 00 00"));
     printer.QueueReadFailure();
