@@ -10,6 +10,8 @@
 
 #include <algorithm>
 #include <cwctype>
+#include <functional>
+#include <tuple>
 
 using vela::common::WaitResult;
 using vela::kom::NativeQRVDevice;
@@ -83,38 +85,33 @@ TEST_F(NativeQRVDeviceSim, LogFileListHoldsTheFilesNamedSyslog) {
                                          L"/mnt/data/settings/syslog", L"/mnt/data/settings/syslog.1"}));
 }
 
+// Every query is retried ten times; a version query's last failure leaves as the root kind.
 TEST_F(NativeQRVDeviceSim, QueriesAreRetriedTenTimesThenFail) {
     PauseRecorder pauses;
-    Printer().InjectFault(Fault::WrongCommandByte().For(RequestKind::statusQuery).Persistent());
-    EXPECT_THROW(Facade().GetPrinterStatus(), vela::kom::ReplyException);
-    EXPECT_EQ(Printer().CountRequests(RequestKind::statusQuery), 10u);
-    EXPECT_EQ(pauses.Pauses(), std::vector<uint32_t>(9, 500));
-    Printer().ClearFaults();
-
-    pauses.Clear();
-    Printer().ClearRequests();
-    Printer().InjectFault(Fault::WrongCommandByte().For(RequestKind::cassetteMemory).Persistent());
-    EXPECT_THROW(Facade().GetCassetteIdentifier(), vela::kom::ReplyException);
-    EXPECT_EQ(Printer().CountRequests(RequestKind::cassetteMemory), 10u);
-    Printer().ClearFaults();
-
-    // Versions: every kind is retried, and the last one leaves as the root kind.
-    pauses.Clear();
-    Printer().ClearRequests();
-    Printer().InjectFault(Fault::WrongCommandByte().For(RequestKind::versionQuery).Persistent());
-    try {
-        Facade().GetPrinterVersion();
-        FAIL() << "no exception";
-    } catch (const vela::kom::QRVException&) {
-        FAIL() << "left as a library kind, not as the root kind";
-    } catch (const vela::common::Exception& e) {
-        EXPECT_EQ(e.ExceptionName(), L"Exception");
-        EXPECT_EQ(e.Message(), L"'Wrong reply'");
-        EXPECT_EQ(e.Source(), L"PrinterDevice::GetPrinterVersion()");
+    const std::tuple<RequestKind, std::function<void()>, const wchar_t*> rows[] = {
+        {RequestKind::statusQuery, [&] { Facade().GetPrinterStatus(); }, L"ReplyException"},
+        {RequestKind::cassetteMemory, [&] { Facade().GetCassetteIdentifier(); }, L"ReplyException"},
+        {RequestKind::versionQuery, [&] { Facade().GetPrinterVersion(); }, L"Exception"},
+    };
+    for (const auto& [kind, query, exceptionName] : rows) {
+        SCOPED_TRACE(vela::sim::RequestKindName(kind));
+        pauses.Clear();
+        Printer().ClearRequests();
+        Printer().InjectFault(Fault::WrongCommandByte().For(kind).Persistent());
+        try {
+            query();
+            ADD_FAILURE() << "no exception";
+        } catch (const vela::common::Exception& e) {
+            EXPECT_EQ(e.ExceptionName(), exceptionName);
+            EXPECT_EQ(e.Message(), L"'Wrong reply'");
+            if (kind == RequestKind::versionQuery) {
+                EXPECT_EQ(e.Source(), L"PrinterDevice::GetPrinterVersion()");
+            }
+        }
+        EXPECT_EQ(Printer().CountRequests(kind), 10u);
+        EXPECT_EQ(pauses.Pauses(), std::vector<uint32_t>(9, 500));
+        Printer().ClearFaults();
     }
-    EXPECT_EQ(Printer().CountRequests(RequestKind::versionQuery), 10u);
-    EXPECT_EQ(pauses.Pauses().size(), 9u);
-    Printer().ClearFaults();
 }
 
 TEST_F(NativeQRVDeviceSim, ACutShortRetryPauseAnswersTheFallBack) {
