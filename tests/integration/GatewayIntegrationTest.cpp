@@ -298,9 +298,7 @@ TEST_F(GatewayOnSimulator, OpenAgainAndClose) {
     m_gateway.Close();
     m_gateway.Close();
     EXPECT_FALSE(m_gateway.IsOpen());
-    ExpectFailure<host::PrinterNotFoundException>(
-        [&] { m_gateway.GetImageLibraryPath(); },
-        L"QRVDeviceGateway::GetImageLibraryPath(): Printer Not Found: Printer not found");
+    EXPECT_THROW(m_gateway.GetImageLibraryPath(), host::PrinterNotFoundException);
 }
 
 TEST(GatewayOpen, AMissingPrinterIsACommunicationError) {
