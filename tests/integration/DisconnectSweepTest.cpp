@@ -34,11 +34,7 @@ uint64_t ExchangeSize(SimulatedPrinter& printer, PrinterOperations& operations, 
     const std::regex request(R"(^sim <- .*\((\d+) bytes\):)");
     const std::regex reply(R"(^sim -> (\d+) bytes)");
     operations.Prepare(kind); // before the count: the facade's first binding probes the printer
-    const bool echo = std::getenv("QRV_TEST_TRACE") != nullptr;
     printer.Printer().SetTrace([&](const std::string& line) {
-        if (echo) {
-            std::fprintf(stderr, "%s\n", line.c_str());
-        }
         std::smatch match;
         if (std::regex_search(line, match, request) || std::regex_search(line, match, reply)) {
             std::lock_guard<std::mutex> lock(mutex);
@@ -134,7 +130,7 @@ TEST_P(DisconnectSweep, SilentPrinterTimesOutAndTheNextRunSucceeds) {
     const ResourceSnapshot baseline = ResourceSnapshot::Take();
 
     operations.Prepare(kind);
-    printer.Printer().InjectFault(Fault::Silence().For(SilencedRequest(kind)));
+    printer.Printer().InjectFault(Fault::Silence().For(DataRequest(kind)));
     const auto start = std::chrono::steady_clock::now();
     const Outcome outcome = RunCatching([&] { operations.Run(kind); });
     const auto seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();

@@ -25,6 +25,7 @@ namespace host = vela::printer::communication;
 using vela::kom::ManagedQRVDeviceGateway;
 using vela::kom::PrinterStatusThread;
 using namespace std::chrono;
+using vela::test::Eventually;
 
 constexpr uint32_t kBound = 400;     // the stop bound in these tests
 constexpr milliseconds kSlack{2000}; // scheduling of a loaded machine, sanitizers, wine
@@ -50,13 +51,6 @@ template <class F> milliseconds Timed(F&& f) {
     const auto start = steady_clock::now();
     f();
     return duration_cast<milliseconds>(steady_clock::now() - start);
-}
-
-template <class Condition> bool Eventually(Condition condition, milliseconds limit = seconds(5)) {
-    for (const auto deadline = steady_clock::now() + limit; !condition() && steady_clock::now() < deadline;) {
-        std::this_thread::sleep_for(milliseconds(5));
-    }
-    return condition();
 }
 
 struct SmallBound { // the seam, while it lives
@@ -182,7 +176,7 @@ TEST_F(ListenerLifecycle, RegisteringFromAListenerDoesNotWaitForAStopInProgress)
     m_facade.RegisterListener(listener);
     ASSERT_TRUE(PulseUntil(listener->entered));
     std::thread stopper([&] { m_facade.DeregisterListener(listener.get()); });
-    Eventually([&] { return m_state->ListenerCount() == 0; }, milliseconds(200)); // the stop waits
+    Eventually([&] { return m_state->ListenerCount() == 0; }, 200); // the stop waits
     listener->release.Open();
     stopper.join();
     EXPECT_LT(registerMs, int64_t(kBound / 4));

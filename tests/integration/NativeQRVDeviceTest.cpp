@@ -1,5 +1,6 @@
-// The facade against the simulator over the real channel: every operation, the retries counted
-// through the pause seam, the fall-backs, the log file list and the probe of SetPrinterName.
+// The facade against the simulator over the real channel, where the tool's tests do not reach it:
+// the retries counted through the pause seam, the fall-backs, the log file list, the null paths
+// and the probe of SetPrinterName.
 #include "support/SimulatedPrinter.h"
 
 #include "kom/QRVException.h"
@@ -9,6 +10,8 @@
 
 #include <algorithm>
 #include <cwctype>
+#include <functional>
+#include <tuple>
 
 using vela::common::WaitResult;
 using vela::kom::NativeQRVDevice;
@@ -39,55 +42,8 @@ TEST_F(NativeQRVDeviceSim, ChoosesThePrinterByItsExactName) {
     EXPECT_EQ(Printer().CountRequests(RequestKind::folderDetail), 1u);
 }
 
-TEST_F(NativeQRVDeviceSim, AnswersEveryQuery) {
-    PauseRecorder pauses;
-    vela::sim::StatusFields status = Printer().GetStatus();
-    status.battery = 2, status.charging = 1, status.externalPower = 3, status.cutter = 7;
-    Printer().SetStatus(status);
-    EXPECT_EQ(Facade().GetPrinterStatus().GetCutterStatus(), 7u);
-    EXPECT_EQ(Facade().GetBatteryStatus(), 2u);
-    EXPECT_EQ(Facade().GetChargingStatus(), 1u);
-    EXPECT_EQ(Facade().GetExternalPowerStatus(), 3u);
-
-    Printer().SetSku("LBL0042");
-    EXPECT_EQ(Facade().GetCassetteIdentifier(), L"LBL0042");
-    Printer().SetCassettePresent(false);
-    EXPECT_EQ(Facade().GetCassetteIdentifier(), L"") << "no cassette is an answer";
-
-    vela::sim::PrinterVersions versions = Printer().GetVersions();
-    versions.firmware = "fw-2";
-    versions.deviceId = "SN-0006";
-    Printer().SetVersions(versions);
-    EXPECT_EQ(Facade().GetPrinterVersion().GetFWVersion(), L"fw-2");
-    EXPECT_EQ(Facade().GetDeviceID(), L"SN-0006");
-    EXPECT_EQ(Facade().GetPrinterType(), L"Not implemented yet!");
-
-    EXPECT_EQ(Facade().GetJobFileLibraryPath() + Facade().GetTemplateLibraryPath() +
-                  Facade().GetImageLibraryPath() + Facade().GetUpdateLibraryPath(),
-              L"/mnt/data/jobs/mnt/data/templates/mnt/data/images/mnt/data/update");
-    uint64_t first = 0, second = 0;
-    EXPECT_EQ(Facade().GetDiskSpace(first, second), 0);
-    EXPECT_EQ(first + second, Printer().DiskCapacity()) << "the counts travel through the arguments";
-    EXPECT_TRUE(pauses.Pauses().empty()) << "nothing was retried";
-}
-
 TEST_F(NativeQRVDeviceSim, ControlOrdersPassStraightThrough) {
     PauseRecorder pauses;
-    Facade().ResumePrinting();
-    Facade().ClearError();
-    Facade().ClearCutterJamError();
-    Facade().FeedForward();
-    Facade().CutLabel();
-    std::vector<uint8_t> orders;
-    for (const auto& r : Printer().Requests()) {
-        if (r.kind == RequestKind::printControl && r.raw.size() > 9) {
-            orders.push_back(r.raw[9]);
-        }
-    }
-    EXPECT_EQ(orders, (std::vector<uint8_t>{1, 3, 15, 10, 4}));
-    const std::vector<uint32_t> afterOrders = pauses.Pauses();
-    EXPECT_EQ(std::count(afterOrders.begin(), afterOrders.end(), 5000u), 5);
-
     Facade().Reboot();
     ASSERT_TRUE(Sim().WaitForReconnections(1, std::chrono::seconds(10)));
     EXPECT_EQ(Printer().CountRequests(RequestKind::deviceControl), 1u);
@@ -100,23 +56,11 @@ TEST_F(NativeQRVDeviceSim, ControlOrdersPassStraightThrough) {
     EXPECT_EQ(std::count(afterRefusal.begin(), afterRefusal.end(), 500u), 0);
 }
 
-TEST_F(NativeQRVDeviceSim, FileOperationsPassThroughAndNullPathsAreMinusOne) {
+TEST_F(NativeQRVDeviceSim, NullPathsAreMinusOneAndAMissingFileIsNotRetried) {
     PauseRecorder pauses;
     vela::test::TempDir dir;
-    const std::vector<uint8_t> bytes = {1, 2, 3, 0, 255};
-    vela::test::WriteHostFile(dir.File("label.png"), bytes);
-    const std::wstring host = dir.WFile("label.png"), back = dir.WFile("back.png");
-
-    EXPECT_EQ(Facade().PutFile(L"/mnt/data/images/label.png", host.c_str()), 0);
-    EXPECT_EQ(Facade().Rename(L"/mnt/data/images/label.png", L"/mnt/data/images/b.png"), 0);
-    EXPECT_EQ(Facade().GetFile(L"/mnt/data/images/b.png", back.c_str()), 0);
-    EXPECT_EQ(vela::test::ReadHostFile(dir.File("back.png")), bytes);
-    EXPECT_EQ(Facade().GetFolderContent(L"/mnt/data/images").size(), 1u);
-    EXPECT_EQ(Facade().Delete(L"/mnt/data/images/b.png"), 0);
-    EXPECT_THROW(Facade().Delete(L"/mnt/data/images/b.png"), vela::kom::FileNotFoundException)
-        << "not retried";
-
-    Printer().ClearRequests();
+    vela::test::WriteHostFile(dir.File("label.png"), {1, 2, 3});
+    const std::wstring host = dir.WFile("label.png");
     EXPECT_EQ(Facade().PutFile(nullptr, host.c_str()), -1);
     EXPECT_EQ(Facade().PutFile(L"/mnt/data/images/x", nullptr), -1);
     EXPECT_EQ(Facade().GetFile(L"/mnt/data/images/x", nullptr), -1);
@@ -124,6 +68,9 @@ TEST_F(NativeQRVDeviceSim, FileOperationsPassThroughAndNullPathsAreMinusOne) {
     EXPECT_EQ(Facade().Delete(nullptr), -1);
     EXPECT_EQ(Facade().ApplyUpdate(nullptr), -1);
     EXPECT_TRUE(Printer().Requests().empty());
+
+    EXPECT_THROW(Facade().Delete(L"/mnt/data/images/b.png"), vela::kom::FileNotFoundException);
+    EXPECT_EQ(Printer().CountRequests(RequestKind::deleteFile), 1u);
 }
 
 TEST_F(NativeQRVDeviceSim, LogFileListHoldsTheFilesNamedSyslog) {
@@ -138,38 +85,33 @@ TEST_F(NativeQRVDeviceSim, LogFileListHoldsTheFilesNamedSyslog) {
                                          L"/mnt/data/settings/syslog", L"/mnt/data/settings/syslog.1"}));
 }
 
+// Every query is retried ten times; a version query's last failure leaves as the root kind.
 TEST_F(NativeQRVDeviceSim, QueriesAreRetriedTenTimesThenFail) {
     PauseRecorder pauses;
-    Printer().InjectFault(Fault::WrongCommandByte().For(RequestKind::statusQuery).Persistent());
-    EXPECT_THROW(Facade().GetPrinterStatus(), vela::kom::ReplyException);
-    EXPECT_EQ(Printer().CountRequests(RequestKind::statusQuery), 10u);
-    EXPECT_EQ(pauses.Pauses(), std::vector<uint32_t>(9, 500));
-    Printer().ClearFaults();
-
-    pauses.Clear();
-    Printer().ClearRequests();
-    Printer().InjectFault(Fault::WrongCommandByte().For(RequestKind::cassetteMemory).Persistent());
-    EXPECT_THROW(Facade().GetCassetteIdentifier(), vela::kom::ReplyException);
-    EXPECT_EQ(Printer().CountRequests(RequestKind::cassetteMemory), 10u);
-    Printer().ClearFaults();
-
-    // Versions: every kind is retried, and the last one leaves as the root kind.
-    pauses.Clear();
-    Printer().ClearRequests();
-    Printer().InjectFault(Fault::WrongCommandByte().For(RequestKind::versionQuery).Persistent());
-    try {
-        Facade().GetPrinterVersion();
-        FAIL() << "no exception";
-    } catch (const vela::kom::QRVException&) {
-        FAIL() << "left as a library kind, not as the root kind";
-    } catch (const vela::common::Exception& e) {
-        EXPECT_EQ(e.ExceptionName(), L"Exception");
-        EXPECT_EQ(e.Message(), L"'Wrong reply'");
-        EXPECT_EQ(e.Source(), L"PrinterDevice::GetPrinterVersion()");
+    const std::tuple<RequestKind, std::function<void()>, const wchar_t*> rows[] = {
+        {RequestKind::statusQuery, [&] { Facade().GetPrinterStatus(); }, L"ReplyException"},
+        {RequestKind::cassetteMemory, [&] { Facade().GetCassetteIdentifier(); }, L"ReplyException"},
+        {RequestKind::versionQuery, [&] { Facade().GetPrinterVersion(); }, L"Exception"},
+    };
+    for (const auto& [kind, query, exceptionName] : rows) {
+        SCOPED_TRACE(vela::sim::RequestKindName(kind));
+        pauses.Clear();
+        Printer().ClearRequests();
+        Printer().InjectFault(Fault::WrongCommandByte().For(kind).Persistent());
+        try {
+            query();
+            ADD_FAILURE() << "no exception";
+        } catch (const vela::common::Exception& e) {
+            EXPECT_EQ(e.ExceptionName(), exceptionName);
+            EXPECT_EQ(e.Message(), L"'Wrong reply'");
+            if (kind == RequestKind::versionQuery) {
+                EXPECT_EQ(e.Source(), L"PrinterDevice::GetPrinterVersion()");
+            }
+        }
+        EXPECT_EQ(Printer().CountRequests(kind), 10u);
+        EXPECT_EQ(pauses.Pauses(), std::vector<uint32_t>(9, 500));
+        Printer().ClearFaults();
     }
-    EXPECT_EQ(Printer().CountRequests(RequestKind::versionQuery), 10u);
-    EXPECT_EQ(pauses.Pauses().size(), 9u);
-    Printer().ClearFaults();
 }
 
 TEST_F(NativeQRVDeviceSim, ACutShortRetryPauseAnswersTheFallBack) {

@@ -53,12 +53,6 @@ TEST(Soak, StatusTransactionsLeaveNothingBehind) {
     const auto start = std::chrono::steady_clock::now();
     for (uint64_t i = 0; i < transactions; ++i) {
         (void)printer.Device().GetStatus();
-        if (i % 500 == 499) {
-            // Checked along the way too: a leak of one descriptor per few hundred would otherwise
-            // only show at the end, long after its cause.
-            ASSERT_EQ(SettledHandleCount(before.descriptors), before.descriptors)
-                << "after " << i + 1 << " transactions";
-        }
     }
     const ResourceSnapshot after = ResourceSnapshot::Take();
     EXPECT_EQ(SettledHandleCount(before.descriptors), before.descriptors);
@@ -99,11 +93,6 @@ TEST(Soak, GatewayOpenCloseCyclesLeaveNothingBehind) {
             EXPECT_GT(events.load(), 0) << "no status event in cycle " << i;
         }
         gateway.Close();
-        if (i % 20 == 19) {
-            ASSERT_EQ(SettledHandleCount(before.descriptors), before.descriptors)
-                << "after " << i + 1 << " cycles";
-            ASSERT_EQ(ThreadCount(), before.threads) << "after " << i + 1 << " cycles";
-        }
     }
     const ResourceSnapshot after = ResourceSnapshot::Take();
     EXPECT_EQ(SettledHandleCount(before.descriptors), before.descriptors);

@@ -44,23 +44,10 @@ void ExpectReleased(const SimulatedPrinter& printer, const ResourceSnapshot& bas
 }
 
 RequestKind DataRequest(PrinterOperations::Kind kind) {
-    switch (kind) {
-    case PrinterOperations::Kind::status:
-        return RequestKind::statusQuery;
-    case PrinterOperations::Kind::put:
-        return RequestKind::completionPoll;
-    case PrinterOperations::Kind::get:
-        return RequestKind::getFileFetch;
-    case PrinterOperations::Kind::listing:
-        return RequestKind::listFolderFetch;
-    case PrinterOperations::Kind::update:
-        return RequestKind::updateStatus;
-    }
-    return RequestKind::unknown;
-}
-
-RequestKind SilencedRequest(PrinterOperations::Kind kind) {
-    return DataRequest(kind);
+    static const RequestKind kinds[] = {RequestKind::statusQuery, RequestKind::completionPoll,
+                                        RequestKind::getFileFetch, RequestKind::listFolderFetch,
+                                        RequestKind::updateStatus};
+    return kinds[static_cast<size_t>(kind)];
 }
 
 QuietLog::QuietLog() : m_previousLevel(vela::common::Log::GetLevel()) {

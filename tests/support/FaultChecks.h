@@ -38,11 +38,9 @@ struct ResourceSnapshot {
 void ExpectReleased(const SimulatedPrinter& printer, const ResourceSnapshot& baseline);
 
 // The request whose reply carries an operation's data (the status, the file, the listing, the
-// updater's report): where reply faults are aimed.
+// updater's report; for a put, which has no data reply, its completion poll): where reply and
+// silence faults are aimed.
 vela::sim::RequestKind DataRequest(PrinterOperations::Kind kind);
-// The request whose reply a silence fault swallows (the data reply, or the completion poll of a
-// put, which has no data reply).
-vela::sim::RequestKind SilencedRequest(PrinterOperations::Kind kind);
 
 // Keeps the library's log out of the test output (thousands of runs fail on purpose) while it
 // lives; errors still count as lines, so formatting runs as in production.

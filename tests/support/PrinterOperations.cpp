@@ -39,19 +39,8 @@ const std::vector<PrinterOperations::Kind>& PrinterOperations::All() {
 }
 
 const char* PrinterOperations::Name(Kind kind) {
-    switch (kind) {
-    case Kind::status:
-        return "status";
-    case Kind::put:
-        return "put";
-    case Kind::get:
-        return "get";
-    case Kind::listing:
-        return "listing";
-    case Kind::update:
-        return "update";
-    }
-    return "?";
+    static const char* const names[] = {"status", "put", "get", "listing", "update"};
+    return names[static_cast<size_t>(kind)];
 }
 
 PrinterOperations::PrinterOperations(SimulatedPrinter& printer) : m_printer(printer) {}

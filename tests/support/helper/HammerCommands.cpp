@@ -31,11 +31,7 @@
 namespace {
 
 using vela::common::StringConverter;
-
-void Say(const std::string& line) {
-    std::fputs((line + "\n").c_str(), stdout);
-    std::fflush(stdout);
-}
+using vela::test::Say;
 
 vela::kom::ConnectedPrinter Printer(const std::string& channel, const std::string& name) {
     vela::kom::ConnectedPrinter printer;
@@ -51,67 +47,62 @@ void QuietAndInstant() {
     vela::common::SetPauseHandler([](uint32_t) { return vela::common::WaitResult::timeout; });
 }
 
-vela::test::HelperCommand hammer("hammer", [](const std::vector<std::string>& args) -> int {
-    if (args.size() != 5) {
-        std::fprintf(stderr, "usage: hammer CHANNEL NAME ROUNDS SEED FOLDER\n");
-        return 2;
-    }
-    QuietAndInstant();
-    vela::kom::QRVDevice device(Printer(args[0], args[1]));
-    const int rounds = std::stoi(args[2]);
-    std::mt19937 random(static_cast<uint32_t>(std::stoul(args[3])));
-    const std::string seed = args[3];
-    const std::string hostFile = args[4] + "/hammer-" + seed + ".bin";
-    std::ofstream(hostFile, std::ios::binary) << "hammered by " << seed;
+vela::test::HelperCommand
+    hammer("hammer CHANNEL NAME ROUNDS SEED FOLDER", [](const std::vector<std::string>& args) -> int {
+        QuietAndInstant();
+        vela::kom::QRVDevice device(Printer(args[0], args[1]));
+        const int rounds = std::stoi(args[2]);
+        std::mt19937 random(static_cast<uint32_t>(std::stoul(args[3])));
+        const std::string seed = args[3];
+        const std::string hostFile = args[4] + "/hammer-" + seed + ".bin";
+        std::ofstream(hostFile, std::ios::binary) << "hammered by " << seed;
 
-    int ok = 0, busy = 0, other = 0;
-    for (int i = 0; i < rounds; ++i) {
-        try {
-            switch (random() % 3) {
-            case 0:
-                (void)device.GetStatus();
-                break;
-            case 1:
-                (void)device.GetFolderContent(L"/mnt/data/images");
-                break;
-            default: {
-                const std::wstring target = L"/mnt/data/images/h" + StringConverter::FromUtf8(seed) + L"-" +
-                                            std::to_wstring(i) + L".bin";
-                const int32_t result = device.PutFile(target, StringConverter::FromUtf8(hostFile));
-                if (result != 0) {
-                    throw vela::kom::QRVException(L"put result " + std::to_wstring(result), L"hammer");
+        int ok = 0, busy = 0, other = 0;
+        for (int i = 0; i < rounds; ++i) {
+            try {
+                switch (random() % 3) {
+                case 0:
+                    (void)device.GetStatus();
+                    break;
+                case 1:
+                    (void)device.GetFolderContent(L"/mnt/data/images");
+                    break;
+                default: {
+                    const std::wstring target = L"/mnt/data/images/h" + StringConverter::FromUtf8(seed) +
+                                                L"-" + std::to_wstring(i) + L".bin";
+                    const int32_t result = device.PutFile(target, StringConverter::FromUtf8(hostFile));
+                    if (result != 0) {
+                        throw vela::kom::QRVException(L"put result " + std::to_wstring(result), L"hammer");
+                    }
+                    break;
                 }
-                break;
+                }
+                ++ok;
+            } catch (const vela::kom::PrinterBuzyException&) {
+                ++busy;
+            } catch (const vela::common::Exception& e) {
+                ++other;
+                Say("failed " + StringConverter::ToUtf8(e.ExceptionName()) + ": " +
+                    StringConverter::ToUtf8(e.Message()));
             }
-            }
-            ++ok;
-        } catch (const vela::kom::PrinterBuzyException&) {
-            ++busy;
-        } catch (const vela::common::Exception& e) {
-            ++other;
-            Say("failed " + StringConverter::ToUtf8(e.ExceptionName()) + ": " +
-                StringConverter::ToUtf8(e.Message()));
         }
-    }
-    Say("done " + std::to_string(ok) + " " + std::to_string(busy) + " " + std::to_string(other));
-    return other == 0 ? 0 : 1;
-});
+        Say("done " + std::to_string(ok) + " " + std::to_string(busy) + " " + std::to_string(other));
+        return other == 0 ? 0 : 1;
+    });
 
-vela::test::HelperCommand statusLoop("status-loop", [](const std::vector<std::string>& args) -> int {
-    if (args.size() != 2) {
-        std::fprintf(stderr, "usage: status-loop CHANNEL NAME\n");
-        return 2;
-    }
-    QuietAndInstant();
-    vela::kom::QRVDevice device(Printer(args[0], args[1]));
-    Say("running");
-    for (;;) {
-        try {
-            (void)device.GetStatus();
-        } catch (const vela::common::Exception&) {
-            // Only a kill ends this loop; a failure is the parent's business, not ours.
-        }
-    }
-});
+vela::test::HelperCommand statusLoop("status-loop CHANNEL NAME",
+                                     [](const std::vector<std::string>& args) -> int {
+                                         QuietAndInstant();
+                                         vela::kom::QRVDevice device(Printer(args[0], args[1]));
+                                         Say("running");
+                                         for (;;) {
+                                             try {
+                                                 (void)device.GetStatus();
+                                             } catch (const vela::common::Exception&) {
+                                                 // Only a kill ends this loop; a failure is the parent's
+                                                 // business, not ours.
+                                             }
+                                         }
+                                     });
 
 } // namespace

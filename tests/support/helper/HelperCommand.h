@@ -1,5 +1,7 @@
 #pragma once
 
+#include <algorithm>
+#include <cstdio>
 #include <functional>
 #include <map>
 #include <string>
@@ -7,19 +9,33 @@
 
 namespace vela::test {
 
-// Subcommands of the qrv-test-helper process. Each file in tests/helper registers its own:
-//   static HelperCommand hold("hold-lock", [](const std::vector<std::string>& args) { ... });
-// The helper runs as `qrv-test-helper NAME ARGS...` and exits with the function's result.
+// Subcommands of the qrv-test-helper process. Each file in support/helper registers its own:
+//   static HelperCommand hold("hold-lock NAME MS", [](const std::vector<std::string>& args) { ... });
+// The helper runs as `qrv-test-helper NAME ARGS...`. With another number of arguments than the
+// usage names it prints the usage and exits 2, else it exits with the function's result.
 using HelperFunction = std::function<int(const std::vector<std::string>& args)>;
 
 struct HelperCommand {
-    HelperCommand(const std::string& name, HelperFunction function) {
-        Registry()[name] = std::move(function);
+    HelperCommand(const std::string& usage, HelperFunction function) {
+        const auto arity = static_cast<size_t>(std::count(usage.begin(), usage.end(), ' '));
+        Registry()[usage.substr(0, usage.find(' '))] = [usage, arity, function](const auto& args) {
+            if (args.size() != arity) {
+                std::fprintf(stderr, "usage: %s\n", usage.c_str());
+                return 2;
+            }
+            return function(args);
+        };
     }
     static std::map<std::string, HelperFunction>& Registry() {
         static std::map<std::string, HelperFunction> registry;
         return registry;
     }
 };
+
+// One line to the parent test, which waits for it.
+inline void Say(const std::string& line) {
+    std::fputs((line + "\n").c_str(), stdout);
+    std::fflush(stdout);
+}
 
 } // namespace vela::test

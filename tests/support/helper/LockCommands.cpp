@@ -35,6 +35,7 @@ namespace {
 using vela::common::StringConverter;
 using vela::kom::ConnectedPrinter;
 using vela::kom::PrinterAccessSynchronizer;
+using vela::test::Say;
 using Clock = std::chrono::steady_clock;
 
 ConnectedPrinter PrinterNamed(const std::string& name) {
@@ -45,11 +46,6 @@ ConnectedPrinter PrinterNamed(const std::string& name) {
 
 long long MsSince(Clock::time_point start) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
-}
-
-void Say(const std::string& line) {
-    std::fputs((line + "\n").c_str(), stdout);
-    std::fflush(stdout);
 }
 
 int Failed(const vela::common::Exception& e) {
@@ -83,11 +79,7 @@ std::shared_ptr<StdinWatch> WatchStdin() {
     return watch;
 }
 
-vela::test::HelperCommand holdLock("hold-lock", [](const std::vector<std::string>& args) -> int {
-    if (args.size() != 2) {
-        std::fprintf(stderr, "usage: hold-lock NAME MS\n");
-        return 2;
-    }
+vela::test::HelperCommand holdLock("hold-lock NAME MS", [](const std::vector<std::string>& args) -> int {
     const auto holdFor = std::chrono::milliseconds(std::stoll(args[1]));
     auto watch = WatchStdin();
     try {
@@ -102,11 +94,7 @@ vela::test::HelperCommand holdLock("hold-lock", [](const std::vector<std::string
     Finish(0);
 });
 
-vela::test::HelperCommand tryLock("try-lock", [](const std::vector<std::string>& args) -> int {
-    if (args.size() != 1) {
-        std::fprintf(stderr, "usage: try-lock NAME\n");
-        return 2;
-    }
+vela::test::HelperCommand tryLock("try-lock NAME", [](const std::vector<std::string>& args) -> int {
     const auto start = Clock::now();
     Say("trying"); // a process start under wine may take longer than the caller's hold
     try {
@@ -121,41 +109,36 @@ vela::test::HelperCommand tryLock("try-lock", [](const std::vector<std::string>&
     }
 });
 
-vela::test::HelperCommand lockHammer("lock-hammer", [](const std::vector<std::string>& args) -> int {
-    if (args.size() != 3) {
-        std::fprintf(stderr, "usage: lock-hammer NAME N FOLDER\n");
-        return 2;
-    }
-    const auto printer = PrinterNamed(args[0]);
-    const int rounds = std::stoi(args[1]);
-    const std::filesystem::path marker = std::filesystem::path(args[2]) / "held";
-    int overlaps = 0;
-    try {
-        for (int i = 0; i < rounds; ++i) {
-            PrinterAccessSynchronizer lock(printer);
-            // Creating a folder is atomic on every system: it fails when another holder is in.
-            std::error_code ec;
-            if (!std::filesystem::create_directory(marker, ec)) {
-                ++overlaps;
-            }
-            std::this_thread::sleep_for(std::chrono::microseconds(500));
-            std::filesystem::remove(marker, ec);
-        }
-    } catch (const vela::kom::PrinterBuzyException& e) {
-        Say("busy " + StringConverter::ToUtf8(e.Message()));
-        return 1;
-    } catch (const vela::common::Exception& e) {
-        return Failed(e);
-    }
-    Say("done " + std::to_string(overlaps));
-    return overlaps == 0 ? 0 : 3;
-});
+vela::test::HelperCommand lockHammer("lock-hammer NAME N FOLDER",
+                                     [](const std::vector<std::string>& args) -> int {
+                                         const auto printer = PrinterNamed(args[0]);
+                                         const int rounds = std::stoi(args[1]);
+                                         const std::filesystem::path marker =
+                                             std::filesystem::path(args[2]) / "held";
+                                         int overlaps = 0;
+                                         try {
+                                             for (int i = 0; i < rounds; ++i) {
+                                                 PrinterAccessSynchronizer lock(printer);
+                                                 // Creating a folder is atomic on every system: it fails when
+                                                 // another holder is in.
+                                                 std::error_code ec;
+                                                 if (!std::filesystem::create_directory(marker, ec)) {
+                                                     ++overlaps;
+                                                 }
+                                                 std::this_thread::sleep_for(std::chrono::microseconds(500));
+                                                 std::filesystem::remove(marker, ec);
+                                             }
+                                         } catch (const vela::kom::PrinterBuzyException& e) {
+                                             Say("busy " + StringConverter::ToUtf8(e.Message()));
+                                             return 1;
+                                         } catch (const vela::common::Exception& e) {
+                                             return Failed(e);
+                                         }
+                                         Say("done " + std::to_string(overlaps));
+                                         return overlaps == 0 ? 0 : 3;
+                                     });
 
-vela::test::HelperCommand lockChurn("lock-churn", [](const std::vector<std::string>& args) -> int {
-    if (args.size() != 2) {
-        std::fprintf(stderr, "usage: lock-churn NAME MS\n");
-        return 2;
-    }
+vela::test::HelperCommand lockChurn("lock-churn NAME MS", [](const std::vector<std::string>& args) -> int {
     const auto printer = PrinterNamed(args[0]);
     const auto until = Clock::now() + std::chrono::milliseconds(std::stoll(args[1]));
     long rounds = 0;

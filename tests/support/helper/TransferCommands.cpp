@@ -17,23 +17,20 @@ namespace {
 
 using vela::common::StringConverter;
 
-vela::test::HelperCommand getFile("get-file", [](const std::vector<std::string>& args) -> int {
-    if (args.size() != 4) {
-        std::fprintf(stderr, "usage: get-file CHANNEL NAME PRINTERPATH HOSTFILE\n");
-        return 2;
-    }
-    vela::common::Log::SetLevel(-1);
-    vela::kom::QRVDevice device(vela::kom::ConnectedPrinter{
-        0x0922, 0x0025, StringConverter::FromUtf8(args[0]), StringConverter::FromUtf8(args[1])});
-    std::printf("running\n");
-    try {
-        return device.GetFile(StringConverter::FromUtf8(args[2]), StringConverter::FromUtf8(args[3])) == 0
-                   ? 0
-                   : 1;
-    } catch (const vela::common::Exception& e) {
-        std::fprintf(stderr, "failed: %ls\n", e.Message().c_str());
-        return 1;
-    }
-});
+vela::test::HelperCommand
+    getFile("get-file CHANNEL NAME PRINTERPATH HOSTFILE", [](const std::vector<std::string>& args) -> int {
+        vela::common::Log::SetLevel(-1);
+        vela::kom::QRVDevice device(vela::kom::ConnectedPrinter{
+            0x0922, 0x0025, StringConverter::FromUtf8(args[0]), StringConverter::FromUtf8(args[1])});
+        std::printf("running\n");
+        try {
+            return device.GetFile(StringConverter::FromUtf8(args[2]), StringConverter::FromUtf8(args[3])) == 0
+                       ? 0
+                       : 1;
+        } catch (const vela::common::Exception& e) {
+            std::fprintf(stderr, "failed: %ls\n", e.Message().c_str());
+            return 1;
+        }
+    });
 
 } // namespace
