@@ -105,8 +105,10 @@ TEST_F(CliKeyboard, LinesFitANarrowTerminalAndAFailureIsSaidOnce) {
         RunInProcess({"--printer", kPrinter, "put", host.File("a-rather-long-name-for-a-narrow-terminal.bin"),
                       "/mnt/data/images/"},
                      true, 40),
-        RunInProcess({"--printer", kPrinter, "feed"}, true, 40), RunInProcess({"update", "--help"}, true, 40)};
-    std::string text = narrow[2].out + "\n"; // the progress and the wait on the error stream, help on the other
+        RunInProcess({"--printer", kPrinter, "feed"}, true, 40),
+        RunInProcess({"update", "--help"}, true, 40)};
+    std::string text =
+        narrow[2].out + "\n"; // the progress and the wait on the error stream, help on the other
     for (const CliResult& result : narrow) {
         EXPECT_EQ(result.code, 0) << result.err;
         text += result.err + "\n";
