@@ -14,8 +14,8 @@
 #include <chrono>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <memory>
-#include <sstream>
 #include <thread>
 
 extern char** environ;
@@ -29,15 +29,6 @@ using Clock = std::chrono::steady_clock;
 void WriteText(const std::string& path, const std::string& text) {
     std::ofstream out(path, std::ios::trunc);
     out << text;
-}
-
-const char* FindCupsd() {
-    for (const char* path : {"/usr/sbin/cupsd", "/usr/local/sbin/cupsd"}) {
-        if (::access(path, X_OK) == 0) {
-            return path;
-        }
-    }
-    return nullptr;
 }
 
 bool Answers(const std::string& socketPath) {
@@ -92,8 +83,8 @@ void PrivateCupsd::AddRemoteQueue(const std::string& name, const std::string& de
 }
 
 bool PrivateCupsd::Start(std::string& problem) {
-    const char* cupsd = FindCupsd();
-    if (cupsd == nullptr) {
+    const char* cupsd = "/usr/sbin/cupsd";
+    if (::access(cupsd, X_OK) != 0) {
         problem = "cupsd is not installed";
         return false;
     }
@@ -117,16 +108,14 @@ bool PrivateCupsd::Start(std::string& problem) {
         envp.push_back(e.data());
     }
     envp.push_back(nullptr);
-    std::string conf = m_dir.File("cupsd.conf");
-    std::string files = m_dir.File("cups-files.conf");
-    std::string output = m_dir.File("log/cupsd.out");
-    std::vector<char*> argv = {const_cast<char*>("cupsd"),
-                               const_cast<char*>("-f"),
-                               const_cast<char*>("-c"),
-                               conf.data(),
-                               const_cast<char*>("-s"),
-                               files.data(),
-                               nullptr};
+    std::string arguments[] = {
+        "cupsd", "-f", "-c", m_dir.File("cupsd.conf"), "-s", m_dir.File("cups-files.conf")};
+    std::vector<char*> argv;
+    for (std::string& argument : arguments) {
+        argv.push_back(argument.data());
+    }
+    argv.push_back(nullptr);
+    const std::string output = m_dir.File("log/cupsd.out");
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, 1, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
@@ -203,9 +192,7 @@ std::string PrivateCupsd::ErrorLogTail() const {
     std::string text;
     for (const char* name : {"log/error_log", "log/cupsd.out"}) {
         std::ifstream in(m_dir.File(name));
-        std::stringstream all;
-        all << in.rdbuf();
-        text += all.str();
+        text.append(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
     }
     return text.size() > 2000 ? text.substr(text.size() - 2000) : text;
 }

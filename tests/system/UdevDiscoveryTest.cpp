@@ -20,6 +20,7 @@ TEST_F(UdevDiscovery, PrintersKeepTheirOwnNodesAndVirtualPrintersFollow) {
     m_testbed.Add(PrinterAt("1-1", 2, 3));
     m_testbed.Add(PrinterAt("1-2", 1, -1, "SIM0002"));
     m_testbed.Add(noSerial);
+    m_testbed.Add(PrinterAt("1-5", -1, 4, "SIM0005")); // listed, but its printer interface has no node
     ScopedEnvironment virtualPrinter("QRV_VIRTUAL_PRINTERS", L"Simulator|/dev/pts/9|/tmp/sim-hid|210|SIM-V");
     LogCapture log;
     QRVPrinters printers;
@@ -32,13 +33,15 @@ TEST_F(UdevDiscovery, PrintersKeepTheirOwnNodesAndVirtualPrintersFollow) {
                                                    {0x0922, 0x0024, L"/dev/usb/lp0", third},
                                                    {0x0922, 0x0024, L"/dev/pts/9", L"Simulator"},
                                                }));
-    EXPECT_EQ(printers.GetConnectedHidDevices(), (std::vector<ConnectedPrinter>{
-                                                     {0x0922, 0x0025, L"/dev/hidraw3", first},
-                                                     {0x0922, 0x0024, L"/dev/hidraw1", third},
-                                                     {0x0922, 0x0024, L"/tmp/sim-hid", L"Simulator"},
-                                                 }));
+    EXPECT_EQ(printers.GetConnectedHidDevices(),
+              (std::vector<ConnectedPrinter>{
+                  {0x0922, 0x0025, L"/dev/hidraw3", first},
+                  {0x0922, 0x0024, L"/dev/hidraw1", third},
+                  {0x0922, 0x0025, L"/dev/hidraw4", L"VELA QRV 410 (SIM0005)"},
+                  {0x0922, 0x0024, L"/tmp/sim-hid", L"Simulator"},
+              }));
     std::vector<DiscoveredPrinter> listing = printers.ListPrinters();
-    ASSERT_EQ(listing.size(), 4u);
+    ASSERT_EQ(listing.size(), 5u);
     EXPECT_EQ(listing[0].printerName, first);
     EXPECT_EQ(listing[0].modelName, L"VELA QRV 410");
     EXPECT_EQ(listing[0].serialNumber, L"SIM0001");
@@ -49,8 +52,10 @@ TEST_F(UdevDiscovery, PrintersKeepTheirOwnNodesAndVirtualPrintersFollow) {
     EXPECT_EQ(listing[1].hidPath, L"");
     EXPECT_EQ(listing[2].serialNumber, L"");
     EXPECT_EQ(listing[2].hidPath, L"/dev/hidraw1");
-    EXPECT_TRUE(listing[3].isVirtual);
-    EXPECT_EQ(listing[3].serialNumber, L"SIM-V");
+    EXPECT_EQ(listing[3].printerPath, L"");
+    EXPECT_EQ(listing[3].hidPath, L"/dev/hidraw4");
+    EXPECT_TRUE(listing[4].isVirtual);
+    EXPECT_EQ(listing[4].serialNumber, L"SIM-V");
     EXPECT_EQ(log.Count(LogLevel::warning), 0u);
     EXPECT_EQ(log.Count(LogLevel::error), 0u);
 }
@@ -113,16 +118,4 @@ TEST_F(UdevDiscovery, UnreadableDevicesAreSkippedAfterOneWarningEach) {
                              std::wstring(badProductPath.begin(), badProductPath.end()) +
                              L" is not a USB id"));
     EXPECT_EQ(log.Count(LogLevel::error), 0u);
-}
-
-TEST_F(UdevDiscovery, APrinterWhoseInterfaceHasNoNodeIsListedButCannotBeOpened) {
-    m_testbed.Add(PrinterAt("1-1", -1, 0));
-    QRVPrinters printers;
-    EXPECT_TRUE(printers.GetConnectedPrinters().empty());
-    EXPECT_EQ(printers.GetConnectedHidDevices(),
-              (std::vector<ConnectedPrinter>{{0x0922, 0x0025, L"/dev/hidraw0", L"VELA QRV 410 (SIM0001)"}}));
-    std::vector<DiscoveredPrinter> listing = printers.ListPrinters();
-    ASSERT_EQ(listing.size(), 1u);
-    EXPECT_EQ(listing[0].printerPath, L"");
-    EXPECT_EQ(listing[0].hidPath, L"/dev/hidraw0");
 }

@@ -1,6 +1,6 @@
 // The real qrvctl executable: with its own in-process simulator (--simulate), and pointed at a
 // simulator of this test through QRV_VIRTUAL_PRINTERS. Spawned programs pause for real, so only
-// one print order runs here; the others are checked in-process (CliCommandsTest).
+// one print order runs here.
 #include "CliTestSupport.h"
 
 #include "support/TestSupport.h"
@@ -10,18 +10,15 @@
 namespace vela::test {
 namespace {
 
-TEST(CliBinary, SimulateAnswersStatusInfoAndListAsJson) {
+// Its own simulator, with the real fixed pause after a print order, and the exit codes and
+// error lines of main().
+TEST(CliBinary, SimulateAnswersAndExitsWithTheCodeOfTheFailure) {
     ScopedEnvironment none("QRV_VIRTUAL_PRINTERS", L"");
     const CliResult status = RunTool({"--simulate", "--json", "status"});
     ASSERT_EQ(status.code, 0) << status.err;
     EXPECT_EQ(status.Json()["printer"], "QRV Simulator");
     EXPECT_EQ(status.Json()["status"].size(), 11u);
     EXPECT_EQ(status.Json()["errors"], nlohmann::json::array());
-
-    const CliResult info = RunTool({"--simulate", "--json", "info"});
-    ASSERT_EQ(info.code, 0) << info.err;
-    EXPECT_EQ(info.Json()["model"], "VELA QRV 410");
-    EXPECT_FALSE(info.Json()["versions"]["firmware"].get<std::string>().empty());
 
     const CliResult list = RunTool({"--simulate", "list", "--json"});
     ASSERT_EQ(list.code, 0) << list.err;
@@ -30,21 +27,12 @@ TEST(CliBinary, SimulateAnswersStatusInfoAndListAsJson) {
     EXPECT_EQ(printers[0]["name"], "QRV Simulator");
     EXPECT_EQ(printers[0]["usbId"], "0922:0025");
     EXPECT_EQ(printers[0]["virtual"], true);
-    EXPECT_FALSE(printers[0]["printerPath"].get<std::string>().empty());
-}
 
-TEST(CliBinary, OnePrintOrderTakesTheRealFixedPause) {
-    ScopedEnvironment none("QRV_VIRTUAL_PRINTERS", L"");
     const auto start = std::chrono::steady_clock::now();
     const CliResult feed = RunTool({"--simulate", "--json", "feed"});
-    const auto elapsed = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(5000));
     ASSERT_EQ(feed.code, 0) << feed.err;
-    EXPECT_EQ(feed.Json()["command"], "feed");
-    EXPECT_GE(elapsed, std::chrono::milliseconds(5000));
-}
 
-TEST(CliBinary, ExitCodesOfTheExecutable) {
-    ScopedEnvironment none("QRV_VIRTUAL_PRINTERS", L"");
     EXPECT_EQ(RunTool({"no-such-command"}).code, 2);
     const CliResult missing = RunTool({"--printer", "Nobody Here", "--json", "status"});
     EXPECT_EQ(missing.code, 3);
@@ -55,7 +43,6 @@ TEST(CliBinary, ExitCodesOfTheExecutable) {
         notFound.err.find("qrvctl: QRVDeviceGateway::GetFile(): File not Found '/mnt/data/images/none.png'"),
         std::string::npos)
         << notFound.err;
-    EXPECT_EQ(RunTool({"ls", "--help"}).code, 0);
 }
 
 // A simulator of this process serves the spawned tool, which finds it through the environment;
@@ -71,9 +58,7 @@ TEST_F(CliBinaryOnSimulator, PutThroughTheEnvironmentWithPlainProgressWhenPiped)
     ASSERT_EQ(put.code, 0) << put.err;
     EXPECT_EQ(Printer().ReadFile("/mnt/data/images/art.bin"), bytes);
     EXPECT_NE(put.out.find("Copied "), std::string::npos);
-    // The counts are the bytes on the channel (the file and its request's header).
     EXPECT_NE(put.err.find("put art.bin: "), std::string::npos) << put.err;
-    EXPECT_NE(put.err.find(" bytes (100%)"), std::string::npos) << put.err;
     EXPECT_EQ(put.err.find('\r'), std::string::npos);
 }
 

@@ -24,14 +24,9 @@ std::string SharedTextBuffer::Text() const {
     return m_text;
 }
 
-bool SharedTextBuffer::Contains(const std::string& part) const {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_text.find(part) != std::string::npos;
-}
-
 bool SharedTextBuffer::WaitFor(const std::string& part, uint32_t timeoutMs) const {
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (!Contains(part)) {
+    while (Text().find(part) == std::string::npos) {
         if (std::chrono::steady_clock::now() >= end) {
             return false;
         }
@@ -68,20 +63,24 @@ CliTest::CliTest()
       m_environment("QRV_VIRTUAL_PRINTERS",
                     vela::common::StringConverter::FromUtf8(m_simulator.EntryText())) {}
 
-CliResult CliTest::Run(std::vector<std::string> arguments, bool namePrinter) {
-    if (namePrinter) {
-        arguments.insert(arguments.begin(), {"--printer", kPrinter});
-    }
+CliResult RunInProcess(const std::vector<std::string>& arguments, bool terminal, int columns) {
     SharedTextBuffer out;
     SharedTextBuffer err;
     std::ostream outStream(&out);
     std::ostream errStream(&err);
-    vela::qrvctl::Console console(outStream, errStream, false, 80);
+    vela::qrvctl::Console console(outStream, errStream, terminal, columns);
     CliResult result;
     result.code = vela::qrvctl::CommandLine::Run(arguments, console);
     result.out = out.Text();
     result.err = err.Text();
     return result;
+}
+
+CliResult CliTest::Run(std::vector<std::string> arguments, bool namePrinter) {
+    if (namePrinter) {
+        arguments.insert(arguments.begin(), {"--printer", kPrinter});
+    }
+    return RunInProcess(arguments);
 }
 
 std::vector<uint8_t> CliTest::OrderCodes(vela::sim::RequestKind kind) {

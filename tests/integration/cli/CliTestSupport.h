@@ -21,7 +21,6 @@ namespace vela::test {
 class SharedTextBuffer : public std::streambuf {
 public:
     std::string Text() const;
-    bool Contains(const std::string& part) const;
     // Waits until the text holds `part`; false after `timeoutMs`.
     bool WaitFor(const std::string& part, uint32_t timeoutMs) const;
 
@@ -62,6 +61,9 @@ protected:
     ScopedEnvironment m_environment;
     PauseRecorder m_pauses;
 };
+
+// Runs `qrvctl ARGS...` in this process on a console of `columns` (80: piped, no terminal).
+CliResult RunInProcess(const std::vector<std::string>& arguments, bool terminal = false, int columns = 80);
 
 // The real qrvctl executable, started with `arguments` in this process's environment; waits up
 // to `timeoutMs` (then kills it: code -1). Bodies per operating system.

@@ -57,11 +57,6 @@ vela::sim::Simulator::Options GadgetOptions(const UsbGadget& gadget) {
     return options;
 }
 
-std::wstring PrinterName(const UsbGadget& gadget) {
-    return L"VELA QRV " + StringConverter::FromUtf8(gadget.Model()) + L" (" +
-           StringConverter::FromUtf8(gadget.Serial()) + L")";
-}
-
 TEST(GadgetEvents, StatusChangesAndInterruptsReachTheSubscribers) {
     UsbGadget gadget;
     if (!gadget.HasHid()) {
@@ -71,9 +66,9 @@ TEST(GadgetEvents, StatusChangesAndInterruptsReachTheSubscribers) {
     vela::sim::Simulator simulator(GadgetOptions(gadget));
     ManagedQRVDeviceGateway gateway;
     vela::test::HostEventLog received(gateway);
-    gateway.Open(PrinterName(gadget));
+    gateway.Open(StringConverter::FromUtf8(gadget.Name()));
     // hidraw hands a report only to the readers that have the node open when it arrives.
-    ASSERT_TRUE(Eventually(5s, [] { return HoldsNode("/dev/hidraw0"); }))
+    ASSERT_TRUE(Eventually([] { return HoldsNode("/dev/hidraw0"); }, 5000))
         << "the monitor never opened hidraw0";
 
     // The first report the monitor reads tells every field that differs from an all-zero start,
@@ -84,7 +79,7 @@ TEST(GadgetEvents, StatusChangesAndInterruptsReachTheSubscribers) {
     ASSERT_TRUE(received.WaitFor([&](const Items& items) {
         return ValueOf(items, host::EPrintStatusItem::cassetteDoorStatus) == open;
     })) << "no status change with the open door arrived";
-    ASSERT_TRUE(Eventually(5s, [&] { return !received.Interrupts().empty(); })) << "no interrupt arrived";
+    ASSERT_TRUE(Eventually([&] { return !received.Interrupts().empty(); }, 5000)) << "no interrupt arrived";
     EXPECT_EQ(received.Interrupts(),
               std::vector<host::EPrintInterruptIssue>{host::EPrintInterruptIssue::cassetteDoorOpen});
 
@@ -120,8 +115,8 @@ TEST(GadgetEvents, WithoutHidTheMonitorEndsAndOperationsStillWork) {
     const size_t threads = vela::test::ThreadCount();
     vela::test::LogCapture log;
     ManagedQRVDeviceGateway gateway;
-    gateway.Open(PrinterName(gadget));
-    EXPECT_TRUE(Eventually(5s, [&] { return vela::test::ThreadCount() == threads; }));
+    gateway.Open(StringConverter::FromUtf8(gadget.Name()));
+    EXPECT_TRUE(Eventually([&] { return vela::test::ThreadCount() == threads; }, 5000));
     EXPECT_TRUE(log.Contains(L"PrinterStatusThread::StatusMonitor() - could not find specified printer!"));
     const std::vector<host::PrinterStatusItem> status = gateway.GetPrinterStatus();
     ASSERT_EQ(status.size(), 11u);

@@ -1,5 +1,8 @@
 #include "system/vm/UsbGadget.h"
 
+#include "support/TestSupport.h"
+
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <dirent.h>
@@ -7,7 +10,6 @@
 #include <fstream>
 #include <stdexcept>
 #include <sys/stat.h>
-#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -52,6 +54,10 @@ void WriteUdc(const std::string& value) {
     }
 }
 
+uint32_t Ms(std::chrono::milliseconds timeout) {
+    return static_cast<uint32_t>(timeout.count());
+}
+
 bool IsGadgetNode(const std::string& target) {
     return target.rfind(kPrinterNode, 0) == 0 || target.rfind(kHidNode, 0) == 0;
 }
@@ -81,34 +87,31 @@ bool UsbGadget::IsPlugged() const {
 }
 
 bool UsbGadget::WaitForHostNodes(std::chrono::milliseconds timeout) const {
-    return Eventually(timeout,
-                      [&] { return Exists("/dev/usb/lp0") && (!m_hasHid || Exists("/dev/hidraw0")); });
+    return Eventually([&] { return Exists("/dev/usb/lp0") && (!m_hasHid || Exists("/dev/hidraw0")); },
+                      Ms(timeout));
 }
 
 bool UsbGadget::WaitUntilHostNodesGone(std::chrono::milliseconds timeout) const {
-    return Eventually(timeout, [&] { return !Exists("/dev/usb/lp0") && !Exists("/dev/hidraw0"); });
+    return Eventually([&] { return !Exists("/dev/usb/lp0") && !Exists("/dev/hidraw0"); }, Ms(timeout));
 }
 
 bool UsbGadget::WaitUntilReleased(pid_t pid, std::chrono::milliseconds timeout) const {
-    return Eventually(timeout, [&] {
-        for (const std::string& target : OpenFiles(pid)) {
-            if (IsGadgetNode(target) && target.find(" (deleted)") != std::string::npos) {
-                return false;
-            }
-        }
-        return true;
-    });
+    const auto holdsRemovedNode = [pid] {
+        const std::vector<std::string> files = OpenFiles(pid);
+        return std::any_of(files.begin(), files.end(), [](const std::string& target) {
+            return IsGadgetNode(target) && target.find(" (deleted)") != std::string::npos;
+        });
+    };
+    return Eventually([&] { return !holdsRemovedNode(); }, Ms(timeout));
 }
 
 bool UsbGadget::WaitUntilServed(pid_t pid, std::chrono::milliseconds timeout) const {
-    return Eventually(timeout, [&] {
-        for (const std::string& target : OpenFiles(pid)) {
-            if (target == kPrinterNode) {
-                return true;
-            }
-        }
-        return false;
-    });
+    return Eventually(
+        [pid] {
+            const std::vector<std::string> files = OpenFiles(pid);
+            return std::find(files.begin(), files.end(), kPrinterNode) != files.end();
+        },
+        Ms(timeout));
 }
 
 std::vector<std::string> OpenFiles(pid_t pid) {
@@ -130,19 +133,6 @@ std::vector<std::string> OpenFiles(pid_t pid) {
     }
     ::closedir(dir);
     return targets;
-}
-
-bool Eventually(std::chrono::milliseconds timeout, const std::function<bool()>& done) {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    for (;;) {
-        if (done()) {
-            return true;
-        }
-        if (std::chrono::steady_clock::now() >= deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
 }
 
 } // namespace vela::test

@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <functional>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -25,6 +24,8 @@ public:
     bool HasHid() const { return m_hasHid; }
     // "210" or "410", as the simulator's --model takes it.
     std::string Model() const { return m_productId == 0x0024 ? "210" : "410"; }
+    // The name discovery gives it without a print queue.
+    std::string Name() const { return "VELA QRV " + Model() + " (" + m_serial + ")"; }
 
     // Unbinds the gadget from its controller: the host sees the printer unplugged at once.
     void Unplug() const;
@@ -52,7 +53,5 @@ private:
 
 // What the descriptors of process `pid` refer to (the targets of /proc/<pid>/fd/*).
 std::vector<std::string> OpenFiles(pid_t pid);
-// Checks `done` every 20 ms until it holds (true) or `timeout` has passed (false).
-bool Eventually(std::chrono::milliseconds timeout, const std::function<bool()>& done);
 
 } // namespace vela::test

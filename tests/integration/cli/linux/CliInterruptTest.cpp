@@ -1,5 +1,5 @@
-// The executable stopped by real signals, waiting for a busy printer, and watching a printer
-// that goes away and comes back.
+// The executable on a pseudo-terminal (progress bars), stopped by real signals, waiting for a
+// busy printer, and watching a printer that goes away and comes back.
 #include "CliTestSupport.h"
 #include "SpawnedTool.h"
 
@@ -16,6 +16,20 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using vela::common::StringConverter;
 using CliInterrupt = CliTest;
+
+TEST_F(CliInterrupt, TransfersDrawABarOnATerminal) {
+    TempDir host;
+    WriteHostFile(host.File("big.bin"), TestBytes(2 << 20, 5));
+    SpawnedTool tool({"put", host.File("big.bin"), "/mnt/data/images/big.bin"},
+                     SpawnedTool::Output::terminal);
+    tool.ReadToEnd(30000);
+    ASSERT_EQ(tool.Wait(5000), 0) << tool.Out();
+    const std::string& text = tool.Out();
+    EXPECT_NE(text.find("\rput big.bin  ["), std::string::npos) << text;
+    EXPECT_NE(text.find("#]  100%"), std::string::npos) << text;
+    EXPECT_NE(text.find("2.0 MiB / 2.0 MiB"), std::string::npos) << text;
+    EXPECT_EQ(text.find("bytes (100%)"), std::string::npos) << text; // no plain lines on a terminal
+}
 
 TEST_F(CliInterrupt, ASecondCtrlCQuitsAtOnceAndLeavesNoHostFile) {
     TempDir host;

@@ -1,7 +1,6 @@
 // `qrvctl doctor` on Linux, over listings as discovery returns them.
 #include "CliTestSupport.h"
 
-#include "CommandLine.h"
 #include "DoctorChecks.h"
 #include "support/TestSupport.h"
 
@@ -58,9 +57,9 @@ TEST(Doctor, FindsDriverNodesAndQueuesAndSaysWhatToFix) {
     TempDir dev;
     const auto findings = vela::qrvctl::DoctorChecks::Run(Listing(dev), dev.Path());
 
-    ASSERT_NE(Find(findings, "USB", "port 1-4"), nullptr);
-    ASSERT_NE(Find(findings, "usblp driver", dev.File("lp0")), nullptr);
-    EXPECT_EQ(Find(findings, "usblp driver", dev.File("lp0"))->level, DoctorFinding::Level::ok);
+    EXPECT_NE(Find(findings, "USB", "port 1-4"), nullptr);
+    const DoctorFinding* bound = Find(findings, "usblp driver", dev.File("lp0"));
+    EXPECT_TRUE(bound != nullptr && bound->level == DoctorFinding::Level::ok);
     EXPECT_NE(Find(findings, "status reports", dev.File("hidraw2")), nullptr);
     EXPECT_NE(Find(findings, "print queue", "'Office-QRV'"), nullptr);
 
@@ -76,14 +75,9 @@ TEST(Doctor, FindsDriverNodesAndQueuesAndSaysWhatToFix) {
 
     // Through the command line, without any printer: the first failure decides the exit code.
     ScopedEnvironment none("QRV_VIRTUAL_PRINTERS", L"");
-    SharedTextBuffer out;
-    SharedTextBuffer err;
-    std::ostream outStream(&out);
-    std::ostream errStream(&err);
-    vela::qrvctl::Console console(outStream, errStream, false, 80);
-    const int code = vela::qrvctl::CommandLine::Run({"--json", "doctor"}, console);
-    EXPECT_EQ(code, 3) << out.Text();
-    EXPECT_EQ(nlohmann::json::parse(out.Text())["ok"], false);
+    const CliResult doctor = RunInProcess({"--json", "doctor"});
+    EXPECT_EQ(doctor.code, 3) << doctor.out;
+    EXPECT_EQ(doctor.Json()["ok"], false);
 }
 
 // Permission checks need a user the kernel holds to them.
