@@ -13,7 +13,7 @@ namespace {
 // Its own simulator, with the real fixed pause after a print order, and the exit codes and
 // error lines of main().
 TEST(CliBinary, SimulateAnswersAndExitsWithTheCodeOfTheFailure) {
-    ScopedEnvironment none("QRV_VIRTUAL_PRINTERS", L"");
+    ScopedEnvironment none("QRV_VIRTUAL_PRINTERS", std::wstring());
     const CliResult status = RunTool({"--simulate", "--json", "status"});
     ASSERT_EQ(status.code, 0) << status.err;
     EXPECT_EQ(status.Json()["printer"], "QRV Simulator");
