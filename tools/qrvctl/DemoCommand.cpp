@@ -1,4 +1,5 @@
 #include "DemoCommand.h"
+#include "HelpText.h"
 
 #include "ByteText.h"
 #include "InterruptSignal.h"
@@ -19,6 +20,18 @@ namespace vela::qrvctl {
 namespace fs = std::filesystem;
 
 namespace {
+
+// The narration is written as paragraphs: the lines of one are joined and folded to the terminal
+// like the help (80 columns when it is unknown); blank lines stay.
+std::string Reflow(const std::string& text, int columns) {
+    std::string joined;
+    for (size_t i = 0; i < text.size(); ++i) {
+        const bool inner =
+            text[i] == '\n' && i > 0 && i + 1 < text.size() && text[i - 1] != '\n' && text[i + 1] != '\n';
+        joined += inner ? ' ' : text[i];
+    }
+    return HelpText::Fit(joined, columns);
+}
 
 using Clock = std::chrono::steady_clock;
 constexpr const char* kPrinterName = "QRV Demo Printer";
@@ -82,7 +95,8 @@ public:
         : m_console(console), m_runLine(runLine), m_printer(printer) {}
 
     void Step(int number, const std::string& title, const std::string& why) {
-        m_console.Out() << "\n== " << number << "/" << kSteps << "  " << title << "\n" << why << "\n";
+        m_console.Out() << "\n== " << number << "/" << kSteps << "  " << title << "\n"
+                        << Reflow(why, m_console.Columns()) << "\n";
         m_console.Out().flush();
     }
 
@@ -99,7 +113,7 @@ public:
     }
 
     void Say(const std::string& text) {
-        m_console.Out() << text << "\n";
+        m_console.Out() << Reflow(text, m_console.Columns()) << "\n";
         m_console.Out().flush();
     }
 
