@@ -1,4 +1,5 @@
 #include "Console.h"
+#include "HelpText.h"
 
 #include "Terminal.h"
 
@@ -33,6 +34,10 @@ void Console::Result(const nlohmann::json& document, const std::function<void(st
 void Console::JsonLine(const nlohmann::json& document) {
     m_out << document.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
     m_out.flush();
+}
+
+void Console::NoticeLine(const std::string& line) {
+    Error(HelpText::Fit(line, m_columns) + "\n");
 }
 
 } // namespace vela::qrvctl

@@ -29,6 +29,8 @@ public:
     // Writes text to the error stream as it stands (a progress bar redraws with '\r').
     void Error(const std::string& text);
     void ErrorLine(const std::string& line) { Error(line + "\n"); }
+    // A notice on the error stream, folded to the terminal (error lines stay whole for scripts).
+    void NoticeLine(const std::string& line);
 
     // A command's result: the document in JSON mode, otherwise what `text` writes. Flushed.
     void Result(const nlohmann::json& document, const std::function<void(std::ostream&)>& text);

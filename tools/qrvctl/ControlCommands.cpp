@@ -117,7 +117,7 @@ void ControlCommands::Update(Console& console, PrinterSession& session, const st
     const std::string absolute = HostPath::Absolute(package);
     const std::string name = HostPath::FileName(absolute);
     auto& gateway = session.Open();
-    console.ErrorLine("update: do not unplug the printer or interrupt the update (it takes at least 24 s)");
+    console.NoticeLine("update: do not unplug the printer or interrupt the update (it takes at least 24 s)");
     const std::string before = Firmware(gateway);
     // An update cut short may have left its package behind; the printer refuses a second copy.
     std::string folder = StringConverter::ToUtf8(gateway.GetUpdateLibraryPath());

@@ -3,6 +3,7 @@
 #include "ByteText.h"
 #include "CommandError.h"
 #include "GatewayProgress.h"
+#include "HelpText.h"
 #include "HostPath.h"
 #include "InterruptSignal.h"
 #include "TextTable.h"
@@ -117,15 +118,17 @@ void FileCommands::Get(Console& console, PrinterSession& session, const std::str
     const uint64_t bytes = Fetch(console, gateway, printerPath, written);
     if (toOutput) {
         HostPath::CopyTo(written, console.Out());
-        console.ErrorLine("Copied " + printerPath + " to standard output (" + FormatBytes(bytes) + " in " +
-                          Duration(Clock::now() - start) + ")");
+        console.NoticeLine("Copied " + printerPath + " to standard output (" + FormatBytes(bytes) + " in " +
+                           Duration(Clock::now() - start) + ")");
         return;
     }
-    console.Result({{"printerPath", printerPath}, {"hostFile", target}, {"bytes", bytes}},
-                   [&](std::ostream& out) {
-                       out << "Copied " << printerPath << " to " << target << " (" << FormatBytes(bytes)
-                           << " in " << Duration(Clock::now() - start) << ")\n";
-                   });
+    console.Result(
+        {{"printerPath", printerPath}, {"hostFile", target}, {"bytes", bytes}}, [&](std::ostream& out) {
+            out << HelpText::Fit("Copied " + printerPath + " to " + target + " (" + FormatBytes(bytes) +
+                                     " in " + Duration(Clock::now() - start) + ")",
+                                 console.Columns())
+                << "\n";
+        });
 }
 
 void FileCommands::Put(Console& console, PrinterSession& session, const std::string& hostFile,
@@ -151,11 +154,13 @@ void FileCommands::Put(Console& console, PrinterSession& session, const std::str
         InterruptSignal::Phase phase(InterruptSignal::Mode::transfer, &gateway);
         gateway.PutFile(StringConverter::FromUtf8(target), HostPath::Wide(hostFile));
     }
-    console.Result({{"hostFile", hostFile}, {"printerPath", target}, {"bytes", bytes}},
-                   [&](std::ostream& out) {
-                       out << "Copied " << hostFile << " to " << target << " (" << FormatBytes(bytes)
-                           << " in " << Duration(Clock::now() - start) << ")\n";
-                   });
+    console.Result(
+        {{"hostFile", hostFile}, {"printerPath", target}, {"bytes", bytes}}, [&](std::ostream& out) {
+            out << HelpText::Fit("Copied " + hostFile + " to " + target + " (" + FormatBytes(bytes) + " in " +
+                                     Duration(Clock::now() - start) + ")",
+                                 console.Columns())
+                << "\n";
+        });
 }
 
 bool FileCommands::RemoveIfPresent(vela::kom::ManagedQRVDeviceGateway& gateway,

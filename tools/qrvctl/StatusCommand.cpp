@@ -205,8 +205,8 @@ void StatusCommand::Watch(Console& console, PrinterSession& session) {
     } else {
         PrintTable(console.Out(), printer, items, vela::kom::ManagedQRVDeviceGateway::ErrorItemsOf(items));
         console.Out().flush();
-        console.ErrorLine("Watching '" + printer +
-                          "' for status changes and print interrupts; Ctrl+C stops.");
+        console.NoticeLine("Watching '" + printer +
+                           "' for status changes and print interrupts; Ctrl+C stops.");
     }
 
     // The monitor compares each report with the one before it, and its first report with an
