@@ -9,10 +9,8 @@
 #include <algorithm>
 #include <chrono>
 
-using vela::kom::NativeQRVDevice;
 using vela::sim::RequestKind;
 using vela::test::PauseRecorder;
-using Phase = NativeQRVDevice::UpdatePhase;
 
 namespace {
 
@@ -41,8 +39,6 @@ TEST_F(ApplyUpdateSim, CopiesOrdersWaitsAndRemovesThePackage) {
     PauseRecorder pauses;
     Printer().SetUpdateBusyReports(3);
     Printer().SetUpdaterBusy(2); // busy with something of its own when the update begins
-    std::vector<Phase> phases;
-    Facade().SetUpdatePhaseCallback([&](Phase p) { phases.push_back(p); });
     const std::wstring package = Package("qrv-fw-3.1.4.pkg");
 
     ASSERT_EQ(Facade().ApplyUpdate(package.c_str()), 0);
@@ -52,7 +48,6 @@ TEST_F(ApplyUpdateSim, CopiesOrdersWaitsAndRemovesThePackage) {
                                        K::putFile, K::deviceControl, K::updateStatus, K::updateStatus,
                                        K::updateStatus, K::updateStatus, K::deleteFile}));
     EXPECT_FALSE(Printer().ReadFile("/mnt/data/update/qrv-fw-3.1.4.pkg").has_value());
-    EXPECT_EQ(Printer().GetVersions().firmware, "3.1.4") << "the printer installed what was copied";
 
     // The fixed pauses, in order, between the busy polls.
     std::vector<uint32_t> fixed;
@@ -62,8 +57,6 @@ TEST_F(ApplyUpdateSim, CopiesOrdersWaitsAndRemovesThePackage) {
         }
     }
     EXPECT_EQ(fixed, (std::vector<uint32_t>{4000, 20000}));
-    EXPECT_EQ(phases, (std::vector<Phase>{Phase::waitingForPrinter, Phase::copying, Phase::applying,
-                                          Phase::waiting, Phase::cleaningUp, Phase::done}));
 }
 
 TEST_F(ApplyUpdateSim, RefusesAPathWithoutTheSeparatorAndABusyPrinter) {

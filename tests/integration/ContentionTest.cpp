@@ -1,7 +1,5 @@
-// Several programs on one printer. The access lock must keep their transactions apart: the
-// simulated printer records every request that breaks the framing, so two processes that write at
-// the same time show up as violations. A process killed in the middle of a transaction must not
-// keep the printer from anyone.
+// Several processes on one printer: the access lock keeps their transactions apart (interleaved
+// writes show as framing violations), and a process killed mid-transaction blocks nobody.
 
 #include "support/FaultChecks.h"
 #include "support/PauseRecorder.h"
@@ -62,8 +60,7 @@ TEST(Contention, ProcessesHammeringOnePrinterNeverInterleave) {
     const auto violations = printer.Printer().Violations();
     EXPECT_TRUE(violations.empty()) << violations.size() << " framing violations, first: "
                                     << (violations.empty() ? "" : violations.front().detail);
-    // Every successful operation reached the printer as whole requests: one status query, one put
-    // or two listing requests each (the busy ones sent nothing).
+    // One whole status query, put or listing fetch per success; the busy ones sent nothing.
     const size_t operations = printer.Printer().CountRequests(RequestKind::statusQuery) +
                               printer.Printer().CountRequests(RequestKind::putFile) +
                               printer.Printer().CountRequests(RequestKind::listFolderFetch);
@@ -72,10 +69,8 @@ TEST(Contention, ProcessesHammeringOnePrinterNeverInterleave) {
                 kProcesses * kRounds, succeeded);
 }
 
-// Killed in the middle of its transactions, a process leaves at most an answer it never read in
-// the channel. The next program still gets the lock at once, and its operations succeed. (On
-// Windows the lock is a named event, which goes away with the killed holder's handle as long as
-// no other process has it open - as here, where nobody waits while the holder is killed.)
+// A killed process leaves at most an unread answer; the next one gets the lock at once. (A Windows
+// event lock goes with the killed holder's handle while nobody else has it open, as here.)
 TEST(Contention, KillingAProcessMidTransactionCostsTheNextOneNothing) {
     QuietLog quiet;
     SimulatedPrinter printer;
@@ -83,7 +78,6 @@ TEST(Contention, KillingAProcessMidTransactionCostsTheNextOneNothing) {
     for (int round = 0; round < 5; ++round) {
         ChildProcess looper({"status-loop", printer.ChannelPath(), printer.NameUtf8()});
         ASSERT_EQ(looper.ReadLine(), "running");
-        // Let it run a moment, a different moment each round, then kill it wherever it is.
         std::this_thread::sleep_for(std::chrono::milliseconds(20 + 13 * round));
         looper.Kill();
         looper.Wait();

@@ -1,10 +1,6 @@
-// Bad replies from the simulated printer over the real channel: a corrupted header, a payload one
-// byte longer or shorter than it should be, a wrong command byte, and a stale message ahead of the
-// reply. Each is aimed at the reply that carries the operation's data. Every case ends as the
-// protocol defines it - one of the library's exceptions, or a success where the protocol cannot
-// tell (a completion poll simply asks again; a listing has no checksum) - with the lock free, no
-// descriptor left open, the host file untouched, and the next run of the operation succeeding:
-// nothing of the bad reply may linger in the channel and spoil the next transaction.
+// Bad replies over the real channel, aimed at the reply that carries each operation's data. Each
+// ends as a typed error or, where the reply cannot tell, a success; with the lock free, no
+// descriptor open, the host file untouched, and nothing left in the channel for the next run.
 
 #include "support/FaultChecks.h"
 #include "support/PauseRecorder.h"
@@ -37,11 +33,9 @@ struct Case {
     const char* expected; // "" for success, else the exception's kind and message
 };
 
-// What each fault must lead to, in the order of kFaults. The completion poll of a put takes a
-// wrong-sized or foreign answer as "not yet" and asks again; a stale "finished" answer ahead of
-// the real one is taken for it (the protocol carries no sequence number), and the real answer is
-// what is left over. Version, cassette and update queries do not look at the start byte. A query
-// or listing that meets a corrupt header drains the channel and is repeated once.
+// In the order of kFaults. A put's completion poll takes a wrong answer as "not yet" and a stale
+// "finished" as the real one (there is no sequence number); update queries ignore the start byte;
+// a query or listing drains a corrupt header and is repeated once.
 std::vector<Case> Cases() {
     const char* header = "ReplyException: 'Header corrupted'";
     const char* size = "ReplyException: 'Wrong reply size'";

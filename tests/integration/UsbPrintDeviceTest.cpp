@@ -21,13 +21,10 @@
 using namespace vela::common;
 using vela::sim::ServerChannel;
 using vela::test::LogCapture;
+using vela::test::SecondsSince;
 using Clock = std::chrono::steady_clock;
 
 namespace {
-
-double SecondsSince(Clock::time_point start) {
-    return std::chrono::duration<double>(Clock::now() - start).count();
-}
 
 // Collects what the host writes until `count` bytes arrived or `timeoutMs` passed.
 std::vector<uint8_t> Receive(ServerChannel& peer, size_t count, int timeoutMs = 5000) {
@@ -84,14 +81,6 @@ TEST_F(UsbPrintDeviceTest, RoundTripsRepeatedlyWithoutLeakingHandles) {
         ExpectRoundTrip(*peer, path);
     }
     EXPECT_EQ(vela::test::SettledHandleCount(before), before);
-
-    // A padded message reaches the printer with its pad byte.
-    UsbPrintDevice device(path);
-    const auto message = vela::test::TestBytes(512);
-    EXPECT_EQ(device.Write(message), 512u);
-    auto expected = message;
-    expected.push_back(0x00);
-    EXPECT_EQ(Receive(*peer, 513), expected);
 }
 
 TEST_F(UsbPrintDeviceTest, LargeWriteArrivesWholeInChunks) {
@@ -244,8 +233,7 @@ TEST_F(UsbPrintDeviceTest, WindowsFailureRowsNameTheirStep) {
         EXPECT_TRUE(log.Contains(L"UsbPrintDevice::Read(" + path + L") failed: " + notConnected));
     }
 
-    // A pipe of a single instance: the write handle takes it, the read handle finds it busy, and
-    // the write handle is closed again (the server sees its client gone).
+    // A single-instance pipe: the read handle finds it busy, and the write handle is closed again.
     const std::wstring single = L"\\\\.\\pipe\\qrv-test-single-" + std::to_wstring(::GetCurrentProcessId());
     HANDLE server =
         ::CreateNamedPipeW(single.c_str(), PIPE_ACCESS_DUPLEX, PIPE_TYPE_BYTE, 1, 4096, 4096, 0, nullptr);
@@ -264,11 +252,9 @@ TEST_F(UsbPrintDeviceTest, WindowsFailureRowsNameTheirStep) {
 }
 namespace {
 
-// A printer end with bytes waiting the moment the host has opened both handles (the rest of a
-// reply an earlier transaction stopped reading). A pipe holds nothing for a client before it
-// connects, so the peer suspends the opening thread, writes the bytes, and resumes it: unless the
-// drain was quicker (the caller tries again), they are there before the drain runs. It then
-// answers one request with `reply` on the handle the request did not come from.
+// A printer end with bytes waiting once the host has opened both handles. A pipe holds nothing for
+// a client before it connects, so the peer suspends the opening thread while it writes them (unless
+// the drain was quicker; the caller tries again), then answers one request on the other handle.
 class LeftoverPeer {
 public:
     LeftoverPeer(const std::wstring& path, std::vector<uint8_t> leftover, std::vector<uint8_t> reply)
@@ -347,16 +333,12 @@ private:
 
 } // namespace
 
-// Bytes waiting at the open are dropped (more than two raw reads' worth, so the drain goes on
-// after its first read) and the next reply is fresh. On Linux the stale-input reliability test
-// leaves the rest of a long reply in the channel; a pipe drops it with the client, so the bytes
-// have to arrive between the open and its drain.
+// More than two raw reads' worth waiting at the open are dropped, and the next reply is fresh.
 TEST(UsbPrintDeviceOpen, BytesWaitingAtTheOpenAreDroppedAndTheNextReplyIsFresh) {
     const std::vector<uint8_t> leftover(3000, 0xEE);
     const std::vector<uint8_t> reply = {0xC3, 0x07, 0x00, 0x01, 0x02, 0x03, 0x04};
     int caught = 0;
     int attempts = 0;
-    // The peer wins the race in about half of the opens, in one of ten or more on a loaded machine.
     while (caught < 3 && attempts < 300) {
         const std::wstring path = L"\\\\.\\pipe\\qrv-test-leftover-" +
                                   std::to_wstring(::GetCurrentProcessId()) + L"-" +

@@ -22,11 +22,8 @@ struct Outcome {
 };
 Outcome RunCatching(const std::function<void()>& run);
 
-// Descriptor (handle) and thread counts of the process. The simulator runs in this process and
-// may hold a handle for a moment while, or right after, the host ends a transaction (on Windows an
-// event for every reply it writes; under wine a wait handle while its service thread connects and
-// disconnects pipe instances): the baseline is the fewest of a few counts, and a check counts again
-// until it settles (SettledHandleCount).
+// Descriptor (handle) and thread counts of the process; the baseline and the check allow for the
+// in-process simulator holding a handle for a moment (see ProcessHandles.h).
 struct ResourceSnapshot {
     size_t descriptors = 0;
     size_t threads = 0;
@@ -37,13 +34,11 @@ struct ResourceSnapshot {
 // an independent holder) and the process holds no more descriptors than at `baseline`.
 void ExpectReleased(const SimulatedPrinter& printer, const ResourceSnapshot& baseline);
 
-// The request whose reply carries an operation's data (the status, the file, the listing, the
-// updater's report; for a put, which has no data reply, its completion poll): where reply and
-// silence faults are aimed.
+// The request whose reply carries an operation's data (for a put, its completion poll).
 vela::sim::RequestKind DataRequest(PrinterOperations::Kind kind);
 
-// Keeps the library's log out of the test output (thousands of runs fail on purpose) while it
-// lives; errors still count as lines, so formatting runs as in production.
+// Keeps the log of thousands of deliberate failures out of the test output; lines are still
+// formatted as in production.
 class QuietLog {
 public:
     QuietLog();

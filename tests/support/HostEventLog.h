@@ -57,10 +57,6 @@ public:
         });
         return found;
     }
-    bool WaitInterrupts(size_t count, std::chrono::milliseconds patience = std::chrono::seconds(10)) {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        return m_changed.wait_for(lock, patience, [&] { return m_interrupts.size() >= count; });
-    }
     size_t Changes() const {
         std::lock_guard<std::mutex> lock(m_mutex);
         return m_changes.size();

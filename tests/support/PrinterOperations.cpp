@@ -46,26 +46,18 @@ const char* PrinterOperations::Name(Kind kind) {
 PrinterOperations::PrinterOperations(SimulatedPrinter& printer) : m_printer(printer) {}
 PrinterOperations::~PrinterOperations() = default;
 
-std::vector<uint8_t> PrinterOperations::Bytes(size_t size, uint8_t seed) const {
-    std::vector<uint8_t> bytes(size);
-    for (size_t i = 0; i < size; ++i) {
-        bytes[i] = static_cast<uint8_t>(seed + i * 37);
-    }
-    return bytes;
-}
-
 void PrinterOperations::Prepare(Kind kind) {
     vela::sim::SimPrinter& printer = m_printer.Printer();
     switch (kind) {
     case Kind::status:
         break;
     case Kind::put:
-        m_hostBytes = Bytes(kFileSize, 1);
+        m_hostBytes = TestBytes(kFileSize, 1);
         WriteHostFile(m_dir.File("put.bin"), m_hostBytes);
         printer.RemoveFile(kPutTarget);
         break;
     case Kind::get:
-        m_printerBytes = Bytes(kFileSize, 2);
+        m_printerBytes = TestBytes(kFileSize, 2);
         printer.WriteFile(kGetSource, m_printerBytes);
         m_hostBytes = {'e', 'a', 'r', 'l', 'i', 'e', 'r'};
         WriteHostFile(m_dir.File("got.bin"), m_hostBytes);
@@ -73,14 +65,14 @@ void PrinterOperations::Prepare(Kind kind) {
     case Kind::listing:
         // Two entries, the one looked for not the last: a listing that loses its last comma
         // silently loses its last entry (the text has no checksum).
-        printer.WriteFile(kGetSource, Bytes(kFileSize, 2));
-        printer.WriteFile(kImages + "/zz.bin", Bytes(kFileSize, 4));
+        printer.WriteFile(kGetSource, TestBytes(kFileSize, 2));
+        printer.WriteFile(kImages + "/zz.bin", TestBytes(kFileSize, 4));
         break;
     case Kind::update:
         // A failed update may leave its package on the printer (the copy is not undone), and a
         // second put of the same name is refused as a duplicate; each round uses its own name.
         ++m_updateRound;
-        m_hostBytes = Bytes(kFileSize, 3);
+        m_hostBytes = TestBytes(kFileSize, 3);
         WriteHostFile(m_dir.File("pkg" + std::to_string(m_updateRound) + ".bin"), m_hostBytes);
         if (!m_facade) {
             m_facade = std::make_unique<vela::kom::NativeQRVDevice>(0);

@@ -12,15 +12,9 @@
 
 namespace vela::test {
 
-// The operations the fault tests break, each with the state it needs on both sides and the
-// checks of what a failed run may leave behind:
-//   status  - one status query
-//   put     - a small host file to the printer's image folder
-//   get     - a small printer file to a host file that already exists
-//   listing - the image folder
-//   update  - a small update package through the facade (status report, folder detail, put,
-//             start order, status report, delete)
-// Small files keep the exchanges short enough to break them after every single byte.
+// The operations the fault tests break (a status query, a put, a get over an existing host file,
+// a listing, an update through the facade), with the state each needs and the checks of what a
+// run may leave behind. Small files keep the exchanges short enough to cut after every byte.
 class PrinterOperations {
 public:
     enum class Kind { status, put, get, listing, update };
@@ -32,8 +26,7 @@ public:
 
     // Puts printer and host into the state before the operation (files present or absent).
     void Prepare(Kind kind);
-    // Runs the operation; throws the library's exception on failure. A result code other than 0
-    // counts as a failure too (QRVException "result <n>").
+    // Throws the library's exception on failure, QRVException "result <n>" for a nonzero result.
     void Run(Kind kind);
     // After a failed run: the host file is byte-identical to before, no temporary file lies beside
     // it, and the printer holds either nothing or the complete file. Reported through gtest.
@@ -42,8 +35,6 @@ public:
     void CheckAfterSuccess(Kind kind);
 
 private:
-    std::vector<uint8_t> Bytes(size_t size, uint8_t seed) const;
-
     SimulatedPrinter& m_printer;
     TempDir m_dir;
     std::unique_ptr<vela::kom::NativeQRVDevice> m_facade;

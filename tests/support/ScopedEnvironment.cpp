@@ -8,6 +8,26 @@ namespace vela::test {
 
 using vela::common::StringConverter;
 
+namespace {
+
+void Set(const std::string& name, const std::wstring& value) {
+#ifdef _WIN32
+    _wputenv_s(StringConverter::FromUtf8(name).c_str(), value.c_str());
+#else
+    setenv(name.c_str(), StringConverter::ToUtf8(value).c_str(), 1);
+#endif
+}
+
+void Unset(const std::string& name) {
+#ifdef _WIN32
+    _wputenv_s(StringConverter::FromUtf8(name).c_str(), L""); // an empty value removes it
+#else
+    unsetenv(name.c_str());
+#endif
+}
+
+} // namespace
+
 ScopedEnvironment::ScopedEnvironment(const std::string& name, const std::wstring& value) : m_name(name) {
 #ifdef _WIN32
     const wchar_t* previous = _wgetenv(StringConverter::FromUtf8(name).c_str());
@@ -30,22 +50,6 @@ ScopedEnvironment::~ScopedEnvironment() {
     } else {
         Unset(m_name);
     }
-}
-
-void ScopedEnvironment::Set(const std::string& name, const std::wstring& value) {
-#ifdef _WIN32
-    _wputenv_s(StringConverter::FromUtf8(name).c_str(), value.c_str());
-#else
-    setenv(name.c_str(), StringConverter::ToUtf8(value).c_str(), 1);
-#endif
-}
-
-void ScopedEnvironment::Unset(const std::string& name) {
-#ifdef _WIN32
-    _wputenv_s(StringConverter::FromUtf8(name).c_str(), L""); // an empty value removes it
-#else
-    unsetenv(name.c_str());
-#endif
 }
 
 } // namespace vela::test

@@ -11,10 +11,22 @@ namespace vela::test {
 
 using vela::common::StringConverter;
 
+namespace {
+
+// A name no other test process uses at the same time.
 std::string UniquePrinterName(const std::string& base) {
     static std::atomic<int> counter{0};
     return base + " " + std::to_string(CurrentProcessId()) + "-" + std::to_string(++counter);
 }
+
+SimulatedPrinter::Options FacadeOptions() {
+    SimulatedPrinter::Options options;
+    options.hid = true;
+    options.updateBusyReports = 2;
+    return options;
+}
+
+} // namespace
 
 SimulatedPrinter::SimulatedPrinter() : SimulatedPrinter(Options()) {}
 
@@ -56,15 +68,6 @@ std::string SimulatedPrinter::ChannelPath() const {
 bool SimulatedPrinter::WaitUntilBack(uint32_t disconnects) {
     return m_sim->WaitForReconnections(disconnects, std::chrono::seconds(10));
 }
-
-namespace {
-SimulatedPrinter::Options FacadeOptions() {
-    SimulatedPrinter::Options options;
-    options.hid = true;
-    options.updateBusyReports = 2;
-    return options;
-}
-} // namespace
 
 OnSimulatedPrinter::OnSimulatedPrinter() : m_printer(FacadeOptions()) {
     m_facade = std::make_unique<vela::kom::NativeQRVDevice>(Name(), 0);

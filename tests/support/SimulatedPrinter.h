@@ -58,9 +58,6 @@ private:
     std::unique_ptr<vela::kom::QRVDevice> m_device;
 };
 
-// A printer name no other test process uses at the same time.
-std::string UniquePrinterName(const std::string& base);
-
 // The fixture of the facade's tests: a simulated printer with HID reports (the updater keeps its
 // default busy time) and a facade bound to it. The printer must see no malformed request.
 class OnSimulatedPrinter : public ::testing::Test {

@@ -1,5 +1,6 @@
 #include "support/TestSupport.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -28,32 +29,20 @@ std::vector<LogCapture::Line> LogCapture::Lines() const {
 }
 
 bool LogCapture::Contains(const std::wstring& text) const {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    for (const auto& l : m_lines) {
-        if (l.text == text) {
-            return true;
-        }
-    }
-    return false;
+    return CountIf([&](const Line& l) { return l.text == text; }) > 0;
 }
 
 bool LogCapture::ContainsSubstring(const std::wstring& part) const {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    for (const auto& l : m_lines) {
-        if (l.text.find(part) != std::wstring::npos) {
-            return true;
-        }
-    }
-    return false;
+    return CountIf([&](const Line& l) { return l.text.find(part) != std::wstring::npos; }) > 0;
 }
 
 size_t LogCapture::Count(vela::common::LogLevel level) const {
+    return CountIf([&](const Line& l) { return l.level == level; });
+}
+
+size_t LogCapture::CountIf(const std::function<bool(const Line&)>& match) const {
     std::lock_guard<std::mutex> lock(m_mutex);
-    size_t n = 0;
-    for (const auto& l : m_lines) {
-        n += l.level == level ? 1 : 0;
-    }
-    return n;
+    return static_cast<size_t>(std::count_if(m_lines.begin(), m_lines.end(), match));
 }
 
 void LogCapture::Clear() {

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -31,6 +32,8 @@ public:
     void Clear();
 
 private:
+    size_t CountIf(const std::function<bool(const Line&)>& match) const;
+
     mutable std::mutex m_mutex;
     std::vector<Line> m_lines;
     vela::common::Log::Sink m_previous;
@@ -51,6 +54,10 @@ public:
 private:
     std::string m_path;
 };
+
+inline double SecondsSince(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
 
 // Polls `condition` every 10 ms for up to `timeoutMs`.
 template <class Condition> bool Eventually(Condition condition, uint32_t timeoutMs = 5000) {
