@@ -1,4 +1,6 @@
 #include "common/StringConverter.h"
+#include "kom/connection/PrinterStatusThread.h"
+#include "kom/connection/StatusMonitorState.h"
 #include "qrv/ManagedQRVDeviceGateway.h"
 #include "sim/Simulator.h"
 #include "sim/StatusFields.h"
@@ -43,6 +45,8 @@ protected:
         options.name = "Gateway Sim Printer";
         options.model = "410";
         m_sim = std::make_unique<Simulator>(options);
+        // An interruption is told once per process until it clears: forget an earlier test's.
+        StatusMonitorState::Instance()->lastInterruptCode = PrinterStatusThread::kNoInterruption;
         m_entry = std::make_unique<ScopedEnvironment>(
             "QRV_VIRTUAL_PRINTERS", vela::common::StringConverter::FromUtf8(m_sim->EntryText()));
         m_gateway.Open(kQueue);
