@@ -279,9 +279,17 @@ TEST_F(GatewayOnSimulator, StatusAndInterruptEventsFromTheMonitorThread) {
     EXPECT_EQ(seenBySubscriber.get(), std::make_pair(size_t{1}, true)); // the jammed cutter; Close refused
     EXPECT_TRUE(m_gateway.IsOpen());
 
+    // A change carries only what changed.
+    m_sim->Printer().SetCutterJammed(false);
+    const auto freed = events.WaitFor([&](const auto& items) { return !hasJam(items); });
+    ASSERT_TRUE(freed.has_value());
+    EXPECT_EQ(*freed,
+              (std::vector<host::PrinterStatusItem>{
+                  {host::EPrintStatusItem::cutterStatus, static_cast<uint32_t>(host::ECutterStatus::ok)}}));
+
     m_gateway.Close();
     size_t closedAt = events.Changes();
-    m_sim->Printer().SetCutterJammed(false);
+    m_sim->Printer().SetCutterJammed(true);
     EXPECT_FALSE(events.WaitChange(closedAt, milliseconds(500)).has_value()) << "an event after Close";
 }
 
