@@ -1,5 +1,4 @@
-// The cassette memory reply and the SKU taken from it: the pure parsers, and GetSkuNumber over the
-// channel (a status reply for the presence test, then the memory reply).
+// The cassette memory reply and the SKU taken from it, parsed alone and through GetSkuNumber.
 
 #include "FuzzSupport.h"
 

@@ -1,7 +1,5 @@
-// The completion poll: the pure reader of one poll answer and the result code mapping, and
-// WaitForCompletion over a channel that answers with whatever the input holds (busy answers,
-// foreign messages, wrong sizes, silence). The poll must end - with a result, -1 or a typed
-// failure - and never poll more than its tick budget allows.
+// The completion poll over any answers: it must end with a result, -1 or a typed failure, and
+// never poll more than its tick budget allows.
 
 #include "FuzzSupport.h"
 

@@ -1,5 +1,4 @@
-// The disk space reply: the pure decoder and GetDiskSpace over the channel. A failed query must
-// leave the caller's counts as they were.
+// The disk space reply; a failed query must leave the caller's counts as they were.
 
 #include "FuzzSupport.h"
 

@@ -1,5 +1,4 @@
-// The folder detail reply (a library folder's name): the pure decoder and GetFolderDetail over the
-// channel.
+// The folder detail reply (a library folder's name), decoded alone and through GetFolderDetail.
 
 #include "FuzzSupport.h"
 

@@ -1,6 +1,4 @@
-// The folder listing: the pure parser of the listing text, and GetFolderContent over the channel
-// (completion poll, then the listing reply). Each entry must be well formed for the host: a
-// directory has size 0 and is not a file.
+// The folder listing text, parsed alone and through GetFolderContent: a directory has size 0.
 
 #include "FuzzSupport.h"
 

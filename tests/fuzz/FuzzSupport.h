@@ -1,12 +1,7 @@
 #pragma once
 
-// Shared pieces of the fuzz targets: the scripted printer of the unit tests fed from the fuzzer's
-// input, the real protocol template over it, and the checks that turn a broken promise of the
-// library into a crash the fuzzer reports.
-//
-// Every target defines LLVMFuzzerTestOneInput. Built with -fsanitize=fuzzer it is driven by
-// libFuzzer; in the ordinary test builds the same file is linked with ReplayMain.cpp, which runs
-// it over the committed corpus and regression inputs.
+// The scripted printer fed from the fuzzer's input, the real protocol template over it, and checks
+// that turn a broken promise of the library into a crash the fuzzer reports.
 #include "common/Exception.h"
 #include "common/StringConverter.h"
 #include "kom/device/PrinterDeviceFileSystem.ipp"
@@ -20,9 +15,7 @@
 
 namespace vela::fuzz {
 
-// One-time set-up for every target: logging off (the library logs every failure, which would
-// drown the fuzzer's output and slow it down) and the fixed pauses made instant through the pause
-// seam. Idempotent.
+// Logging off (it would drown the fuzzer's output) and the fixed pauses instant. Idempotent.
 void Initialize();
 
 // A heap copy of exactly `size` bytes: a parser that reads one byte past the end of what it was
@@ -32,7 +25,6 @@ public:
     ExactBytes(const uint8_t* data, size_t size);
     const uint8_t* Data() const { return m_bytes.get(); }
     size_t Size() const { return m_size; }
-    // A vector of exactly this size (its capacity is its size, so overreads are caught too).
     std::vector<uint8_t> ToVector() const;
 
 private:
@@ -43,10 +35,9 @@ private:
 using FuzzDevice = vela::kom::PrinterDeviceBase<vela::test::FakeTransport, vela::test::NoOpSynchronizer,
                                                 vela::common::StringConverter>;
 
-// A protocol object over the scripted printer.
 FuzzDevice& Device();
 
-// Reports a broken promise of the library and aborts, so that the fuzzer keeps the input.
+// Aborts, so that the fuzzer keeps the input.
 [[noreturn]] void Fail(const char* what);
 inline void Check(bool condition, const char* what) {
     if (!condition) {
@@ -54,12 +45,9 @@ inline void Check(bool condition, const char* what) {
     }
 }
 
-// Runs one operation against a scripted printer made from the input: the first byte chooses how
-// many bytes each raw read hands out at most (0: as many as asked for), so that short reads and
-// message boundaries inside raw reads are explored; the rest is everything the printer sends, in
-// order, after which it falls silent. The library may fail only with its own exception kinds
-// (anything else escapes and crashes the run); afterwards the lock must be free and every
-// transport it opened closed again. Returns true when the operation succeeded.
+// The first input byte limits each raw read (0: no limit), the rest is what the printer sends
+// before it falls silent. Only the library's own exception kinds may leave; afterwards the lock
+// is free and every transport closed. Returns true when the operation succeeded.
 template <class Operation> bool RunOperation(const uint8_t* data, size_t size, Operation&& operation) {
     vela::test::FakePrinter printer;
     if (size > 1) {
@@ -72,14 +60,12 @@ template <class Operation> bool RunOperation(const uint8_t* data, size_t size, O
         operation(Device());
         succeeded = true;
     } catch (const vela::common::Exception&) {
-        // A typed failure is the expected answer to a bad reply.
     }
     Check(vela::test::NoOpSynchronizer::Held() == 0, "the access lock is still held after the operation");
     Check(printer.Opens() == printer.Closes(), "a transport was left open");
     return succeeded;
 }
 
-// Runs a pure parser: it may only throw the library's own kinds.
 template <class Parse> bool RunParser(Parse&& parse) {
     try {
         parse();
@@ -89,8 +75,7 @@ template <class Parse> bool RunParser(Parse&& parse) {
     }
 }
 
-// The bytes that follow the control byte and the 7-byte reply header: what a parser of the reply
-// payload is handed by the operation (an empty view when the input is shorter).
+// The bytes after the control byte and the 7-byte reply header (empty when the input is shorter).
 ExactBytes PayloadAfterHeader(const uint8_t* data, size_t size);
 
 } // namespace vela::fuzz

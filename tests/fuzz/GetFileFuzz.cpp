@@ -1,9 +1,5 @@
-// The file reply: the pure data-length check, SaveFile over a reply of any shape, and GetFile
-// over the channel (completion poll, then the file reply streamed to the host file).
-//
-// The host file promise is checked on every input: a host file that existed before is either
-// replaced by exactly the bytes the reply declared, or left byte for byte as it was, and no
-// temporary file is ever left beside it.
+// The file reply, checked alone, through SaveFile and through GetFile: a host file that existed
+// is either replaced by exactly the declared bytes or left as it was, with no temporary beside it.
 
 #include "FuzzSupport.h"
 

@@ -1,9 +1,5 @@
-// The 8-byte HID status reports, as the monitor thread handles them one after another: each is
-// compared with the previous one, decoded, turned into a change record and an interrupt code, and
-// handed to the listeners - here the gateway's own conversion to host items.
-//
-// The input is a run of reports (8 bytes each; a trailing piece is dropped, as the reader refuses
-// a report of the wrong length).
+// A run of 8-byte HID status reports as the monitor thread handles them, told to a listener that
+// converts them as the gateway does (a trailing piece is dropped, as the reader refuses it).
 
 #include "FuzzSupport.h"
 

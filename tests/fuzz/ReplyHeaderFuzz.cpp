@@ -1,6 +1,5 @@
-// Reply header and announced length: the pure header parsers, and the framing primitives that read
-// a header from the channel (GetReplyDataLength with its one retry, PergeQueue) and the print
-// control order, which reads its acknowledgement without checking the start byte.
+// Reply headers: the pure parsers, GetReplyDataLength with its one retry, PergeQueue, and the
+// print control order, which reads its acknowledgement without checking the start byte.
 
 #include "FuzzSupport.h"
 

@@ -1,5 +1,4 @@
-// The updater's status report: the pure parser and GetUpdateStatusReport over the channel. The
-// state must stay one the update procedure knows (0, 1, 4 or the initial 5).
+// The updater's status report: the state stays one the update knows (0, 1, 4 or the initial 5).
 
 #include "FuzzSupport.h"
 

@@ -1,5 +1,4 @@
-// The version reply: the pure splitter of the seven zero-terminated texts, and GetPrinterVersion
-// over the channel (texts widened from whatever bytes the printer sent).
+// The version reply's seven zero-terminated texts, split alone and through GetPrinterVersion.
 
 #include "FuzzSupport.h"
 

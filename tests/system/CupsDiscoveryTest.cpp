@@ -34,8 +34,7 @@ protected:
 // A scheduler of the test's own: its listing as reported (order, URIs, the remote bit), and
 // discovery naming each printer after its first local queue, whatever form its URI takes.
 TEST_F(CupsDiscovery, QueuesOfTheSchedulerNameTheirPrinters) {
-    PrivateCupsd cupsd;
-    cupsd.AddRemoteQueue("Zentrale", "usb://VELA/QRV%20410?serial=SIM0001");
+    PrivateCupsd cupsd(PrivateCupsd::Queues{{"Zentrale", "usb://VELA/QRV%20410?serial=SIM0001"}});
     std::string problem;
     if (!cupsd.Start(problem)) {
         GTEST_SKIP() << "no private print scheduler: " << problem;
@@ -98,4 +97,15 @@ TEST_F(CupsDiscovery, WithoutASchedulerEveryPrinterGoesByItsFallbackNameQuickly)
                                       L"'/nonexistent/qrv-no-scheduler.sock' ("));
     EXPECT_EQ(log.Count(LogLevel::warning), 0u);
     EXPECT_FALSE(printers.ListPrinters().at(0).hasQueue);
+}
+
+// Nobody listens at these servers: what is asked for is the host and port taken from the setting.
+TEST_F(CupsDiscovery, TheServerSettingGivesHostAndPort) {
+    for (const auto& [setting, server] : std::vector<std::pair<std::wstring, std::string>>{
+             {L"[::1]:47", "::1:47"}, {L"[::1]", "::1:631"}, {L"localhost:47/version=1.1", "localhost:47"}}) {
+        ScopedEnvironment scheduler("CUPS_SERVER", setting);
+        const PrintSchedulerListing queues = ListPrintSchedulerQueues();
+        EXPECT_EQ(queues.server, server);
+        EXPECT_FALSE(queues.reachable);
+    }
 }

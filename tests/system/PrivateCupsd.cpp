@@ -5,9 +5,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -32,21 +30,15 @@ void WriteText(const std::string& path, const std::string& text) {
 }
 
 bool Answers(const std::string& socketPath) {
-    int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd < 0) {
-        return false;
-    }
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, socketPath.c_str(), sizeof(address.sun_path) - 1);
-    bool ok = ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
-    ::close(fd);
-    return ok;
+    http_t* http =
+        httpConnect2(socketPath.c_str(), 631, nullptr, AF_UNSPEC, HTTP_ENCRYPTION_NEVER, 1, 500, nullptr);
+    httpClose(http);
+    return http != nullptr;
 }
 
 } // namespace
 
-PrivateCupsd::PrivateCupsd() : m_socket(m_dir.File("cups.sock")) {
+PrivateCupsd::PrivateCupsd(const Queues& remoteQueues) : m_socket(m_dir.File("cups.sock")) {
     for (const char* folder : {"state", "cache", "spool", "tmp", "log", "serverbin", "serverbin/backend"}) {
         ::mkdir(m_dir.File(folder).c_str(), 0755);
     }
@@ -72,14 +64,17 @@ PrivateCupsd::PrivateCupsd() : m_socket(m_dir.File("cups.sock")) {
                   m_dir.File("tmp") + "\nServerBin " + m_dir.File("serverbin") + "\nErrorLog " +
                   m_dir.File("log/error_log") + "\nAccessLog " + m_dir.File("log/access_log") + "\nPageLog " +
                   m_dir.File("log/page_log") + "\n");
+    std::string printers;
+    for (const auto& [name, uri] : remoteQueues) {
+        // Type 6: a remote (2) printer (4 is "can print black"); the scheduler keeps the bit.
+        printers +=
+            "<Printer " + name + ">\nDeviceURI " + uri + "\nState Idle\nType 6\nAccepting Yes\n</Printer>\n";
+    }
+    WriteText(m_dir.File("printers.conf"), printers);
 }
 
 PrivateCupsd::~PrivateCupsd() {
     Stop();
-}
-
-void PrivateCupsd::AddRemoteQueue(const std::string& name, const std::string& deviceUri) {
-    m_remoteQueues.emplace_back(name, deviceUri);
 }
 
 bool PrivateCupsd::Start(std::string& problem) {
@@ -88,39 +83,24 @@ bool PrivateCupsd::Start(std::string& problem) {
         problem = "cupsd is not installed";
         return false;
     }
-    std::string printers;
-    for (const auto& [name, uri] : m_remoteQueues) {
-        // Type 6: a remote (2) printer (4 is "can print black"); the scheduler keeps the bit.
-        printers +=
-            "<Printer " + name + ">\nDeviceURI " + uri + "\nState Idle\nType 6\nAccepting Yes\n</Printer>\n";
-    }
-    WriteText(m_dir.File("printers.conf"), printers);
 
     // The scheduler must see the real system, not this process's mocked device tree.
-    std::vector<std::string> environment;
+    std::vector<char*> envp;
     for (char** e = environ; *e != nullptr; ++e) {
         if (std::strncmp(*e, "LD_PRELOAD=", 11) != 0 && std::strncmp(*e, "UMOCKDEV_DIR=", 13) != 0) {
-            environment.emplace_back(*e);
+            envp.push_back(*e);
         }
     }
-    std::vector<char*> envp;
-    for (std::string& e : environment) {
-        envp.push_back(e.data());
-    }
     envp.push_back(nullptr);
-    std::string arguments[] = {
-        "cupsd", "-f", "-c", m_dir.File("cupsd.conf"), "-s", m_dir.File("cups-files.conf")};
-    std::vector<char*> argv;
-    for (std::string& argument : arguments) {
-        argv.push_back(argument.data());
-    }
-    argv.push_back(nullptr);
+    const std::string conf = m_dir.File("cupsd.conf");
+    const std::string files = m_dir.File("cups-files.conf");
+    const char* argv[] = {"cupsd", "-f", "-c", conf.c_str(), "-s", files.c_str(), nullptr};
     const std::string output = m_dir.File("log/cupsd.out");
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, 1, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     posix_spawn_file_actions_adddup2(&actions, 1, 2);
-    int result = posix_spawn(&m_pid, cupsd, &actions, nullptr, argv.data(), envp.data());
+    int result = posix_spawn(&m_pid, cupsd, &actions, nullptr, const_cast<char* const*>(argv), envp.data());
     posix_spawn_file_actions_destroy(&actions);
     if (result != 0) {
         m_pid = -1;
@@ -172,20 +152,11 @@ bool PrivateCupsd::AddQueue(const std::string& name, const std::string& deviceUr
 }
 
 void PrivateCupsd::Stop() {
-    if (m_pid <= 0) {
-        return;
+    if (m_pid > 0) { // its state is thrown away with the folder: nothing to shut down cleanly
+        ::kill(m_pid, SIGKILL);
+        ::waitpid(m_pid, nullptr, 0);
+        m_pid = -1;
     }
-    ::kill(m_pid, SIGTERM);
-    auto deadline = Clock::now() + std::chrono::seconds(5);
-    while (::waitpid(m_pid, nullptr, WNOHANG) == 0) {
-        if (Clock::now() >= deadline) {
-            ::kill(m_pid, SIGKILL);
-            ::waitpid(m_pid, nullptr, 0);
-            break;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    m_pid = -1;
 }
 
 std::string PrivateCupsd::ErrorLogTail() const {

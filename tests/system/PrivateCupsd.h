@@ -12,17 +12,16 @@ namespace vela::test {
 // A print scheduler (cupsd) of its own for one test: private configuration, state, spool and
 // ServerBin in a temporary folder, listening only on a socket in that folder, without any
 // authentication. Its ServerBin holds stub "usb" and "socket" backends, so the scheduler accepts
-// usb:// and socket:// device URIs. Stopped (SIGTERM, then SIGKILL after 5 s) and removed at destruction.
+// usb:// and socket:// device URIs. Killed and removed at destruction.
 class PrivateCupsd {
 public:
-    PrivateCupsd();
+    // Remote queues (name, device URI) belong to another host (printer-type has the remote bit).
+    // The scheduler offers no request that creates one, so they go into its saved state.
+    using Queues = std::vector<std::pair<std::string, std::string>>;
+    explicit PrivateCupsd(const Queues& remoteQueues = {});
     ~PrivateCupsd();
     PrivateCupsd(const PrivateCupsd&) = delete;
     PrivateCupsd& operator=(const PrivateCupsd&) = delete;
-
-    // A queue that belongs to another host (printer-type has the remote bit). The scheduler
-    // offers no request that creates one, so it goes into the saved state before Start().
-    void AddRemoteQueue(const std::string& name, const std::string& deviceUri);
 
     // Starts the scheduler and waits (at most 15 s) until it answers on its socket. False, with
     // the reason and the end of its error log, when it cannot start.
@@ -39,7 +38,6 @@ private:
 
     TempDir m_dir;
     std::string m_socket;
-    std::vector<std::pair<std::string, std::string>> m_remoteQueues;
     pid_t m_pid = -1;
 };
 

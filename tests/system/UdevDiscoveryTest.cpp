@@ -40,22 +40,18 @@ TEST_F(UdevDiscovery, PrintersKeepTheirOwnNodesAndVirtualPrintersFollow) {
                   {0x0922, 0x0025, L"/dev/hidraw4", L"VELA QRV 410 (SIM0005)"},
                   {0x0922, 0x0024, L"/tmp/sim-hid", L"Simulator"},
               }));
-    std::vector<DiscoveredPrinter> listing = printers.ListPrinters();
-    ASSERT_EQ(listing.size(), 5u);
-    EXPECT_EQ(listing[0].printerName, first);
-    EXPECT_EQ(listing[0].modelName, L"VELA QRV 410");
-    EXPECT_EQ(listing[0].serialNumber, L"SIM0001");
-    EXPECT_EQ(listing[0].printerPath, L"/dev/usb/lp2");
-    EXPECT_EQ(listing[0].hidPath, L"/dev/hidraw3");
-    EXPECT_FALSE(listing[0].hasQueue);
-    EXPECT_FALSE(listing[0].isVirtual);
-    EXPECT_EQ(listing[1].hidPath, L"");
-    EXPECT_EQ(listing[2].serialNumber, L"");
-    EXPECT_EQ(listing[2].hidPath, L"/dev/hidraw1");
-    EXPECT_EQ(listing[3].printerPath, L"");
-    EXPECT_EQ(listing[3].hidPath, L"/dev/hidraw4");
-    EXPECT_TRUE(listing[4].isVirtual);
-    EXPECT_EQ(listing[4].serialNumber, L"SIM-V");
+    std::vector<std::wstring> rows; // name, model, serial, printer node, HID node; queue or virtual
+    for (const DiscoveredPrinter& p : printers.ListPrinters()) {
+        rows.push_back(p.printerName + L"|" + p.modelName + L"|" + p.serialNumber + L"|" + p.printerPath +
+                       L"|" + p.hidPath + (p.hasQueue ? L"|queue" : L"") + (p.isVirtual ? L"|virtual" : L""));
+    }
+    EXPECT_EQ(rows, (std::vector<std::wstring>{
+                        first + L"|VELA QRV 410|SIM0001|/dev/usb/lp2|/dev/hidraw3",
+                        second + L"|VELA QRV 410|SIM0002|/dev/usb/lp1|",
+                        third + L"|VELA QRV 210||/dev/usb/lp0|/dev/hidraw1",
+                        L"VELA QRV 410 (SIM0005)|VELA QRV 410|SIM0005||/dev/hidraw4",
+                        L"Simulator|VELA QRV 210|SIM-V|/dev/pts/9|/tmp/sim-hid|virtual",
+                    }));
     EXPECT_EQ(log.Count(LogLevel::warning), 0u);
     EXPECT_EQ(log.Count(LogLevel::error), 0u);
 }
@@ -71,9 +67,11 @@ TEST_F(UdevDiscovery, OtherDevicesAreSkippedSilentlyWhateverTheLetterCaseOfTheir
     otherVendorUpper.idProduct = "0B2C";
     MockUsbPrinter supported = PrinterAt("2-1", 3, -1, "abc-def"); // lower case goes into the name as it is
     supported.idProduct = "0024";
-    for (const MockUsbPrinter& printer : {otherProduct, otherVendorLower, otherVendorUpper, supported}) {
+    for (const MockUsbPrinter& printer : {otherProduct, otherVendorLower, otherVendorUpper}) {
         m_testbed.Add(printer);
     }
+    // A node of the printer class's subsystem that is not a printer node.
+    m_testbed.AddDevice("usbmisc", "hiddev0", m_testbed.Add(supported) + "/2-1:1.0", "/dev/usb/hiddev0", {});
     // A mouse: hidraw on a USB device of another vendor.
     std::string mouse =
         m_testbed.AddDevice("usb", "3-1", "", "", {"idVendor", "fe2b", "idProduct", "0c0d"}, "usb_device");

@@ -9,6 +9,23 @@
 
 namespace vela::test {
 
+namespace {
+
+// Name-value pairs as the null-ended list umockdev takes, leaving out the pairs without a value.
+std::vector<gchar*> PairList(std::vector<std::string>& pairs) {
+    std::vector<gchar*> list;
+    for (size_t i = 0; i + 1 < pairs.size(); i += 2) {
+        if (!pairs[i + 1].empty()) {
+            list.push_back(pairs[i].data());
+            list.push_back(pairs[i + 1].data());
+        }
+    }
+    list.push_back(nullptr);
+    return list;
+}
+
+} // namespace
+
 UsbPrinterTestbed::UsbPrinterTestbed() : m_testbed(umockdev_testbed_new()) {}
 
 UsbPrinterTestbed::~UsbPrinterTestbed() {
@@ -39,32 +56,10 @@ std::string UsbPrinterTestbed::AddDevice(const std::string& subsystem, const std
                                          const std::string& parentSyspath, const std::string& devnode,
                                          std::initializer_list<std::string> attributes,
                                          const std::string& devtype) {
-    std::vector<std::string> texts;
-    for (auto it = attributes.begin(); it != attributes.end() && it + 1 != attributes.end(); it += 2) {
-        if (!(it + 1)->empty()) {
-            texts.push_back(*it);
-            texts.push_back(*(it + 1));
-        }
-    }
-    std::vector<gchar*> attributeList;
-    for (std::string& text : texts) {
-        attributeList.push_back(text.data());
-    }
-    attributeList.push_back(nullptr);
-
-    std::vector<std::string> propertyTexts;
-    if (!devtype.empty()) {
-        propertyTexts.insert(propertyTexts.end(), {"DEVTYPE", devtype});
-    }
-    if (!devnode.empty()) {
-        propertyTexts.insert(propertyTexts.end(), {"DEVNAME", devnode});
-    }
-    std::vector<gchar*> propertyList;
-    for (std::string& text : propertyTexts) {
-        propertyList.push_back(text.data());
-    }
-    propertyList.push_back(nullptr);
-
+    std::vector<std::string> attributeTexts(attributes);
+    std::vector<std::string> propertyTexts{"DEVTYPE", devtype, "DEVNAME", devnode};
+    std::vector<gchar*> attributeList = PairList(attributeTexts);
+    std::vector<gchar*> propertyList = PairList(propertyTexts);
     gchar* syspath = umockdev_testbed_add_devicev(m_testbed, subsystem.c_str(), name.c_str(),
                                                   parentSyspath.empty() ? nullptr : parentSyspath.c_str(),
                                                   attributeList.data(), propertyList.data());

@@ -6,7 +6,6 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -31,31 +30,26 @@ bool OnlyListing(int argc, char** argv) {
 }
 
 // A sanitizer runtime must stay the first library of the process (address or thread sanitizer
-// before the others), so the wrapper's plain "LD_PRELOAD=libumockdev-preload.so.0:$LD_PRELOAD"
-// is built here with the runtimes in front.
+// before the others), so the runtimes this process has go in front of umockdev's library.
 std::string PreloadList() {
-    std::vector<std::string> runtimes[2];
+    std::vector<std::string> paths;
     std::ifstream maps("/proc/self/maps");
-    std::string line;
-    while (std::getline(maps, line)) {
-        size_t slash = line.find('/');
-        if (slash == std::string::npos) {
-            continue;
-        }
-        std::string path = line.substr(slash);
-        std::string name = path.substr(path.rfind('/') + 1);
-        int rank = name.rfind("libasan.so", 0) == 0 || name.rfind("libtsan.so", 0) == 0    ? 0
-                   : name.rfind("libubsan.so", 0) == 0 || name.rfind("liblsan.so", 0) == 0 ? 1
-                                                                                           : -1;
-        if (rank >= 0 &&
-            std::find(runtimes[rank].begin(), runtimes[rank].end(), path) == runtimes[rank].end()) {
-            runtimes[rank].push_back(path);
+    for (std::string line; std::getline(maps, line);) {
+        if (line.find('/') != std::string::npos) {
+            paths.push_back(line.substr(line.find('/')));
         }
     }
     std::string list;
-    for (const auto& group : runtimes) {
-        for (const std::string& path : group) {
-            list += path + ":";
+    const std::vector<std::vector<std::string>> ranks = {{"libasan.so", "libtsan.so"},
+                                                         {"libubsan.so", "liblsan.so"}};
+    for (const auto& rank : ranks) {
+        for (const std::string& path : paths) {
+            for (const std::string& prefix : rank) {
+                if (path.substr(path.rfind('/') + 1).rfind(prefix, 0) == 0 &&
+                    list.find(path + ":") == std::string::npos) {
+                    list += path + ":";
+                }
+            }
         }
     }
     list += "libumockdev-preload.so.0";

@@ -8,7 +8,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <optional>
 #include <string>
 #include <typeinfo>
 #include <vector>
@@ -75,20 +74,18 @@ inline std::vector<uint8_t> LittleEndian32(uint32_t v) {
     return {uint8_t(v), uint8_t(v >> 8), uint8_t(v >> 16), uint8_t(v >> 24)};
 }
 
-// Payload of a get reply: byte 1 the command, a path field, the declared length, data, extra bytes.
-inline std::vector<uint8_t> FileReplyPayload(const std::vector<uint8_t>& data,
-                                             std::optional<uint32_t> declared = {}, uint8_t command = 0x21,
-                                             size_t trailing = 0) {
-    return Concat({{0x00, command},
+// Payload of a get reply: a path field, the data's length, the data and `trailing` extra bytes.
+inline std::vector<uint8_t> FileReplyPayload(const std::vector<uint8_t>& data, size_t trailing = 0) {
+    return Concat({{0x00, 0x21},
                    PathField("/x"),
-                   LittleEndian32(declared ? *declared : static_cast<uint32_t>(data.size())),
+                   LittleEndian32(static_cast<uint32_t>(data.size())),
                    data,
                    std::vector<uint8_t>(trailing, 0xEE)});
 }
 
 // Payload of a folder content reply around the listing text.
-inline std::vector<uint8_t> ListingReplyPayload(const std::string& text, uint8_t command = 0x22) {
-    return Concat({{0x00, command}, PathField("/x"), std::vector<uint8_t>(text.begin(), text.end())});
+inline std::vector<uint8_t> ListingReplyPayload(const std::string& text) {
+    return Concat({{0x00, 0x22}, PathField("/x"), std::vector<uint8_t>(text.begin(), text.end())});
 }
 
 // The protocol fixture with a host folder of the test's own.

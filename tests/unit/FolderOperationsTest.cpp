@@ -1,7 +1,6 @@
 #include "FileSystemTestSupport.h"
 
 #include "kom/QRVException.h"
-#include "kom/filesystem/DiskSpaceReply.h"
 #include "kom/filesystem/FolderListingParser.h"
 
 #include <climits>
@@ -28,17 +27,8 @@ class FolderOperations : public FileSystemTest {};
 
 // ---- listing -----------------------------------------------------------------------------------
 
-TEST(FolderListingParser, ReadsCommaEndedEntries) {
-    auto entries = Parse("a.txt:12:f,docs::d,");
-    ASSERT_EQ(entries.size(), 2u);
-    EXPECT_EQ(entries[0].name, "a.txt");
-    EXPECT_TRUE(entries[0].isFile);
-    EXPECT_EQ(entries[0].size, 12);
-    EXPECT_EQ(entries[1].name, "docs");
-    EXPECT_FALSE(entries[1].isFile);
-    EXPECT_EQ(entries[1].size, 0);
-
-    EXPECT_EQ(Parse("a.txt:12:f,docs::d").size(), 1u); // the unfinished last entry is dropped
+// Well-formed entries and an unfinished last one are read through GetFolderContent below.
+TEST(FolderListingParser, SkipsEntriesWithoutAColonAndEmptyText) {
     EXPECT_EQ(Parse("no colon here,x:1:f,").size(), 1u);
     EXPECT_TRUE(Parse("").empty());
     EXPECT_TRUE(ParseFolderListing(nullptr, 0, kListing).empty());
@@ -94,27 +84,10 @@ TEST_F(FolderOperations, ListingPausesUnderTheLockThenSendsBothRequests) {
     EXPECT_TRUE(log.Contains(L"PrinterDevice::GetFolderContent()"));
 }
 
-TEST_F(FolderOperations, ListingFailures) {
-    // A failed first completion gives an empty list and no second request.
+TEST_F(FolderOperations, AFailedFirstCompletionGivesAnEmptyListAndNoSecondRequest) {
     printer.QueueCompletion(2, 8);
     EXPECT_TRUE(device.GetFolderContent(L"/x").empty());
     EXPECT_EQ(printer.AllWritten().size(), 266u + 9u);
-
-    printer.QueueCompletion(2, 0);
-    printer.QueueReply(std::vector<uint8_t>(255, 0x22));
-    printer.QueueReply({0x01}); // swallowed by the queue purge
-    EXPECT_TRUE(ThrowsExactly<ReplyException>([&] { device.GetFolderContent(L"/x"); }, L"'Wrong reply size'",
-                                              kListing));
-    EXPECT_EQ(printer.PendingBytes(), 0u);
-
-    printer.QueueCompletion(2, 0);
-    printer.QueueReply(ListingReplyPayload("a:1:f,", 0x2A));
-    EXPECT_TRUE(
-        ThrowsExactly<ReplyException>([&] { device.GetFolderContent(L"/x"); }, L"'Wrong reply'", kListing));
-
-    printer.QueueCompletion(2, 0);
-    printer.QueueReply(ListingReplyPayload("a:1:d,"));
-    EXPECT_THROW(device.GetFolderContent(L"/x"), ReplyException);
     ExpectReleased();
 }
 
@@ -132,11 +105,6 @@ TEST_F(FolderOperations, DeleteAndRenameSendTheirRequestsAndReturnTheCompletionR
     const auto expected =
         Concat({Hex("C3 00 00 02 0B 60 04 01 33"), PathField("/a/old"), PathField("/a/new"), kPoll});
     EXPECT_EQ(ToHex(std::vector<uint8_t>(written.begin() + before, written.end())), ToHex(expected));
-
-    printer.QueueCompletion(2, 2);
-    EXPECT_THROW(device.DeleteFile(L"/nope"), FileNotFoundException);
-    printer.QueueCompletion(2, 6);
-    EXPECT_THROW(device.RenameFile(L"/a", L"/b"), NoPermissionException);
     ExpectReleased();
 }
 
@@ -169,8 +137,6 @@ TEST_F(FolderOperations, FolderDetailReadsTheZeroEndedNameFromOffsetSeven) {
     printer.QueueReply(reply(0x23, "/no/zero"));
     EXPECT_TRUE(ThrowsExactly<PathException>([&] { device.GetFolderDetail(7); },
                                              L"'No path name delimiter found'", source));
-    printer.QueueReply({0x00});
-    EXPECT_THROW(device.GetFolderDetail(7), ReplyException);
     ExpectReleased();
 }
 
@@ -192,16 +158,5 @@ TEST_F(FolderOperations, DiskSpaceDecodesBothCountsOfAnExact18ByteReply) {
     printer.QueueReply(reply(0x24));
     EXPECT_TRUE(
         ThrowsExactly<ReplyException>([&] { device.GetDiskSpace(first, second); }, L"'Wrong reply'", source));
-
-    auto shortReply = reply(0x28);
-    shortReply.pop_back();
-    printer.QueueReply(shortReply);
-    printer.QueueReply({0x01, 0x02}); // swallowed by the queue purge
-    EXPECT_TRUE(ThrowsExactly<ReplyException>([&] { device.GetDiskSpace(first, second); },
-                                              L"'Wrong reply size'", source));
-    EXPECT_EQ(printer.PendingBytes(), 0u);
     ExpectReleased();
-
-    // The decoder alone is safe on anything.
-    EXPECT_THROW(DecodeDiskSpaceReply(nullptr, 18, source), ReplyException);
 }

@@ -1,5 +1,4 @@
 #include "common/StringConverter.h"
-#include "kom/protocol/PrinterStatus.h"
 #include "qrv/ManagedQRVDeviceGateway.h"
 #include "support/TestSupport.h"
 
@@ -86,29 +85,6 @@ TEST(Gateway, EveryOperationWithoutAPrinterIsPrinterNotFound) {
 
     // Accepted and ignored, printer or not.
     gateway.SetCutterMode(host::TapeCutMode::noCut);
-}
-
-TEST(Gateway, NativeStatusChangesBecomeEventsWithTheChangedItemsOnly) {
-    ManagedQRVDeviceGateway gateway;
-    std::vector<std::vector<host::PrinterStatusItem>> received;
-    auto token = gateway.OnPrinterStatusChanged().Add(
-        [&](const host::PrinterStatusEventArgs& args) { received.push_back(args.Items()); });
-
-    gateway.OnNativePrinterStatusChangedEvent(PrinterStatus(4, 5, 4, 4, 7, 9, 5, 9, 5, 9, 5, 3, 0));
-    gateway.OnNativePrinterStatusChangedEvent(PrinterStatus(4, 1, 4, 4, 9, 6, 5, 9, 5, 9, 5, 3, 0));
-    ASSERT_EQ(received.size(), 2u);
-    EXPECT_EQ(received[0],
-              (std::vector<host::PrinterStatusItem>{{host::EPrintStatusItem::cutterStatus,
-                                                     static_cast<uint32_t>(host::ECutterStatus::error)}}));
-    EXPECT_EQ(received[1],
-              (std::vector<host::PrinterStatusItem>{{host::EPrintStatusItem::cassetteDoorStatus,
-                                                     static_cast<uint32_t>(host::ECassetteDoorStatus::open)},
-                                                    {host::EPrintStatusItem::labelStatus,
-                                                     static_cast<uint32_t>(host::ELabelStatus::notTaken)}}));
-
-    EXPECT_TRUE(gateway.OnPrinterStatusChanged().Remove(token));
-    gateway.OnNativePrinterStatusChangedEvent(PrinterStatus());
-    EXPECT_EQ(received.size(), 2u);
 }
 
 TEST(Gateway, NativeInterruptsBecomeEventsWithTheHostIssue) {

@@ -104,20 +104,6 @@ TEST_F(ListenerRegistration, TheLastDeregistrationClosesTheStopEventUntilTheNext
     facade.DeregisterListener(&m_b);
 }
 
-TEST_F(ListenerRegistration, TheLastFacadeStopsTheThreadAndEmptiesTheList) {
-    auto first = std::make_unique<NativeQRVDevice>(L"Queue 1", 0);
-    auto second = std::make_unique<NativeQRVDevice>(L"Queue 2", 0);
-    first->RegisterListener(&m_a);
-    second->RegisterListener(&m_b);
-    first.reset();
-    EXPECT_EQ(m_state->instanceCount, 1u);
-    EXPECT_TRUE(m_state->thread.IsStillActive());
-    EXPECT_EQ(m_state->ListenerCount(), 2u);
-    second.reset();
-    EXPECT_FALSE(m_state->thread.Exists());
-    EXPECT_EQ(m_state->stopEvent, nullptr);
-}
-
 TEST_F(ListenerRegistration, AThreadThatEndedByItselfBlocksANewOneUntilStopped) {
     NativeQRVDevice facade(L"Queue 1", 0);
     auto body =

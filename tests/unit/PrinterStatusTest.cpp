@@ -78,15 +78,8 @@ TEST_F(StatusQueryTest, GetStatusAsksForTheBlockAndDecodesIt) {
     }
 }
 
-TEST_F(StatusQueryTest, WrongRepliesAreRejectedAndTheChannelDrained) {
-    // Nine payload bytes: the payload and one further message are read before the error.
-    printer.QueueReply({0x00, 0x80, 0, 0, 0, 0, 0, 0, 0});
-    printer.QueueReply({0xAA, 0xBB});
-    ExpectThrow<ReplyException>([&] { device.GetStatus(); }, L"'Wrong reply size'",
-                                L"PrinterDevice::GetStatusInternal()");
-    EXPECT_EQ(printer.PendingBytes(), 0u);
-    ExpectReleased();
-
+// Wrong sizes and commands are met over the channel (ReplyFault.status_*).
+TEST_F(StatusQueryTest, ACorruptHeaderIsRetriedOnceAndASilentOneTwice) {
     // A corrupt header is drained (up to the silence) and the query repeated once; corrupt again, it fails.
     printer.QueueBytes(Hex("3C 00 00 00 11 60 10 00 80 00 00 00 00 00 00 00 00"));
     printer.QueueReadFailure();

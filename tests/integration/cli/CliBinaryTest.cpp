@@ -1,6 +1,5 @@
-// The real qrvctl executable: with its own in-process simulator (--simulate), and pointed at a
-// simulator of this test through QRV_VIRTUAL_PRINTERS. Spawned programs pause for real, so only
-// one print order runs here.
+// The real qrvctl executable with its own in-process simulator (--simulate). Spawned programs
+// pause for real, so only one print order runs here.
 #include "CliTestSupport.h"
 
 #include "support/TestSupport.h"
@@ -43,23 +42,6 @@ TEST(CliBinary, SimulateAnswersAndExitsWithTheCodeOfTheFailure) {
         notFound.err.find("qrvctl: QRVDeviceGateway::GetFile(): File not Found '/mnt/data/images/none.png'"),
         std::string::npos)
         << notFound.err;
-}
-
-// A simulator of this process serves the spawned tool, which finds it through the environment;
-// the test then sees what arrived on the printer.
-using CliBinaryOnSimulator = CliTest;
-
-TEST_F(CliBinaryOnSimulator, PutThroughTheEnvironmentWithPlainProgressWhenPiped) {
-    TempDir host;
-    const auto bytes = TestBytes(200 * 1024, 4);
-    WriteHostFile(host.File("art.bin"), bytes);
-
-    const CliResult put = RunTool({"put", host.File("art.bin"), "/mnt/data/images/art.bin"});
-    ASSERT_EQ(put.code, 0) << put.err;
-    EXPECT_EQ(Printer().ReadFile("/mnt/data/images/art.bin"), bytes);
-    EXPECT_NE(put.out.find("Copied "), std::string::npos);
-    EXPECT_NE(put.err.find("put art.bin: "), std::string::npos) << put.err;
-    EXPECT_EQ(put.err.find('\r'), std::string::npos);
 }
 
 } // namespace

@@ -51,6 +51,8 @@ TEST_F(CliKeyboard, ForceReplacesLargeDuplicatesAreRefusedFirstAndGetWritesToSta
     const CliResult forced = RunTool({"put", "--force", host.File("a.bin"), "/mnt/data/images/a.bin"});
     ASSERT_EQ(forced.code, 0) << forced.err;
     EXPECT_EQ(Printer().ReadFile("/mnt/data/images/a.bin"), second);
+    EXPECT_NE(forced.out.find("Copied " + host.File("a.bin")), std::string::npos) << forced.out;
+    EXPECT_EQ(forced.err.find('\r'), std::string::npos) << forced.err; // piped: nothing is redrawn
     EXPECT_EQ(RunTool({"get", "/mnt/data/images/a.bin", "-"}).out, std::string(second.begin(), second.end()));
 
     WriteHostFile(host.File("big.bin"), TestBytes(5 << 20, 3));

@@ -1,18 +1,6 @@
-// Helper subcommands that drive a printer from a second process, for the contention tests:
-//
-//   hammer CHANNEL NAME ROUNDS SEED FOLDER
-//       Runs ROUNDS operations on the printer at CHANNEL (queue name NAME, which names the lock):
-//       status queries, listings of the image folder and puts of a small file from FOLDER, in an
-//       order drawn from SEED, which also names the files of this process (every process needs a
-//       seed of its own). Prints "done <ok> <busy> <other>" and exits 0 when every operation either
-//       succeeded or met PrinterBuzyException; each other failure is printed as
-//       "failed <kind>: <message>" and the exit code is 1.
-//   status-loop CHANNEL NAME
-//       Prints "running" and then queries the status without a pause until it is killed (a holder
-//       to kill in the middle of a transaction).
-//
-// The fixed pauses are made instant through the pause seam, so that the processes spend their time
-// inside transactions, where they contend for the lock.
+// Helper subcommands that drive a printer from a second process, for the contention tests. The
+// fixed pauses are instant, so that the processes spend their time inside transactions, where they
+// contend for the lock.
 
 #include "support/helper/HelperCommand.h"
 
@@ -47,6 +35,9 @@ void QuietAndInstant() {
     vela::common::SetPauseHandler([](uint32_t) { return vela::common::WaitResult::timeout; });
 }
 
+// ROUNDS status queries, listings and small puts in an order drawn from SEED (which also names
+// this process's files): "done <ok> <busy> <other>", exit 0 when each one succeeded or met
+// PrinterBuzyException; any other failure is said as "failed <kind>: <message>".
 vela::test::HelperCommand
     hammer("hammer CHANNEL NAME ROUNDS SEED FOLDER", [](const std::vector<std::string>& args) -> int {
         QuietAndInstant();
@@ -90,6 +81,7 @@ vela::test::HelperCommand
         return other == 0 ? 0 : 1;
     });
 
+// "running", then status queries without a pause until it is killed (mid-transaction, at best).
 vela::test::HelperCommand statusLoop("status-loop CHANNEL NAME",
                                      [](const std::vector<std::string>& args) -> int {
                                          QuietAndInstant();

@@ -1,17 +1,6 @@
-// Helper subcommands around the printer access lock, for tests that need a second process:
-//
-//   hold-lock NAME MS          takes the lock, prints "locked", holds it for MS ms or until its
-//                              standard input closes, releases it, prints "released", exits 0.
-//   try-lock NAME              prints "trying" as the attempt starts, then "locked <ms>" (exit 0)
-//                              or "busy <ms> <message>" (exit 1), <ms> being the time it took.
-//   lock-hammer NAME N FOLDER  takes and releases the lock N times; while it holds it, it owns the
-//                              marker FOLDER/held (created exclusively). Prints "done <overlaps>",
-//                              exit 0 when no other holder was ever seen inside the lock.
-//   lock-churn NAME MS         for MS ms takes the lock, holds it 2 ms, releases it and takes it
-//                              again at once; prints "churning" after the first round, then
-//                              "done <rounds>".
-//
-// Any other failure prints "error <kind>: <message>" and exits 2.
+// Helper subcommands around the printer access lock, for tests that need a second process. Each
+// says what it does on its standard output, one line per step; a failure other than a busy lock
+// prints "error <kind>: <message>" and exits 2.
 
 #include "support/helper/HelperCommand.h"
 
@@ -21,12 +10,8 @@
 #include "kom/connection/PrinterAccessSynchronizer.h"
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
-#include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 
@@ -53,50 +38,23 @@ int Failed(const vela::common::Exception& e) {
     return 2;
 }
 
-// Ends the process without running static destructors: the stdin watcher may still be blocked
-// inside the C library's stdin, which a normal exit would have to lock.
-[[noreturn]] void Finish(int code) {
-    std::fflush(stdout);
-    std::_Exit(code);
-}
-
-// Becomes true when the parent closes our standard input (or dies).
-struct StdinWatch {
-    std::mutex mutex;
-    std::condition_variable closed;
-    bool isClosed = false;
-};
-
-std::shared_ptr<StdinWatch> WatchStdin() {
-    auto watch = std::make_shared<StdinWatch>();
-    std::thread([watch] {
-        while (std::fgetc(stdin) != EOF) {
-        }
-        std::lock_guard<std::mutex> lock(watch->mutex);
-        watch->isClosed = true;
-        watch->closed.notify_all();
-    }).detach();
-    return watch;
-}
-
 vela::test::HelperCommand holdLock("hold-lock NAME MS", [](const std::vector<std::string>& args) -> int {
-    const auto holdFor = std::chrono::milliseconds(std::stoll(args[1]));
-    auto watch = WatchStdin();
     try {
         PrinterAccessSynchronizer lock(PrinterNamed(args[0]));
         Say("locked");
-        std::unique_lock<std::mutex> wait(watch->mutex);
-        watch->closed.wait_for(wait, holdFor, [&] { return watch->isClosed; });
+        std::this_thread::sleep_for(std::chrono::milliseconds(std::stoll(args[1])));
     } catch (const vela::common::Exception& e) {
-        Finish(Failed(e));
+        return Failed(e);
     }
     Say("released");
-    Finish(0);
+    return 0;
 });
 
+// "trying" as the attempt starts (a process start under wine may take longer than the caller's
+// hold), then "locked <ms>" (exit 0) or "busy <ms> <message>" (exit 1).
 vela::test::HelperCommand tryLock("try-lock NAME", [](const std::vector<std::string>& args) -> int {
     const auto start = Clock::now();
-    Say("trying"); // a process start under wine may take longer than the caller's hold
+    Say("trying");
     try {
         PrinterAccessSynchronizer lock(PrinterNamed(args[0]));
         Say("locked " + std::to_string(MsSince(start)));
@@ -109,6 +67,8 @@ vela::test::HelperCommand tryLock("try-lock NAME", [](const std::vector<std::str
     }
 });
 
+// Takes and releases the lock N times, owning the marker FOLDER/held while it holds it; "done
+// <overlaps>", exit 0 when no other holder was ever seen inside.
 vela::test::HelperCommand lockHammer("lock-hammer NAME N FOLDER",
                                      [](const std::vector<std::string>& args) -> int {
                                          const auto printer = PrinterNamed(args[0]);
@@ -138,6 +98,7 @@ vela::test::HelperCommand lockHammer("lock-hammer NAME N FOLDER",
                                          return overlaps == 0 ? 0 : 3;
                                      });
 
+// Takes the lock, holds it 2 ms and takes it again at once for MS ms: "churning", "done <rounds>".
 vela::test::HelperCommand lockChurn("lock-churn NAME MS", [](const std::vector<std::string>& args) -> int {
     const auto printer = PrinterNamed(args[0]);
     const auto until = Clock::now() + std::chrono::milliseconds(std::stoll(args[1]));

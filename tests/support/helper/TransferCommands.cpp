@@ -1,9 +1,4 @@
-// Helper subcommand for the interrupted-transfer tests:
-//
-//   get-file CHANNEL NAME PRINTERPATH HOSTFILE
-//       Prints "running" and gets PRINTERPATH from the printer at CHANNEL (queue name NAME) into
-//       HOSTFILE; exits 0 when it succeeded. A process to kill in the middle of a get.
-
+// A process to kill in the middle of a get: says "running", exits 0 when the get succeeded.
 #include "support/helper/HelperCommand.h"
 
 #include "common/Exception.h"

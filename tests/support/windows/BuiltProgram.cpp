@@ -4,6 +4,7 @@
 
 #include <windows.h>
 
+#include <mutex>
 #include <stdexcept>
 
 namespace vela::test {
@@ -62,6 +63,9 @@ std::wstring LocateBuiltProgram(const std::string& builtPath) {
     throw std::runtime_error("built program not found: " + builtPath);
 }
 
+namespace {
+
+// One argument quoted so that the child's C runtime (CommandLineToArgvW rules) reads it back as is.
 std::wstring QuoteArgument(const std::wstring& argument) {
     if (!argument.empty() && argument.find_first_of(L" \t\n\v\"") == std::wstring::npos) {
         return argument;
@@ -81,6 +85,72 @@ std::wstring QuoteArgument(const std::wstring& argument) {
     quoted.append(backslashes * 2, L'\\');
     quoted += L'"';
     return quoted;
+}
+
+[[noreturn]] void Fail(const std::string& what) {
+    throw std::runtime_error(what + " failed (Win32 error " + std::to_string(::GetLastError()) + ")");
+}
+
+// The read end stays here; the child inherits the write end.
+vela::common::UniqueHandle MakePipe(vela::common::UniqueHandle& childEnd) {
+    SECURITY_ATTRIBUTES inheritable{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
+    HANDLE read = nullptr;
+    HANDLE write = nullptr;
+    if (!::CreatePipe(&read, &write, &inheritable, 0)) {
+        Fail("CreatePipe");
+    }
+    childEnd.Reset(write);
+    ::SetHandleInformation(read, HANDLE_FLAG_INHERIT, 0);
+    return vela::common::UniqueHandle(read);
+}
+
+} // namespace
+
+StartedProgram StartBuiltProgram(const std::string& builtPath, const std::vector<std::string>& arguments,
+                                 bool captureError) {
+    using vela::common::StringConverter;
+    using vela::common::UniqueHandle;
+    const std::wstring program = LocateBuiltProgram(builtPath);
+    std::wstring commandLine = QuoteArgument(program);
+    for (const auto& argument : arguments) {
+        commandLine += L" " + QuoteArgument(StringConverter::FromUtf8(argument));
+    }
+    // The child's ends are inheritable while it starts, and no other child may inherit them (a
+    // second holder of a pipe would hide the first one's end of output): one start at a time.
+    static std::mutex starting;
+    std::lock_guard<std::mutex> lock(starting);
+    StartedProgram started;
+    UniqueHandle input;
+    UniqueHandle output;
+    UniqueHandle error;
+    SECURITY_ATTRIBUTES inheritable{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
+    input.Reset(::CreateFileW(L"NUL", GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, &inheritable,
+                              OPEN_EXISTING, 0, nullptr));
+    started.output = MakePipe(output);
+    HANDLE ours = ::GetStdHandle(STD_ERROR_HANDLE);
+    HANDLE copy = nullptr;
+    if (captureError) {
+        started.error = MakePipe(error);
+    } else if (ours != nullptr && ours != INVALID_HANDLE_VALUE &&
+               ::DuplicateHandle(::GetCurrentProcess(), ours, ::GetCurrentProcess(), &copy, 0, TRUE,
+                                 DUPLICATE_SAME_ACCESS)) {
+        error.Reset(copy);
+    }
+    STARTUPINFOW startup{};
+    startup.cb = sizeof startup;
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdInput = input.Get();
+    startup.hStdOutput = output.Get();
+    startup.hStdError = error.Get();
+    PROCESS_INFORMATION info{};
+    if (!::CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW,
+                          nullptr, nullptr, &startup, &info)) {
+        Fail("CreateProcessW " + StringConverter::ToUtf8(program));
+    }
+    ::CloseHandle(info.hThread);
+    started.process.Reset(info.hProcess);
+    // The child's ends close here, so the pipes end when the child does.
+    return started;
 }
 
 } // namespace vela::test

@@ -1,6 +1,9 @@
 #pragma once
 
+#include "common/NativeHandle.h"
+
 #include <string>
+#include <vector>
 
 namespace vela::test {
 
@@ -10,7 +13,15 @@ namespace vela::test {
 // std::runtime_error when it is nowhere.
 std::wstring LocateBuiltProgram(const std::string& builtPath);
 
-// One argument quoted so that the child's C runtime (CommandLineToArgvW rules) reads it back as is.
-std::wstring QuoteArgument(const std::wstring& argument);
+// A built program started with standard input from NUL and its standard output (and error,
+// unless it shares the test's own) on pipes whose read ends are here.
+struct StartedProgram {
+    vela::common::UniqueHandle process;
+    vela::common::UniqueHandle output;
+    vela::common::UniqueHandle error; // invalid when the child writes to the test's error stream
+};
+// Throws std::runtime_error when the program cannot start.
+StartedProgram StartBuiltProgram(const std::string& builtPath, const std::vector<std::string>& arguments,
+                                 bool captureError);
 
 } // namespace vela::test

@@ -5,7 +5,6 @@
 #include "common/StringConverter.h"
 #include "kom/discovery/QRVPrinters.h"
 #include "qrv/ManagedQRVDeviceGateway.h"
-#include "support/PauseRecorder.h"
 #include "support/SystemProbe.h"
 #include "support/TestSupport.h"
 #include "system/vm/UsbGadget.h"
@@ -15,15 +14,12 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
-#include <functional>
-#include <thread>
 
 namespace host = vela::printer::communication;
 using vela::common::StringConverter;
 using vela::kom::ManagedQRVDeviceGateway;
 using vela::test::Eventually;
 using vela::test::LogCapture;
-using vela::test::PauseRecorder;
 using vela::test::ReadHostFile;
 using vela::test::TempDir;
 using vela::test::TestBytes;
@@ -33,11 +29,9 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// Sizes at the USB packet boundaries: a put message is 287 bytes plus the data, a fetch reply
-// 270 bytes plus the data. The first file's put message is exactly 1 MiB (whole 8 KiB chunks,
-// then the one padding byte that keeps the transfer off a packet boundary); the second file's
-// fetch reply is a multiple of 512, which the printer function ends with a zero-length packet.
-// (Through the emulated controller a MiB takes about a second.)
+// Sizes at the USB packet boundaries (a put message is 287 bytes plus the data, a fetch reply 270):
+// a put of exactly 1 MiB (whole chunks, then the padding byte that keeps it off a boundary), and a
+// reply that is a multiple of 512, which the printer function ends with a zero-length packet.
 constexpr size_t kPutOnBoundary = (size_t{1} << 20) - 287;
 constexpr size_t kReplyOnBoundary = (size_t{1} << 19) + 512 - 270;
 
@@ -86,51 +80,6 @@ protected:
         }
     }
 
-    // Runs `transfer` (which is to fail) with the printer unplugged once a quarter of it has
-    // gone, and checks that the transport logged the unplug. Returns the failure's message.
-    std::wstring FailByUnplug(LogCapture& log, const std::function<void()>& transfer) {
-        bool unplugged = false;
-        m_gateway.SetProgressCallback([&](uint64_t done, uint64_t total) {
-            if (!unplugged && done >= total / 4) {
-                unplugged = true;
-                m_gadget.Unplug();
-            }
-        });
-        std::wstring message;
-        try {
-            transfer();
-            ADD_FAILURE() << "the transfer went through an unplug";
-        } catch (const host::PrinterException& e) {
-            message = e.Message(); // a channel failure is the gateway's "Unknown Error"
-        }
-        m_gateway.SetProgressCallback(nullptr);
-        EXPECT_TRUE(unplugged);
-        // usblp mostly says ENODEV; now and then (2 unplugs in 25 once) a read or a write that was
-        // under way says EIO instead.
-        bool logged = false;
-        for (const LogCapture::Line& line : log.Lines()) {
-            logged = logged || (line.level == vela::common::LogLevel::error &&
-                                line.text.find(L"(/dev/usb/lp0)") != std::wstring::npos &&
-                                (line.text.find(L"No such device") != std::wstring::npos ||
-                                 line.text.find(L"Input/output error") != std::wstring::npos));
-        }
-        EXPECT_TRUE(logged) << "the transport did not log the unplug:\n" << Problems(log);
-        return message;
-    }
-
-    // Once the host has let go of the unplugged printer, discovery does not find it; plugged
-    // in again (only after the simulator has closed the removed nodes, see UsbGadget.h), the
-    // next Open works.
-    void ReplugAndReopen() {
-        ASSERT_TRUE(m_gadget.WaitUntilHostNodesGone(5s)) << "the host still shows the unplugged printer";
-        EXPECT_THROW(m_gateway.Open(m_name), host::PrinterCommunicationException);
-        ASSERT_TRUE(m_gadget.WaitUntilReleased(m_simPid, 5s)) << "qrv-sim still holds the unplugged nodes";
-        m_gadget.Plug();
-        ASSERT_TRUE(m_gadget.WaitForHostNodes(10s)) << "the host did not see the printer again";
-        ASSERT_TRUE(m_gadget.WaitUntilServed(m_simPid, 10s)) << "qrv-sim did not come back";
-        m_gateway.Open(m_name);
-    }
-
     // Puts `bytes` at `printerPath` through a host file.
     void Put(const std::wstring& printerPath, const std::vector<uint8_t>& bytes) {
         const std::string file = m_dir.File("put.bin");
@@ -157,25 +106,15 @@ TEST_F(GadgetPrinter, DiscoveryFindsThePrinterOnTheUsbBusAndQueriesAnswer) {
     ASSERT_EQ(listed.size(), 1u);
     const vela::kom::DiscoveredPrinter& row = listed.front();
     EXPECT_EQ(row.printerName, m_name); // no print scheduler in the guest: the fallback name
-    EXPECT_FALSE(row.hasQueue || row.isVirtual);
     EXPECT_EQ(row.modelName, L"VELA QRV " + StringConverter::FromUtf8(m_gadget.Model()));
-    EXPECT_EQ(row.vendorId, m_gadget.VendorId());
     EXPECT_EQ(row.productId, m_gadget.ProductId());
-    EXPECT_EQ(row.serialNumber, StringConverter::FromUtf8(m_gadget.Serial()));
     EXPECT_EQ(row.printerPath, L"/dev/usb/lp0");
     EXPECT_EQ(row.hidPath, m_gadget.HasHid() ? L"/dev/hidraw0" : L"");
-    const std::vector<vela::kom::ConnectedPrinter> printers = discovery.GetConnectedPrinters();
-    ASSERT_EQ(printers.size(), 1u);
-    EXPECT_EQ(printers.front().devicePath + L" " + printers.front().printerName, L"/dev/usb/lp0 " + m_name);
-    const std::vector<vela::kom::ConnectedPrinter> hid = discovery.GetConnectedHidDevices();
-    EXPECT_EQ(hid.size(), m_gadget.HasHid() ? 1u : 0u);
 
     const std::vector<host::PrinterStatusItem> status = m_gateway.GetPrinterStatus();
     ASSERT_EQ(status.size(), 11u);
     EXPECT_EQ(status[1].Value(), static_cast<uint32_t>(host::ECassetteDoorStatus::closed));
-    EXPECT_EQ(m_gateway.GetBatteryChargedPercentage(), 80u); // the simulator's battery level 4
     EXPECT_EQ(m_gateway.GetDeviceID(), StringConverter::FromUtf8(m_gadget.Serial()));
-    EXPECT_EQ(m_gateway.GetCassetteIdentifier().size(), 7u); // the inserted cassette's SKU
 }
 
 TEST_F(GadgetPrinter, FilesMakeTheRoundTripByteForByte) {
@@ -183,104 +122,60 @@ TEST_F(GadgetPrinter, FilesMakeTheRoundTripByteForByte) {
     const std::vector<uint8_t> second = TestBytes(kReplyOnBoundary, 2);
     Put(kJobs + L"/vm-first.job", first);
     Put(kJobs + L"/vm-second.job", second);
-
-    std::vector<host::FileComponent> listing = m_gateway.GetFiles(kJobs);
-    const host::FileComponent* entry = FindEntry(listing, L"vm-first.job");
+    const host::FileComponent* entry = FindEntry(m_gateway.GetFiles(kJobs), L"vm-first.job");
     ASSERT_NE(entry, nullptr);
-    EXPECT_EQ(entry->Type(), host::FileType::file);
     EXPECT_EQ(entry->Size(), static_cast<int32_t>(first.size()));
-    ASSERT_NE(FindEntry(listing, L"vm-second.job"), nullptr);
 
     EXPECT_TRUE(Get(kJobs + L"/vm-first.job") == first) << "the first file came back changed";
     EXPECT_TRUE(Get(kJobs + L"/vm-second.job") == second) << "the second file came back changed";
-
-    ASSERT_EQ(m_gateway.RenameFile(kJobs + L"/vm-first.job", kJobs + L"/vm-renamed.job"), 0);
-    ASSERT_EQ(m_gateway.DeleteFile(kJobs + L"/vm-second.job"), 0);
-    listing = m_gateway.GetFiles(kJobs);
-    EXPECT_EQ(FindEntry(listing, L"vm-first.job"), nullptr);
-    EXPECT_EQ(FindEntry(listing, L"vm-second.job"), nullptr);
-    const host::FileComponent* renamed = FindEntry(listing, L"vm-renamed.job");
-    ASSERT_NE(renamed, nullptr);
-    EXPECT_EQ(renamed->Size(), static_cast<int32_t>(first.size()));
-
-    ASSERT_EQ(m_gateway.DeleteFile(kJobs + L"/vm-renamed.job"), 0);
+    EXPECT_EQ(m_gateway.DeleteFile(kJobs + L"/vm-first.job"), 0);
+    EXPECT_EQ(m_gateway.DeleteFile(kJobs + L"/vm-second.job"), 0);
 }
 
-TEST_F(GadgetPrinter, ControlOrderAndUpdateReachThePrinter) {
-    PauseRecorder pauses(vela::common::WaitResult::timeout, 4000); // the long ones are skipped
-    m_gateway.FeedForward();
-    EXPECT_EQ(pauses.Pauses(), std::vector<uint32_t>{5000}); // the pause after a print order
-
-    // The simulator installs the version that the package's name carries.
-    const std::string package = m_dir.File("qrv-fw-2.4.1.pkg");
-    WriteHostFile(package, TestBytes(200 * 1024 + 7, 3));
-    ASSERT_EQ(m_gateway.ApplyUpdate(StringConverter::FromUtf8(package)), 0);
-    const std::vector<uint32_t> skipped = pauses.Pauses();
-    EXPECT_NE(std::find(skipped.begin(), skipped.end(), 4000u), skipped.end());
-    EXPECT_NE(std::find(skipped.begin(), skipped.end(), 20000u), skipped.end());
-
-    const host::IKelvoCommunication::VersionList versions = m_gateway.GetVersions();
-    ASSERT_EQ(versions.size(), 7u);
-    EXPECT_EQ(versions[1].second, L"2.4.1");
-    // The package does not stay on the printer.
-    EXPECT_EQ(FindEntry(m_gateway.GetFiles(m_gateway.GetUpdateLibraryPath()), L"qrv-fw-2.4.1.pkg"), nullptr);
-}
-
+// An unplug in the middle of a get: usblp's error reaches the caller as the gateway's failure, the
+// host file stays as it was, the monitor thread ends, and once plugged in again the printer opens.
 TEST_F(GadgetPrinter, UnplugInTheMiddleOfAGetFailsCleanlyAndTheNextOpenWorks) {
     const std::wstring printerPath = kJobs + L"/vm-unplug.job";
     const std::vector<uint8_t> bytes = TestBytes(kPutOnBoundary, 4);
     Put(printerPath, bytes);
-
     const std::string target = m_dir.File("target.bin");
     const std::vector<uint8_t> previous{'p', 'r', 'e', 'v', 'i', 'o', 'u', 's'};
     WriteHostFile(target, previous);
 
     LogCapture log;
-    const std::wstring message =
-        FailByUnplug(log, [&] { m_gateway.GetFile(printerPath, StringConverter::FromUtf8(target)); });
-    EXPECT_NE(message.find(L"Unable to read data from UsbPrint device"), std::wstring::npos)
-        << StringConverter::ToUtf8(message);
-
-    // The host file is untouched, and nothing was left beside it.
+    m_gateway.SetProgressCallback([&](uint64_t done, uint64_t total) {
+        if (done >= total / 4 && m_gadget.IsPlugged()) {
+            m_gadget.Unplug();
+        }
+    });
+    try {
+        m_gateway.GetFile(printerPath, StringConverter::FromUtf8(target));
+        ADD_FAILURE() << "the get went through an unplug";
+    } catch (const host::PrinterException& e) {
+        EXPECT_NE(e.Message().find(L"Unable to read data from UsbPrint device"), std::wstring::npos)
+            << StringConverter::ToUtf8(e.Message());
+    }
+    m_gateway.SetProgressCallback(nullptr);
+    // usblp mostly says ENODEV; now and then a read that was under way says EIO instead.
+    EXPECT_NE(Problems(log).find("(/dev/usb/lp0)"), std::string::npos) << "the unplug was not logged";
     EXPECT_EQ(ReadHostFile(target), previous);
     std::vector<std::string> files = vela::test::ListDirectory(m_dir.Path());
     std::sort(files.begin(), files.end());
     EXPECT_EQ(files, (std::vector<std::string>{"put.bin", "target.bin"}));
-
-    // The monitor thread saw the HID node go and ended without a word (without HID it ended
-    // at the start, having found no node to read).
+    // The monitor thread saw the HID node go and ended without a word.
     EXPECT_TRUE(Eventually([] { return vela::test::ThreadCount() == 1; }, 3000))
         << vela::test::ThreadCount() << " threads are left";
-    if (m_gadget.HasHid()) {
-        EXPECT_EQ(Problems(log).find("PrinterStatusThread"), std::string::npos) << Problems(log);
-    }
+    EXPECT_EQ(Problems(log).find("PrinterStatusThread"), std::string::npos) << Problems(log);
 
-    ASSERT_NO_FATAL_FAILURE(ReplugAndReopen());
+    // Plugged in again only after the simulator has closed the removed nodes (see UsbGadget.h).
+    ASSERT_TRUE(m_gadget.WaitUntilHostNodesGone(5s)) << "the host still shows the unplugged printer";
+    EXPECT_THROW(m_gateway.Open(m_name), host::PrinterCommunicationException);
+    ASSERT_TRUE(m_gadget.WaitUntilReleased(m_simPid, 5s)) << "qrv-sim still holds the unplugged nodes";
+    m_gadget.Plug();
+    ASSERT_TRUE(m_gadget.WaitForHostNodes(10s)) << "the host did not see the printer again";
+    ASSERT_TRUE(m_gadget.WaitUntilServed(m_simPid, 10s)) << "qrv-sim did not come back";
+    m_gateway.Open(m_name);
     EXPECT_TRUE(Get(printerPath) == bytes) << "the get after the re-plug came back changed";
-    EXPECT_EQ(m_gateway.DeleteFile(printerPath), 0);
-    if (m_gadget.HasHid()) {
-        EXPECT_TRUE(Eventually([] { return vela::test::ThreadCount() == 2; }, 3000))
-            << "no monitor thread after Open";
-    }
-}
-
-TEST_F(GadgetPrinter, UnplugInTheMiddleOfAPutFailsCleanlyAndLeavesNothingOnThePrinter) {
-    const std::wstring printerPath = kJobs + L"/vm-unplug-put.job";
-    const std::vector<uint8_t> bytes = TestBytes(kPutOnBoundary, 5);
-    const std::string file = m_dir.File("put.bin");
-    WriteHostFile(file, bytes);
-
-    LogCapture log;
-    const std::wstring message =
-        FailByUnplug(log, [&] { m_gateway.PutFile(printerPath, StringConverter::FromUtf8(file)); });
-    EXPECT_NE(message.find(L"Unable to write data to UsbPrint device"), std::wstring::npos)
-        << StringConverter::ToUtf8(message);
-    EXPECT_EQ(ReadHostFile(file), bytes);
-
-    ASSERT_NO_FATAL_FAILURE(ReplugAndReopen());
-    // The printer dropped the half-received message, and takes the file whole now.
-    EXPECT_THROW(Get(printerPath), host::FileNotFoundException);
-    Put(printerPath, bytes);
     EXPECT_EQ(m_gateway.DeleteFile(printerPath), 0);
 }
 

@@ -65,7 +65,6 @@ bool IsGadgetNode(const std::string& target) {
 } // namespace
 
 UsbGadget::UsbGadget() {
-    m_vendorId = ReadHex(kGadget + "/idVendor");
     m_productId = ReadHex(kGadget + "/idProduct");
     m_serial = ReadLine(kGadget + "/strings/0x409/serialnumber");
     m_hasHid = Exists(kGadget + "/functions/hid.usb0");

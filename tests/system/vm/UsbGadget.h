@@ -8,17 +8,14 @@
 
 namespace vela::test {
 
-// The virtual USB printer of the VM harness, seen from inside the guest: what the gadget was
-// configured as (configfs), its plug (the UDC binding) and the nodes on both sides.
-//
-// Host side:   /dev/usb/lp0 (usblp), /dev/hidraw0 (hidraw), found by the library through udev.
-// Device side: /dev/g_printer0, /dev/hidg0, served by the simulator.
+// The virtual USB printer of the VM harness, seen from inside the guest: its configuration
+// (configfs), its plug (the UDC binding) and its nodes (host side /dev/usb/lp0 and /dev/hidraw0,
+// device side /dev/g_printer0 and /dev/hidg0, served by the simulator).
 class UsbGadget {
 public:
     // Reads the configuration; throws std::runtime_error outside the harness's guest.
     UsbGadget();
 
-    uint32_t VendorId() const { return m_vendorId; }
     uint32_t ProductId() const { return m_productId; }
     const std::string& Serial() const { return m_serial; }
     bool HasHid() const { return m_hasHid; }
@@ -27,9 +24,8 @@ public:
     // The name discovery gives it without a print queue.
     std::string Name() const { return "VELA QRV " + Model() + " (" + m_serial + ")"; }
 
-    // Unbinds the gadget from its controller: the host sees the printer unplugged at once.
+    // Unbinds the gadget from its controller (the host sees it unplugged at once), or binds it.
     void Unplug() const;
-    // Binds it again: the host enumerates it anew.
     void Plug() const;
     bool IsPlugged() const;
 
@@ -44,7 +40,6 @@ public:
     bool WaitUntilServed(pid_t pid, std::chrono::milliseconds timeout) const;
 
 private:
-    uint32_t m_vendorId = 0;
     uint32_t m_productId = 0;
     std::string m_serial;
     bool m_hasHid = false;

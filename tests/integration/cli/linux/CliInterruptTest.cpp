@@ -1,7 +1,7 @@
 // The executable on a pseudo-terminal (progress bars), stopped by real signals, waiting for a
 // busy printer, and watching a printer that goes away and comes back.
 #include "CliTestSupport.h"
-#include "SpawnedTool.h"
+#include "support/linux/SpawnedProgram.h"
 
 #include "common/StringConverter.h"
 #include "support/TestSupport.h"
@@ -20,8 +20,8 @@ using CliInterrupt = CliTest;
 TEST_F(CliInterrupt, TransfersDrawABarOnATerminal) {
     TempDir host;
     WriteHostFile(host.File("big.bin"), TestBytes(2 << 20, 5));
-    SpawnedTool tool({"put", host.File("big.bin"), "/mnt/data/images/big.bin"},
-                     SpawnedTool::Output::terminal);
+    SpawnedProgram tool(QRVCTL_PATH, {"put", host.File("big.bin"), "/mnt/data/images/big.bin"},
+                        SpawnedProgram::Output::terminal);
     tool.ReadToEnd(30000);
     ASSERT_EQ(tool.Wait(5000), 0) << tool.Out();
     const std::string& text = tool.Out();
@@ -34,8 +34,8 @@ TEST_F(CliInterrupt, TransfersDrawABarOnATerminal) {
 TEST_F(CliInterrupt, ASecondCtrlCQuitsAtOnceAndLeavesNoHostFile) {
     TempDir host;
     Printer().WriteFile("/mnt/data/images/big.bin", TestBytes(48 << 20, 6));
-    SpawnedTool tool({"get", "/mnt/data/images/big.bin", host.File("big.bin")},
-                     SpawnedTool::Output::terminal);
+    SpawnedProgram tool(QRVCTL_PATH, {"get", "/mnt/data/images/big.bin", host.File("big.bin")},
+                        SpawnedProgram::Output::terminal);
     ASSERT_TRUE(tool.ReadUntil("get big.bin  [", 20000)) << tool.Out();
     tool.Signal(SIGINT);
     // Signals sent together arrive as one: the second comes once the first was taken.
@@ -54,8 +54,8 @@ TEST_F(CliInterrupt, ASecondCtrlCQuitsAtOnceAndLeavesNoHostFile) {
 TEST_F(CliInterrupt, TheFirstCtrlCCancelsCleanlyAndThePrinterAnswersAtOnce) {
     TempDir host;
     Printer().WriteFile("/mnt/data/images/big.bin", TestBytes(48 << 20, 7));
-    SpawnedTool tool({"get", "/mnt/data/images/big.bin", host.File("big.bin")},
-                     SpawnedTool::Output::terminal);
+    SpawnedProgram tool(QRVCTL_PATH, {"get", "/mnt/data/images/big.bin", host.File("big.bin")},
+                        SpawnedProgram::Output::terminal);
     ASSERT_TRUE(tool.ReadUntil("get big.bin  [", 20000)) << tool.Out();
     tool.Signal(SIGINT);
     EXPECT_EQ(tool.Wait(10000), 130);
@@ -80,7 +80,7 @@ TEST_F(CliInterrupt, ALockWaitNamesItsHolderAndTheTimeLimitEndsIt) {
 }
 
 TEST_F(CliInterrupt, WatchSaysWhenThePrinterGoesAndComesBack) {
-    SpawnedTool tool({"--json", "status", "--watch"}, SpawnedTool::Output::pipes);
+    SpawnedProgram tool(QRVCTL_PATH, {"--json", "status", "--watch"}, SpawnedProgram::Output::pipes);
     ASSERT_TRUE(tool.ReadUntil("\"event\":\"snapshot\"", 20000)) << tool.Out();
     Printer().SetRebootDelay(std::chrono::milliseconds(3000));
     EXPECT_EQ(RunTool({"reboot"}).code, 0);

@@ -1,10 +1,10 @@
 #include "CliTestSupport.h"
-#include "SpawnedTool.h"
+#include "support/linux/SpawnedProgram.h"
 
 namespace vela::test {
 
 CliResult RunTool(const std::vector<std::string>& arguments, uint32_t timeoutMs) {
-    SpawnedTool tool(arguments, SpawnedTool::Output::pipes);
+    SpawnedProgram tool(QRVCTL_PATH, arguments, SpawnedProgram::Output::pipes);
     CliResult result;
     // Streams that did not end in time: the destructor kills the tool, the code says -1.
     result.code = tool.ReadToEnd(timeoutMs) ? tool.Wait(10000) : -1;

@@ -1,4 +1,4 @@
-#include "SpawnedTool.h"
+#include "support/linux/SpawnedProgram.h"
 
 #include <cerrno>
 #include <chrono>
@@ -7,9 +7,12 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
+#include <spawn.h>
 #include <stdexcept>
 #include <sys/wait.h>
 #include <unistd.h>
+
+extern char** environ;
 
 namespace vela::test {
 
@@ -24,9 +27,10 @@ int MillisecondsUntil(Clock::time_point deadline) {
 
 } // namespace
 
-SpawnedTool::SpawnedTool(const std::vector<std::string>& arguments, Output output) {
+SpawnedProgram::SpawnedProgram(const std::string& program, const std::vector<std::string>& arguments,
+                               Output output) {
     // The argument vector is built before fork: the child of a threaded process may only exec.
-    std::vector<std::string> args{QRVCTL_PATH};
+    std::vector<std::string> args{program};
     args.insert(args.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv;
     for (auto& a : args) {
@@ -38,33 +42,39 @@ SpawnedTool::SpawnedTool(const std::vector<std::string>& arguments, Output outpu
         size.ws_col = 100;
         size.ws_row = 30;
         m_pid = ::forkpty(&m_fds[0], nullptr, nullptr, &size);
-    } else {
-        int out[2], err[2];
-        if (::pipe2(out, O_CLOEXEC) != 0 || ::pipe2(err, O_CLOEXEC) != 0) {
-            throw std::runtime_error(std::string("pipe2: ") + std::strerror(errno));
-        }
-        m_pid = ::fork();
         if (m_pid == 0) {
-            const int null = ::open("/dev/null", O_RDONLY);
-            ::dup2(null, STDIN_FILENO);
-            ::dup2(out[1], STDOUT_FILENO);
-            ::dup2(err[1], STDERR_FILENO);
+            ::execv(argv[0], argv.data());
+            ::_exit(127);
         }
-        ::close(out[1]);
-        ::close(err[1]);
-        m_fds[0] = out[0];
-        m_fds[1] = err[0];
+        if (m_pid < 0) {
+            throw std::runtime_error(std::string("forkpty: ") + std::strerror(errno));
+        }
+        return;
     }
-    if (m_pid == 0) {
-        ::execv(argv[0], argv.data());
-        ::_exit(127);
+    // Close-on-exec pipes: children started later by other threads never inherit them; dup2 in
+    // the file actions clears the flag on the child's copies.
+    int out[2], err[2];
+    if (::pipe2(out, O_CLOEXEC) != 0 || ::pipe2(err, O_CLOEXEC) != 0) {
+        throw std::runtime_error(std::string("pipe2: ") + std::strerror(errno));
     }
-    if (m_pid < 0) {
-        throw std::runtime_error(std::string("fork: ") + std::strerror(errno));
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
+    const int result = ::posix_spawn(&m_pid, argv[0], &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    ::close(out[1]);
+    ::close(err[1]);
+    m_fds[0] = out[0];
+    m_fds[1] = err[0];
+    if (result != 0) {
+        m_pid = -1;
+        throw std::runtime_error("posix_spawn " + program + ": " + std::strerror(result));
     }
 }
 
-SpawnedTool::~SpawnedTool() {
+SpawnedProgram::~SpawnedProgram() {
     if (m_pid > 0 && Wait(0) < 0) {
         ::kill(m_pid, SIGKILL);
         Wait(5000);
@@ -76,7 +86,7 @@ SpawnedTool::~SpawnedTool() {
     }
 }
 
-bool SpawnedTool::ReadSome(int timeoutMs) {
+bool SpawnedProgram::ReadSome(int timeoutMs) {
     pollfd fds[2] = {{m_fds[0], POLLIN, 0}, {m_fds[1], POLLIN, 0}};
     if (m_fds[0] < 0 && m_fds[1] < 0) {
         return false;
@@ -101,7 +111,7 @@ bool SpawnedTool::ReadSome(int timeoutMs) {
     return true;
 }
 
-bool SpawnedTool::ReadUntil(const std::string& part, uint32_t timeoutMs) {
+bool SpawnedProgram::ReadUntil(const std::string& part, uint32_t timeoutMs) {
     const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
     while (m_text[0].find(part) == std::string::npos) {
         if (MillisecondsUntil(deadline) == 0 || !ReadSome(MillisecondsUntil(deadline))) {
@@ -111,14 +121,14 @@ bool SpawnedTool::ReadUntil(const std::string& part, uint32_t timeoutMs) {
     return true;
 }
 
-bool SpawnedTool::ReadToEnd(uint32_t timeoutMs) {
+bool SpawnedProgram::ReadToEnd(uint32_t timeoutMs) {
     const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
     while (MillisecondsUntil(deadline) > 0 && ReadSome(MillisecondsUntil(deadline))) {
     }
     return m_fds[0] < 0 && m_fds[1] < 0;
 }
 
-int SpawnedTool::Wait(uint32_t timeoutMs) {
+int SpawnedProgram::Wait(uint32_t timeoutMs) {
     if (m_pid <= 0) {
         return m_exitCode;
     }
@@ -137,8 +147,10 @@ int SpawnedTool::Wait(uint32_t timeoutMs) {
     }
 }
 
-void SpawnedTool::Signal(int signal) {
-    ::kill(m_pid, signal);
+void SpawnedProgram::Signal(int signal) {
+    if (m_pid > 0) { // never -1 once reaped: that would signal every process
+        ::kill(m_pid, signal);
+    }
 }
 
 } // namespace vela::test

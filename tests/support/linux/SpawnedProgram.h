@@ -8,25 +8,26 @@
 
 namespace vela::test {
 
-// The qrvctl executable started by a test, its output read as it comes: on a new pseudo-terminal
-// of 100 columns (standard output and error both on it), or on two pipes (standard input from
-// /dev/null). The destructor kills it if it still runs.
-class SpawnedTool {
+// A program started by a test, its output read as it comes: on a new pseudo-terminal of 100
+// columns (standard output and error both on it), or on two pipes (standard input from /dev/null).
+// The destructor kills it if it still runs.
+class SpawnedProgram {
 public:
     enum class Output { terminal, pipes };
-    SpawnedTool(const std::vector<std::string>& arguments, Output output);
-    ~SpawnedTool();
-    SpawnedTool(const SpawnedTool&) = delete;
-    SpawnedTool& operator=(const SpawnedTool&) = delete;
+    SpawnedProgram(const std::string& program, const std::vector<std::string>& arguments, Output output);
+    ~SpawnedProgram();
+    SpawnedProgram(const SpawnedProgram&) = delete;
+    SpawnedProgram& operator=(const SpawnedProgram&) = delete;
 
     // Reads until standard output holds `part` (true), or `timeoutMs` passed or the output ended.
     bool ReadUntil(const std::string& part, uint32_t timeoutMs);
     // Reads until both streams ended (true) or `timeoutMs` passed.
     bool ReadToEnd(uint32_t timeoutMs);
+    bool OutputEnded() const { return m_fds[0] < 0; }
     // The exit code (128 + the signal after one), or -1 while it still runs after `timeoutMs`.
     int Wait(uint32_t timeoutMs);
     void Signal(int signal);
-    const std::string& Out() const { return m_text[0]; }
+    std::string& Out() { return m_text[0]; } // the caller may take what it has read
     const std::string& Err() const { return m_text[1]; }
 
 private:
