@@ -1,4 +1,5 @@
 #include "kom/discovery/QRVPrinters.h"
+#include "kom/discovery/linux/PrintSchedulerClient.h"
 #include "kom/discovery/linux/PrintSchedulerQueues.h"
 #include "support/TestSupport.h"
 #include "system/MockedDiscoveryTest.h"
@@ -100,12 +101,15 @@ TEST_F(CupsDiscovery, WithoutASchedulerEveryPrinterGoesByItsFallbackNameQuickly)
 }
 
 // Nobody listens at these servers: what is asked for is the host and port taken from the setting.
+// Without a port the client library's own applies; it keeps what it read first in a process.
 TEST_F(CupsDiscovery, TheServerSettingGivesHostAndPort) {
     for (const auto& [setting, server] : std::vector<std::pair<std::wstring, std::string>>{
-             {L"[::1]:47", "::1:47"}, {L"[::1]", "::1:631"}, {L"localhost:47/version=1.1", "localhost:47"}}) {
+             {L"[::1]:47", "::1:47"}, {L"[::1]", "::1:"}, {L"localhost:47/version=1.1", "localhost:47"}}) {
         ScopedEnvironment scheduler("CUPS_SERVER", setting);
         const PrintSchedulerListing queues = ListPrintSchedulerQueues();
-        EXPECT_EQ(queues.server, server);
+        const bool portGiven = server.back() != ':';
+        EXPECT_EQ(queues.server,
+                  portGiven ? server : server + std::to_string(PrintSchedulerClient::Load().ippPort()));
         EXPECT_FALSE(queues.reachable);
     }
 }

@@ -29,10 +29,6 @@ ConnectedPrinter PrinterNamed(const std::string& name) {
     return printer;
 }
 
-long long MsSince(Clock::time_point start) {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
-}
-
 int Failed(const vela::common::Exception& e) {
     Say("error " + StringConverter::ToUtf8(e.ExceptionName()) + ": " + StringConverter::ToUtf8(e.Message()));
     return 2;
@@ -48,23 +44,6 @@ vela::test::HelperCommand holdLock("hold-lock NAME MS", [](const std::vector<std
     }
     Say("released");
     return 0;
-});
-
-// "trying" as the attempt starts (a process start under wine may take longer than the caller's
-// hold), then "locked <ms>" (exit 0) or "busy <ms> <message>" (exit 1).
-vela::test::HelperCommand tryLock("try-lock NAME", [](const std::vector<std::string>& args) -> int {
-    const auto start = Clock::now();
-    Say("trying");
-    try {
-        PrinterAccessSynchronizer lock(PrinterNamed(args[0]));
-        Say("locked " + std::to_string(MsSince(start)));
-        return 0;
-    } catch (const vela::kom::PrinterBuzyException& e) {
-        Say("busy " + std::to_string(MsSince(start)) + " " + StringConverter::ToUtf8(e.Message()));
-        return 1;
-    } catch (const vela::common::Exception& e) {
-        return Failed(e);
-    }
 });
 
 // Takes and releases the lock N times, owning the marker FOLDER/held while it holds it; "done
