@@ -64,12 +64,15 @@ TEST_F(CliInterrupt, TheFirstCtrlCCancelsCleanlyAndThePrinterAnswersAtOnce) {
     // library ask again, after its drain or a 3 s silence). Not timed: a loaded machine starts
     // processes slowly.
     Printer().ClearRequests();
-    EXPECT_EQ(RunTool({"status"}).code, 0);
+    const CliResult status = RunTool({"status"});
+    EXPECT_EQ(status.code, 0);
     size_t queries = 0;
+    std::string requests;
     for (const auto& request : Printer().Requests()) {
         queries += request.kind == vela::sim::RequestKind::statusQuery ? 1 : 0;
+        requests += request.summary + "\n";
     }
-    EXPECT_EQ(queries, 1u);
+    EXPECT_EQ(queries, 1u) << requests << status.err;
 }
 
 TEST_F(CliInterrupt, ALockWaitNamesItsHolderAndTheTimeLimitEndsIt) {
