@@ -72,6 +72,8 @@ TEST(CInterfaceResultTest, EachFailureKindHasItsCodeNameAndExactLine) {
         EXPECT_STREQ(qrv_result_name(row.code), row.name);
     }
     EXPECT_EQ(qrv_set_log_level(3), QRV_ERROR_INVALID_ARGUMENT); // a real entry point's misuse
+    uint64_t used = 0; // each out-argument is checked before anything is written through one
+    EXPECT_EQ(qrv_get_disk_space(nullptr, nullptr, &used), QRV_ERROR_NULL_ARGUMENT);
     EXPECT_STREQ(qrv_result_name(QRV_OK), "OK");
     EXPECT_STREQ(qrv_result_name(55), "Unknown");
 }
