@@ -124,7 +124,7 @@ TEST(PrintQueueMatcher, AcceptsTheFormsTheBackendWritesAndNothingElse) {
              "USB://vela/qrv%20410?SERIAL=sim0001",
              "usb://VELA/QRV%20410?serial=SIM0001&interface=1",
              "usb://VELA/VELA%20QRV%20410?interface=0&serial=SIM0001",
-             "usb://VELA%20Labels/QRV%20410?serial=%53IM0001",
+             "usb://VELA%20Labels/QRV%20410?serial=%53I%4d0001",
          }) {
         EXPECT_TRUE(printer.Matches(uri)) << uri;
     }
