@@ -31,8 +31,14 @@ protected:
         Printer().ClearRequests();
         log.Clear();
         EXPECT_NO_THROW(Facade().GetPrinterStatus());
-        EXPECT_EQ(Printer().CountRequests(RequestKind::statusQuery), 1u);
-        EXPECT_EQ(log.ContainsSubstring(L"stale bytes"), staleExpected);
+        std::wstring said;
+        for (const auto& line : log.Lines()) {
+            said += line.text + L"\n";
+        }
+        EXPECT_EQ(Printer().CountRequests(RequestKind::statusQuery), 1u)
+            << vela::common::StringConverter::ToUtf8(said);
+        EXPECT_EQ(log.ContainsSubstring(L"stale bytes"), staleExpected)
+            << vela::common::StringConverter::ToUtf8(said);
     }
     // Sets the cancel flag from the progress callback once `after` bytes of the file have moved.
     void CancelAfter(uint64_t after) {
@@ -93,8 +99,9 @@ TEST_F(InterruptedTransfer, AGetterKilledPartWayLeavesNoHostFileAndADeafPrinterN
         ChildProcess getter(
             {"get-file", m_printer.ChannelPath(), m_printer.NameUtf8(), kPrinterFile, dir.File("copy.bin")});
         ASSERT_EQ(getter.ReadLine(), "running");
-        ASSERT_TRUE(
-            Eventually([&] { return Printer().CountRequests(RequestKind::getFileFetch) == 1; }, 20000));
+        // Killed once the reply is flowing: a printer that has not begun to answer yet leaves
+        // nothing to drain, and its late reply is a corrupted header for the next command.
+        ASSERT_EQ(getter.ReadLine(), "receiving");
         getter.Kill();
         getter.Wait();
     }

@@ -1,4 +1,5 @@
-// A process to kill in the middle of a get: says "running", exits 0 when the get succeeded.
+// A process to kill in the middle of a get: says "running", then "receiving" once the first bytes
+// of the file are in, and exits 0 when the get succeeded.
 #include "support/helper/HelperCommand.h"
 
 #include "common/Exception.h"
@@ -18,6 +19,15 @@ vela::test::HelperCommand
         vela::kom::QRVDevice device(vela::kom::ConnectedPrinter{
             0x0922, 0x0025, StringConverter::FromUtf8(args[0]), StringConverter::FromUtf8(args[1])});
         std::printf("running\n");
+        std::fflush(stdout);
+        bool said = false;
+        device.SetProgressCallback([&said](uint64_t done, uint64_t) {
+            if (done > 0 && !said) {
+                said = true;
+                std::printf("receiving\n");
+                std::fflush(stdout);
+            }
+        });
         try {
             return device.GetFile(StringConverter::FromUtf8(args[2]), StringConverter::FromUtf8(args[3])) == 0
                        ? 0
