@@ -44,7 +44,7 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/QRVCommunicationLibraryConfig.cmake
 if(WIN32)
     set(QRV_PC_LIBS_PRIVATE "-lsetupapi -lhid -lwinspool -ladvapi32 -lcfgmgr32 -lstdc++")
 else()
-    set(QRV_PC_LIBS_PRIVATE "-lcrypto -ludev -ldl -lstdc++ -lm -pthread")
+    set(QRV_PC_LIBS_PRIVATE "-ludev -ldl -lstdc++ -lm -pthread")
 endif()
 install(CODE "
     set(QRV_PC_PREFIX \"\${CMAKE_INSTALL_PREFIX}\")

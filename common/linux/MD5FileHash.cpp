@@ -8,8 +8,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <openssl/evp.h>
+#include <string>
 #include <unistd.h>
 
 namespace vela::common {
@@ -28,15 +30,63 @@ EVP_MD_CTX* Context(uintptr_t handle) {
     LogAndThrow(MD5Exception(Format(format, static_cast<int32_t>(code)), source));
 }
 
+// libcrypto is loaded on the first digest, not at the start of every program that links the
+// library: only a put needs it, and loading and binding it costs more than a whole status
+// command of the tool. It stays loaded for the life of the process.
+struct Crypto {
+    decltype(&EVP_MD_CTX_new) contextNew = nullptr;
+    decltype(&EVP_MD_CTX_free) contextFree = nullptr;
+    decltype(&EVP_md5) md5 = nullptr;
+    decltype(&EVP_DigestInit_ex) init = nullptr;
+    decltype(&EVP_DigestUpdate) update = nullptr;
+    decltype(&EVP_DigestFinal_ex) final = nullptr;
+    std::string problem; // empty when every entry was found
+
+    static const Crypto& Load() {
+        static const Crypto crypto; // thread-safe, once per process
+        return crypto;
+    }
+
+private:
+    static constexpr const char* kLibrary = "libcrypto.so.3";
+
+    Crypto() {
+        void* library = ::dlopen(kLibrary, RTLD_NOW | RTLD_LOCAL);
+        if (library == nullptr) {
+            const char* reason = ::dlerror();
+            problem = std::string(kLibrary) + " cannot be loaded (" +
+                      (reason != nullptr ? reason : "not found") +
+                      "); install OpenSSL's libcrypto (the package libssl3) to put files on a printer";
+            return;
+        }
+        Resolve(library, "EVP_MD_CTX_new", contextNew);
+        Resolve(library, "EVP_MD_CTX_free", contextFree);
+        Resolve(library, "EVP_md5", md5);
+        Resolve(library, "EVP_DigestInit_ex", init);
+        Resolve(library, "EVP_DigestUpdate", update);
+        Resolve(library, "EVP_DigestFinal_ex", final);
+    }
+    template <class F> void Resolve(void* library, const char* name, F& entry) {
+        entry = reinterpret_cast<F>(::dlsym(library, name));
+        if (entry == nullptr && problem.empty()) {
+            problem = std::string(kLibrary) + " lacks " + name;
+        }
+    }
+};
+
 } // namespace
 
 MD5FileHash::MD5FileHash() {
-    EVP_MD_CTX* context = EVP_MD_CTX_new();
+    const Crypto& crypto = Crypto::Load();
+    if (!crypto.problem.empty()) {
+        LogAndThrow(MD5Exception(StringConverter::FromUtf8(crypto.problem), L"MD5FileHash::MD5FileHash()"));
+    }
+    EVP_MD_CTX* context = crypto.contextNew();
     if (context == nullptr) {
         Fail(L"EVP_MD_CTX_new() failed rc = %d", ENOMEM, L"MD5FileHash::MD5FileHash()");
     }
-    if (EVP_DigestInit_ex(context, EVP_md5(), nullptr) != 1) {
-        EVP_MD_CTX_free(context);
+    if (crypto.init(context, crypto.md5(), nullptr) != 1) {
+        crypto.contextFree(context);
         Fail(L"EVP_DigestInit_ex() failed rc = %d", EINVAL, L"MD5FileHash::MD5FileHash()");
     }
     m_provider = 1; // libcrypto needs no provider context of its own
@@ -45,7 +95,7 @@ MD5FileHash::MD5FileHash() {
 
 MD5FileHash::~MD5FileHash() {
     if (m_hash != 0) {
-        EVP_MD_CTX_free(Context(m_hash));
+        Crypto::Load().contextFree(Context(m_hash));
     }
 }
 
@@ -74,7 +124,7 @@ bool MD5FileHash::GetHash(const std::wstring& path, std::vector<uint8_t>& digest
         for (size_t at = 0; at < static_cast<size_t>(got); at += kUpdateSize) {
             const size_t piece = std::min(kUpdateSize, static_cast<size_t>(got) - at);
             // One object digests one file: once finished, the hash refuses more data.
-            if (m_finalised || EVP_DigestUpdate(Context(m_hash), block.data() + at, piece) != 1) {
+            if (m_finalised || Crypto::Load().update(Context(m_hash), block.data() + at, piece) != 1) {
                 Fail(L"EVP_DigestUpdate() failed rc = %d", kBadHashState, L"MD5FileHash::GetHash()");
             }
         }
@@ -82,7 +132,7 @@ bool MD5FileHash::GetHash(const std::wstring& path, std::vector<uint8_t>& digest
     if (!m_finalised) {
         unsigned int length = 0;
         m_value.resize(16);
-        if (EVP_DigestFinal_ex(Context(m_hash), m_value.data(), &length) != 1 || length != 16) {
+        if (Crypto::Load().final(Context(m_hash), m_value.data(), &length) != 1 || length != 16) {
             Fail(L"EVP_DigestFinal_ex() failed rc = %d", kBadHashState, L"MD5FileHash::GetHash()");
         }
         m_finalised = true;
