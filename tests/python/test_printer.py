@@ -121,6 +121,16 @@ def test_events_arrive_while_another_call_runs(
 
 
 def test_ctrl_c_cancels_a_get(printer: qrv.Printer, tmp_path: Path) -> None:
+    # Ctrl+C as at a terminal: a program started in the background of a script inherits SIGINT
+    # ignored, and no Ctrl+C ever reaches it.
+    previous = signal.signal(signal.SIGINT, signal.default_int_handler)
+    try:
+        ctrl_c_cancels_a_get(printer, tmp_path)
+    finally:
+        signal.signal(signal.SIGINT, previous)
+
+
+def ctrl_c_cancels_a_get(printer: qrv.Printer, tmp_path: Path) -> None:
     data = os.urandom(4 * 1024 * 1024)
     (tmp_path / "big.bin").write_bytes(data)
     printer.put(tmp_path / "big.bin", JOBS / "big.job")
