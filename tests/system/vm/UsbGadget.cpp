@@ -8,6 +8,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <fstream>
+#include <functional>
 #include <stdexcept>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -39,6 +40,10 @@ bool Exists(const std::string& path) {
     return ::stat(path.c_str(), &st) == 0;
 }
 
+bool Within(std::chrono::milliseconds timeout, const std::function<bool()>& condition) {
+    return Eventually(condition, static_cast<uint32_t>(timeout.count()));
+}
+
 void WriteUdc(const std::string& value) {
     // A write of zero bytes is refused (EFAULT): unbinding takes a lone newline.
     const std::string text = value + "\n";
@@ -52,10 +57,6 @@ void WriteUdc(const std::string& value) {
     if (n != static_cast<ssize_t>(text.size())) {
         throw std::runtime_error("write '" + value + "' to UDC: " + std::strerror(error));
     }
-}
-
-uint32_t Ms(std::chrono::milliseconds timeout) {
-    return static_cast<uint32_t>(timeout.count());
 }
 
 bool IsGadgetNode(const std::string& target) {
@@ -86,31 +87,27 @@ bool UsbGadget::IsPlugged() const {
 }
 
 bool UsbGadget::WaitForHostNodes(std::chrono::milliseconds timeout) const {
-    return Eventually([&] { return Exists("/dev/usb/lp0") && (!m_hasHid || Exists("/dev/hidraw0")); },
-                      Ms(timeout));
+    return Within(timeout, [&] { return Exists("/dev/usb/lp0") && (!m_hasHid || Exists("/dev/hidraw0")); });
 }
 
 bool UsbGadget::WaitUntilHostNodesGone(std::chrono::milliseconds timeout) const {
-    return Eventually([&] { return !Exists("/dev/usb/lp0") && !Exists("/dev/hidraw0"); }, Ms(timeout));
+    return Within(timeout, [&] { return !Exists("/dev/usb/lp0") && !Exists("/dev/hidraw0"); });
 }
 
 bool UsbGadget::WaitUntilReleased(pid_t pid, std::chrono::milliseconds timeout) const {
-    const auto holdsRemovedNode = [pid] {
+    return Within(timeout, [pid] {
         const std::vector<std::string> files = OpenFiles(pid);
-        return std::any_of(files.begin(), files.end(), [](const std::string& target) {
+        return std::none_of(files.begin(), files.end(), [](const std::string& target) {
             return IsGadgetNode(target) && target.find(" (deleted)") != std::string::npos;
         });
-    };
-    return Eventually([&] { return !holdsRemovedNode(); }, Ms(timeout));
+    });
 }
 
 bool UsbGadget::WaitUntilServed(pid_t pid, std::chrono::milliseconds timeout) const {
-    return Eventually(
-        [pid] {
-            const std::vector<std::string> files = OpenFiles(pid);
-            return std::find(files.begin(), files.end(), kPrinterNode) != files.end();
-        },
-        Ms(timeout));
+    return Within(timeout, [pid] {
+        const std::vector<std::string> files = OpenFiles(pid);
+        return std::find(files.begin(), files.end(), kPrinterNode) != files.end();
+    });
 }
 
 std::vector<std::string> OpenFiles(pid_t pid) {
