@@ -1,5 +1,4 @@
-// The completion poll over any answers: it must end with a result, -1 or a typed failure, and
-// never poll more than its tick budget allows.
+// The completion poll ends with a result, -1 or a typed failure, within its tick budget.
 
 #include "FuzzSupport.h"
 

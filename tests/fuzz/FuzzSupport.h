@@ -1,7 +1,7 @@
 #pragma once
 
 // The scripted printer fed from the fuzzer's input, the real protocol template over it, and checks
-// that turn a broken promise of the library into a crash the fuzzer reports.
+// that turn a broken promise into a crash.
 #include "common/Exception.h"
 #include "common/StringConverter.h"
 #include "kom/device/PrinterDeviceFileSystem.ipp"
@@ -15,11 +15,10 @@
 
 namespace vela::fuzz {
 
-// Logging off (it would drown the fuzzer's output) and the fixed pauses instant. Idempotent.
+// Logging off and the fixed pauses instant. Idempotent.
 void Initialize();
 
-// A heap copy of exactly `size` bytes: a parser that reads one byte past the end of what it was
-// given trips AddressSanitizer instead of reading the fuzzer's larger buffer.
+// A heap copy of exactly `size` bytes, so that a read past the end trips AddressSanitizer.
 class ExactBytes {
 public:
     ExactBytes(const uint8_t* data, size_t size);
@@ -37,7 +36,6 @@ using FuzzDevice = vela::kom::PrinterDeviceBase<vela::test::FakeTransport, vela:
 
 FuzzDevice& Device();
 
-// Aborts, so that the fuzzer keeps the input.
 [[noreturn]] void Fail(const char* what);
 inline void Check(bool condition, const char* what) {
     if (!condition) {
@@ -45,9 +43,8 @@ inline void Check(bool condition, const char* what) {
     }
 }
 
-// The first input byte limits each raw read (0: no limit), the rest is what the printer sends
-// before it falls silent. Only the library's own exception kinds may leave; afterwards the lock
-// is free and every transport closed. Returns true when the operation succeeded.
+// The first input byte limits each raw read (0: none), the rest is what the printer sends. Only
+// the library's exceptions may leave; the lock must be free and every transport closed after.
 template <class Operation> bool RunOperation(const uint8_t* data, size_t size, Operation&& operation) {
     vela::test::FakePrinter printer;
     if (size > 1) {

@@ -1,5 +1,5 @@
-// The file reply, checked alone, through SaveFile and through GetFile: a host file that existed
-// is either replaced by exactly the declared bytes or left as it was, with no temporary beside it.
+// The file reply alone, through SaveFile and GetFile: a host file is replaced by exactly the
+// declared bytes or left as it was, with no temporary beside it.
 
 #include "FuzzSupport.h"
 
@@ -42,7 +42,6 @@ void ResetTarget(const fs::path& target) {
                static_cast<std::streamsize>(kOriginal.size()));
 }
 
-// Only the target may be in the folder: a temporary file left behind is a leak on the host.
 void CheckNothingElse(const fs::path& target) {
     for (const auto& entry : fs::directory_iterator(Folder())) {
         Check(entry.path() == target, "a temporary file was left beside the host file");

@@ -1,5 +1,4 @@
-// A run of 8-byte HID status reports as the monitor thread handles them, told to a listener that
-// converts them as the gateway does (a trailing piece is dropped, as the reader refuses it).
+// 8-byte HID status reports as the monitor thread handles them, told to a converting listener.
 
 #include "FuzzSupport.h"
 

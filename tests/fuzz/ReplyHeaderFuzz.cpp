@@ -24,8 +24,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     RunParser([&] { vela::kom::AnnouncedPayloadLength(header, L"fuzz"); });
 
-    // Through the channel: the same header read by the protocol object, then the purge that
-    // follows a wrong-sized reply. The purge must swallow every failure of the library's kinds.
+    // The same header through the channel, then the purge, which must swallow the library's failures.
     uint32_t length = 0;
     const bool read = RunOperation(data, size, [&](FuzzDevice& device) {
         vela::test::FakeTransport transport(L"fuzz-channel");

@@ -1,5 +1,4 @@
-// The status reply and block, parsed alone and through GetStatus (the decoder's accepted values
-// are checked bit by bit in PrinterStatusTest).
+// The status reply and block, parsed alone and through GetStatus.
 
 #include "FuzzSupport.h"
 
