@@ -12,7 +12,7 @@ using vela::kom::CompletionReply;
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Initialize();
     const ExactBytes payload = PayloadAfterHeader(data, size);
-    const CompletionReply reply = vela::kom::ParseCompletionReply(ByteView(payload.Data(), payload.Size()));
+    const CompletionReply reply = vela::kom::ParseCompletionReply(ByteView(payload.data(), payload.size()));
     if (reply.state == CompletionReply::State::finished) {
         RunParser([&] { vela::kom::CompletionResult(reply.result); });
     }

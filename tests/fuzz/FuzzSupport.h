@@ -10,7 +10,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <vector>
 
 namespace vela::fuzz {
@@ -18,18 +17,9 @@ namespace vela::fuzz {
 // Logging off and the fixed pauses instant. Idempotent.
 void Initialize();
 
-// A heap copy of exactly `size` bytes, so that a read past the end trips AddressSanitizer.
-class ExactBytes {
-public:
-    ExactBytes(const uint8_t* data, size_t size);
-    const uint8_t* Data() const { return m_bytes.get(); }
-    size_t Size() const { return m_size; }
-    std::vector<uint8_t> ToVector() const;
-
-private:
-    std::unique_ptr<uint8_t[]> m_bytes;
-    size_t m_size;
-};
+// A heap copy of exactly the bytes given (a vector built from a range has no spare capacity), so
+// that a read past the end trips AddressSanitizer.
+using ExactBytes = std::vector<uint8_t>;
 
 using FuzzDevice = vela::kom::PrinterDeviceBase<vela::test::FakeTransport, vela::test::NoOpSynchronizer,
                                                 vela::common::StringConverter>;
@@ -72,7 +62,8 @@ template <class Parse> bool RunParser(Parse&& parse) {
     }
 }
 
-// The bytes after the control byte and the 7-byte reply header (empty when the input is shorter).
+// The bytes after the control byte, and after the 7-byte reply header too (empty when shorter).
+ExactBytes AfterControlByte(const uint8_t* data, size_t size);
 ExactBytes PayloadAfterHeader(const uint8_t* data, size_t size);
 
 } // namespace vela::fuzz

@@ -57,20 +57,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     // The pure check: a length it accepts lies inside the reply.
     const ExactBytes payload = PayloadAfterHeader(data, size);
-    const auto length = vela::kom::FileDataLength(payload.Data(), payload.Size(), payload.Size());
+    const auto length = vela::kom::FileDataLength(payload.data(), payload.size(), payload.size());
     if (length) {
-        Check(uint64_t(*length) + vela::kom::kFileReplyDataOffset <= payload.Size(),
+        Check(uint64_t(*length) + vela::kom::kFileReplyDataOffset <= payload.size(),
               "a data length past the reply");
     }
 
     // SaveFile with the payload as the reply.
     ResetTarget(target);
     const bool saved =
-        RunOperation(data, size, [&](FuzzDevice& device) { device.SaveFile(hostFile, payload.ToVector()); });
+        RunOperation(data, size, [&](FuzzDevice& device) { device.SaveFile(hostFile, payload); });
     const std::vector<uint8_t> afterSave = ReadAll(target);
     if (saved) {
         Check(length.has_value(), "SaveFile accepted a reply the length check refuses");
-        const uint8_t* begin = payload.Data() + vela::kom::kFileReplyDataOffset;
+        const uint8_t* begin = payload.data() + vela::kom::kFileReplyDataOffset;
         Check(afterSave == std::vector<uint8_t>(begin, begin + *length),
               "SaveFile wrote other bytes than declared");
     } else {

@@ -44,9 +44,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     PrinterStatusThread::Report previous{};
     for (size_t offset = 0; offset + 8 <= size; offset += 8) {
-        const ExactBytes bytes(data + offset, 8);
+        const ExactBytes bytes(data + offset, data + offset + 8);
         PrinterStatusThread::Report report;
-        std::memcpy(report.data(), bytes.Data(), 8);
+        std::memcpy(report.data(), bytes.data(), 8);
         const bool repeated = report == previous && report[PrinterStatusThread::kFirmwareMarkerIndex] !=
                                                         PrinterStatusThread::kFirmwareMarker;
         const int changesBefore = listener.changes;
