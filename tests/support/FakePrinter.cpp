@@ -15,9 +15,7 @@ FakePrinter::FakePrinter() {
     g_current = this;
 }
 FakePrinter::~FakePrinter() {
-    if (g_current == this) {
-        g_current = nullptr;
-    }
+    g_current = g_current == this ? nullptr : g_current;
 }
 
 FakePrinter& FakePrinter::Current() {
@@ -75,16 +73,15 @@ uint32_t FakePrinter::RawWrite(const uint8_t* data, uint32_t length) {
 
 uint32_t FakePrinter::RawRead(uint8_t* buffer, uint32_t capacity) {
     ++m_rawReads;
-    if (m_steps.empty()) {
+    if (m_steps.empty() ||
+        m_steps.front().kind == Step::Kind::failure) { // a silent printer, or a scripted failure
+        if (!m_steps.empty()) {
+            m_steps.pop_front();
+        }
         throw vela::common::UsbPrintDeviceReadException(L"Unable to read data from UsbPrint device, timeout",
                                                         L"UsbPrintDevice::ReadBytes()");
     }
     Step& step = m_steps.front();
-    if (step.kind == Step::Kind::failure) {
-        m_steps.pop_front();
-        throw vela::common::UsbPrintDeviceReadException(L"Unable to read data from UsbPrint device, timeout",
-                                                        L"UsbPrintDevice::ReadBytes()");
-    }
     uint32_t n = static_cast<uint32_t>(std::min<size_t>(capacity, step.bytes.size()));
     if (m_rawReadLimit != 0 && step.kind != Step::Kind::chunk) {
         n = std::min(n, m_rawReadLimit);
