@@ -32,8 +32,7 @@ protected:
 
 } // namespace
 
-// A scheduler of the test's own: its listing as reported (order, URIs, the remote bit), and
-// discovery naming each printer after its first local queue, whatever form its URI takes.
+// The scheduler's listing as reported, and each printer named after its first local queue.
 TEST_F(CupsDiscovery, QueuesOfTheSchedulerNameTheirPrinters) {
     PrivateCupsd cupsd(PrivateCupsd::Queues{{"Zentrale", "usb://VELA/QRV%20410?serial=SIM0001"}});
     std::string problem;
@@ -100,8 +99,7 @@ TEST_F(CupsDiscovery, WithoutASchedulerEveryPrinterGoesByItsFallbackNameQuickly)
     EXPECT_FALSE(printers.ListPrinters().at(0).hasQueue);
 }
 
-// Nobody listens at these servers: what is asked for is the host and port taken from the setting.
-// Without a port the client library's own applies; it keeps what it read first in a process.
+// Nobody listens there: the host and port asked for come from the setting, else the library's port.
 TEST_F(CupsDiscovery, TheServerSettingGivesHostAndPort) {
     for (const auto& [setting, server] : std::vector<std::pair<std::wstring, std::string>>{
              {L"[::1]:47", "::1:47"}, {L"[::1]", "::1:"}, {L"localhost:47/version=1.1", "localhost:47"}}) {

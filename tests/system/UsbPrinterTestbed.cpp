@@ -11,7 +11,7 @@ namespace vela::test {
 
 namespace {
 
-// Name-value pairs as the null-ended list umockdev takes, leaving out the pairs without a value.
+// The null-ended list umockdev takes, without the pairs that have no value.
 std::vector<gchar*> PairList(std::vector<std::string>& pairs) {
     std::vector<gchar*> list;
     for (size_t i = 0; i + 1 < pairs.size(); i += 2) {
