@@ -22,12 +22,14 @@ public:
 
     static FakePrinter& Current(); // the live one; aborts the test when there is none
 
-    void QueueBytes(const std::vector<uint8_t>& bytes);
+    void QueueBytes(const std::vector<uint8_t>& bytes) { m_steps.push_back({Step::Kind::bytes, bytes}); }
     void QueueReply(const std::vector<uint8_t>& payload, uint8_t group = 0x60, uint8_t unit = 0x04);
     // Exactly one raw read returns this chunk (a short read).
-    void QueueRawRead(const std::vector<uint8_t>& chunk);
-    void QueueReadFailure();
-    void QueueCompletion(uint8_t progress, uint8_t result = 0);
+    void QueueRawRead(const std::vector<uint8_t>& chunk) { m_steps.push_back({Step::Kind::chunk, chunk}); }
+    void QueueReadFailure() { m_steps.push_back({Step::Kind::failure, {}}); }
+    void QueueCompletion(uint8_t progress, uint8_t result = 0) {
+        QueueReply({0x00, 0x80, progress, 0x00, result});
+    }
     // The next WriteBytes call stops after `count` bytes (a channel that gave up part-way).
     void TruncateNextWrite(uint32_t count) { m_truncateWrite = count; }
     // Every raw read hands out at most `maxBytes` of the queued bytes (0: as many as asked for).
@@ -90,8 +92,14 @@ public:
     ~NoOpSynchronizer() { --Held(); }
     NoOpSynchronizer(const NoOpSynchronizer&) = delete;
     NoOpSynchronizer& operator=(const NoOpSynchronizer&) = delete;
-    static int& Held();  // currently held (0 after every operation)
-    static int& Taken(); // times taken since the last Reset
+    static int& Held() { // currently held (0 after every operation)
+        static int held = 0;
+        return held;
+    }
+    static int& Taken() { // times taken since the last Reset
+        static int taken = 0;
+        return taken;
+    }
     static void Reset() { Held() = 0, Taken() = 0; }
 };
 
