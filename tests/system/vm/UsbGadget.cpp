@@ -3,10 +3,7 @@
 #include "support/TestSupport.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <dirent.h>
-#include <fcntl.h>
 #include <fstream>
 #include <functional>
 #include <stdexcept>
@@ -45,17 +42,11 @@ bool Within(std::chrono::milliseconds timeout, const std::function<bool()>& cond
 }
 
 void WriteUdc(const std::string& value) {
-    // A write of zero bytes is refused (EFAULT): unbinding takes a lone newline.
-    const std::string text = value + "\n";
-    int fd = ::open((kGadget + "/UDC").c_str(), O_WRONLY | O_CLOEXEC);
-    if (fd < 0) {
-        throw std::runtime_error("open UDC: " + std::string(std::strerror(errno)));
-    }
-    ssize_t n = ::write(fd, text.data(), text.size());
-    int error = errno;
-    ::close(fd);
-    if (n != static_cast<ssize_t>(text.size())) {
-        throw std::runtime_error("write '" + value + "' to UDC: " + std::strerror(error));
+    std::ofstream udc(kGadget + "/UDC", std::ios::app); // never truncated
+    udc << value << "\n"
+        << std::flush; // one write: a write of zero bytes is refused, unbinding takes a lone newline
+    if (!udc) {
+        throw std::runtime_error("write '" + value + "' to UDC failed");
     }
 }
 
