@@ -1,5 +1,4 @@
-// The completion poll over any answers: it must end with a result, -1 or a typed failure, and
-// never poll more than its tick budget allows.
+// The completion poll ends with a result, -1 or a typed failure, within its tick budget.
 
 #include "FuzzSupport.h"
 
@@ -13,7 +12,7 @@ using vela::kom::CompletionReply;
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Initialize();
     const ExactBytes payload = PayloadAfterHeader(data, size);
-    const CompletionReply reply = vela::kom::ParseCompletionReply(ByteView(payload.Data(), payload.Size()));
+    const CompletionReply reply = vela::kom::ParseCompletionReply(ByteView(payload.data(), payload.size()));
     if (reply.state == CompletionReply::State::finished) {
         RunParser([&] { vela::kom::CompletionResult(reply.result); });
     }

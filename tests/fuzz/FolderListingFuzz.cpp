@@ -9,16 +9,16 @@ using namespace vela::fuzz;
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Initialize();
     // The listing text alone: everything after the control byte.
-    const ExactBytes text(size ? data + 1 : data, size ? size - 1 : 0);
+    const ExactBytes text = AfterControlByte(data, size);
     RunParser([&] {
-        const auto entries = vela::kom::ParseFolderListing(text.Data(), text.Size(), L"fuzz");
+        const auto entries = vela::kom::ParseFolderListing(text.data(), text.size(), L"fuzz");
         for (const auto& entry : entries) {
             Check(entry.isFile || entry.size == 0, "a directory with a size");
-            Check(entry.name.size() < text.Size(), "an entry name longer than the text");
+            Check(entry.name.size() < text.size(), "an entry name longer than the text");
         }
     });
-    if (text.Size() > 0) {
-        (void)vela::kom::ParseListingSize(reinterpret_cast<const char*>(text.Data()), text.Size());
+    if (text.size() > 0) {
+        (void)vela::kom::ParseListingSize(reinterpret_cast<const char*>(text.data()), text.size());
     }
 
     RunOperation(data, size, [](FuzzDevice& device) {

@@ -5,7 +5,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 namespace vela::fuzz {
 
@@ -18,20 +17,12 @@ void Initialize() {
     (void)done;
 }
 
-ExactBytes::ExactBytes(const uint8_t* data, size_t size)
-    : m_bytes(size ? new uint8_t[size] : nullptr), m_size(size) {
-    if (size) {
-        std::memcpy(m_bytes.get(), data, size);
-    }
-}
-
-std::vector<uint8_t> ExactBytes::ToVector() const {
-    return std::vector<uint8_t>(m_bytes.get(), m_bytes.get() + m_size);
+ExactBytes AfterControlByte(const uint8_t* data, size_t size) {
+    return size > 1 ? ExactBytes(data + 1, data + size) : ExactBytes();
 }
 
 ExactBytes PayloadAfterHeader(const uint8_t* data, size_t size) {
-    constexpr size_t kSkip = 1 + 7;
-    return size > kSkip ? ExactBytes(data + kSkip, size - kSkip) : ExactBytes(nullptr, 0);
+    return size > 8 ? ExactBytes(data + 8, data + size) : ExactBytes();
 }
 
 FuzzDevice& Device() {

@@ -1,7 +1,7 @@
 #pragma once
 
 // The scripted printer fed from the fuzzer's input, the real protocol template over it, and checks
-// that turn a broken promise of the library into a crash the fuzzer reports.
+// that turn a broken promise into a crash.
 #include "common/Exception.h"
 #include "common/StringConverter.h"
 #include "kom/device/PrinterDeviceFileSystem.ipp"
@@ -10,34 +10,22 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <vector>
 
 namespace vela::fuzz {
 
-// Logging off (it would drown the fuzzer's output) and the fixed pauses instant. Idempotent.
+// Logging off and the fixed pauses instant. Idempotent.
 void Initialize();
 
-// A heap copy of exactly `size` bytes: a parser that reads one byte past the end of what it was
-// given trips AddressSanitizer instead of reading the fuzzer's larger buffer.
-class ExactBytes {
-public:
-    ExactBytes(const uint8_t* data, size_t size);
-    const uint8_t* Data() const { return m_bytes.get(); }
-    size_t Size() const { return m_size; }
-    std::vector<uint8_t> ToVector() const;
-
-private:
-    std::unique_ptr<uint8_t[]> m_bytes;
-    size_t m_size;
-};
+// A heap copy of exactly the bytes given (a vector built from a range has no spare capacity), so
+// that a read past the end trips AddressSanitizer.
+using ExactBytes = std::vector<uint8_t>;
 
 using FuzzDevice = vela::kom::PrinterDeviceBase<vela::test::FakeTransport, vela::test::NoOpSynchronizer,
                                                 vela::common::StringConverter>;
 
 FuzzDevice& Device();
 
-// Aborts, so that the fuzzer keeps the input.
 [[noreturn]] void Fail(const char* what);
 inline void Check(bool condition, const char* what) {
     if (!condition) {
@@ -45,9 +33,8 @@ inline void Check(bool condition, const char* what) {
     }
 }
 
-// The first input byte limits each raw read (0: no limit), the rest is what the printer sends
-// before it falls silent. Only the library's own exception kinds may leave; afterwards the lock
-// is free and every transport closed. Returns true when the operation succeeded.
+// The first input byte limits each raw read (0: none), the rest is what the printer sends. Only
+// the library's exceptions may leave; the lock must be free and every transport closed after.
 template <class Operation> bool RunOperation(const uint8_t* data, size_t size, Operation&& operation) {
     vela::test::FakePrinter printer;
     if (size > 1) {
@@ -75,7 +62,8 @@ template <class Parse> bool RunParser(Parse&& parse) {
     }
 }
 
-// The bytes after the control byte and the 7-byte reply header (empty when the input is shorter).
+// The bytes after the control byte, and after the 7-byte reply header too (empty when shorter).
+ExactBytes AfterControlByte(const uint8_t* data, size_t size);
 ExactBytes PayloadAfterHeader(const uint8_t* data, size_t size);
 
 } // namespace vela::fuzz

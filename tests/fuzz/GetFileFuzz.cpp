@@ -1,13 +1,12 @@
-// The file reply, checked alone, through SaveFile and through GetFile: a host file that existed
-// is either replaced by exactly the declared bytes or left as it was, with no temporary beside it.
+// The file reply alone, through SaveFile and GetFile: a host file is replaced by exactly the
+// declared bytes or left as it was, with no temporary beside it.
 
 #include "FuzzSupport.h"
 
 #include "kom/filesystem/FileDataReply.h"
+#include "support/TestSupport.h"
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <system_error>
 #include <unistd.h>
@@ -20,74 +19,61 @@ namespace {
 const std::vector<uint8_t> kOriginal{'o', 'r', 'i', 'g', 'i', 'n', 'a', 'l'};
 
 // A private folder on a memory file system where there is one (the host writer flushes to disk).
-const fs::path& Folder() {
-    static const fs::path folder = [] {
+const std::string& Folder() {
+    static const std::string folder = [] {
         std::error_code ec;
         fs::path base = fs::is_directory("/dev/shm", ec) ? fs::path("/dev/shm") : fs::temp_directory_path();
         fs::path dir = base / ("qrv-fuzz-get-" + std::to_string(::getpid()));
         fs::create_directories(dir);
-        return dir;
+        return dir.string();
     }();
     return folder;
 }
 
-std::vector<uint8_t> ReadAll(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-void ResetTarget(const fs::path& target) {
-    std::ofstream(target, std::ios::binary | std::ios::trunc)
-        .write(reinterpret_cast<const char*>(kOriginal.data()),
-               static_cast<std::streamsize>(kOriginal.size()));
-}
-
-// Only the target may be in the folder: a temporary file left behind is a leak on the host.
-void CheckNothingElse(const fs::path& target) {
-    for (const auto& entry : fs::directory_iterator(Folder())) {
-        Check(entry.path() == target, "a temporary file was left beside the host file");
-    }
+void CheckNothingElse() {
+    Check(vela::test::ListDirectory(Folder()) == std::vector<std::string>{"received.bin"},
+          "a temporary file was left beside the host file");
 }
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Initialize();
-    const fs::path target = Folder() / "received.bin";
-    const std::wstring hostFile = target.wstring();
+    const std::string target = Folder() + "/received.bin";
+    const std::wstring hostFile = fs::path(target).wstring();
 
     // The pure check: a length it accepts lies inside the reply.
     const ExactBytes payload = PayloadAfterHeader(data, size);
-    const auto length = vela::kom::FileDataLength(payload.Data(), payload.Size(), payload.Size());
+    const auto length = vela::kom::FileDataLength(payload.data(), payload.size(), payload.size());
     if (length) {
-        Check(uint64_t(*length) + vela::kom::kFileReplyDataOffset <= payload.Size(),
+        Check(uint64_t(*length) + vela::kom::kFileReplyDataOffset <= payload.size(),
               "a data length past the reply");
     }
 
     // SaveFile with the payload as the reply.
-    ResetTarget(target);
+    vela::test::WriteHostFile(target, kOriginal);
     const bool saved =
-        RunOperation(data, size, [&](FuzzDevice& device) { device.SaveFile(hostFile, payload.ToVector()); });
-    const std::vector<uint8_t> afterSave = ReadAll(target);
+        RunOperation(data, size, [&](FuzzDevice& device) { device.SaveFile(hostFile, payload); });
+    const std::vector<uint8_t> afterSave = vela::test::ReadHostFile(target);
     if (saved) {
         Check(length.has_value(), "SaveFile accepted a reply the length check refuses");
-        const uint8_t* begin = payload.Data() + vela::kom::kFileReplyDataOffset;
+        const uint8_t* begin = payload.data() + vela::kom::kFileReplyDataOffset;
         Check(afterSave == std::vector<uint8_t>(begin, begin + *length),
               "SaveFile wrote other bytes than declared");
     } else {
         Check(afterSave == kOriginal, "a failed SaveFile changed the host file");
     }
-    CheckNothingElse(target);
+    CheckNothingElse();
 
     // GetFile through the channel.
-    ResetTarget(target);
+    vela::test::WriteHostFile(target, kOriginal);
     int32_t result = 0;
     const bool got = RunOperation(
         data, size, [&](FuzzDevice& device) { result = device.GetFile(L"/fuzz/file.bin", hostFile); });
-    const std::vector<uint8_t> afterGet = ReadAll(target);
+    const std::vector<uint8_t> afterGet = vela::test::ReadHostFile(target);
     if (!got || result != 0) {
         Check(afterGet == kOriginal, "a failed or refused get changed the host file");
     }
-    CheckNothingElse(target);
+    CheckNothingElse();
     return 0;
 }

@@ -1,5 +1,4 @@
-// A run of 8-byte HID status reports as the monitor thread handles them, told to a listener that
-// converts them as the gateway does (a trailing piece is dropped, as the reader refuses it).
+// 8-byte HID status reports as the monitor thread handles them, told to a converting listener.
 
 #include "FuzzSupport.h"
 
@@ -45,9 +44,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     PrinterStatusThread::Report previous{};
     for (size_t offset = 0; offset + 8 <= size; offset += 8) {
-        const ExactBytes bytes(data + offset, 8);
+        const ExactBytes bytes(data + offset, data + offset + 8);
         PrinterStatusThread::Report report;
-        std::memcpy(report.data(), bytes.Data(), 8);
+        std::memcpy(report.data(), bytes.data(), 8);
         const bool repeated = report == previous && report[PrinterStatusThread::kFirmwareMarkerIndex] !=
                                                         PrinterStatusThread::kFirmwareMarker;
         const int changesBefore = listener.changes;

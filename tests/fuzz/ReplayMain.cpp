@@ -1,9 +1,5 @@
-// Runs a fuzz target over files and folders of inputs, for the builds without libFuzzer: the
-// committed corpus and every regression input are replayed by the ordinary test run.
-//
-//   qrv-fuzz-replay TARGET FILE-OR-FOLDER...
-//
-// Exits 0 when every input ran; a failing input aborts the process, as under the fuzzer.
+// qrv-fuzz-replay TARGET FILE-OR-FOLDER...: a fuzz target over the committed inputs, in builds
+// without libFuzzer. A failing input aborts the process, as under the fuzzer.
 
 #include <algorithm>
 #include <cstdint>
@@ -33,7 +29,7 @@ bool RunFile(const std::filesystem::path& path) {
     }
     const std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     // An exactly sized heap copy, as libFuzzer hands its inputs over.
-    std::vector<uint8_t> exact(bytes.begin(), bytes.end());
+    const std::vector<uint8_t> exact(bytes.begin(), bytes.end());
     static const uint8_t kEmpty = 0;
     g_target(exact.empty() ? &kEmpty : exact.data(), exact.size());
     return true;
@@ -52,22 +48,20 @@ int main(int argc, char** argv) {
     size_t count = 0;
     bool ok = true;
     for (int i = 2; i < argc; ++i) {
-        const std::filesystem::path path(argv[i]);
         std::error_code ec;
-        if (std::filesystem::is_directory(path, ec)) {
-            std::vector<std::filesystem::path> files;
-            for (const auto& entry : std::filesystem::directory_iterator(path)) {
+        std::vector<std::filesystem::path> files;
+        if (std::filesystem::is_directory(argv[i], ec)) {
+            for (const auto& entry : std::filesystem::directory_iterator(argv[i])) {
                 if (entry.is_regular_file()) {
                     files.push_back(entry.path());
                 }
             }
-            std::sort(files.begin(), files.end());
-            for (const auto& file : files) {
-                ok = RunFile(file) && ok;
-                ++count;
-            }
-        } else if (std::filesystem::exists(path, ec)) {
-            ok = RunFile(path) && ok;
+        } else if (std::filesystem::exists(argv[i], ec)) {
+            files.push_back(argv[i]);
+        }
+        std::sort(files.begin(), files.end());
+        for (const auto& file : files) {
+            ok = RunFile(file) && ok;
             ++count;
         }
     }

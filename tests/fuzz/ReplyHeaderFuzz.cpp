@@ -11,21 +11,20 @@ using vela::kom::ByteView;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Initialize();
-    const ExactBytes stream(size ? data + 1 : data, size ? size - 1 : 0);
-    const ByteView header(stream.Data(), stream.Size());
+    const ExactBytes stream = AfterControlByte(data, size);
+    const ByteView header(stream.data(), stream.size());
 
     uint32_t checked = 0;
     if (RunParser([&] { checked = vela::kom::CheckedReplyPayloadLength(header); })) {
         // Accepted only with the start byte and a whole length field; the length is what the
         // header says, less the header itself (wrapping below 7).
-        Check(stream.Size() >= 5 && stream.Data()[0] == 0xC3,
+        Check(stream.size() >= 5 && stream.data()[0] == 0xC3,
               "a header without start byte or length accepted");
-        Check(checked == vela::common::ReadBigEndian32(stream.Data() + 1) - 7, "wrong payload length");
+        Check(checked == vela::common::ReadBigEndian32(stream.data() + 1) - 7, "wrong payload length");
     }
     RunParser([&] { vela::kom::AnnouncedPayloadLength(header, L"fuzz"); });
 
-    // Through the channel: the same header read by the protocol object, then the purge that
-    // follows a wrong-sized reply. The purge must swallow every failure of the library's kinds.
+    // The same header through the channel, then the purge, which must swallow the library's failures.
     uint32_t length = 0;
     const bool read = RunOperation(data, size, [&](FuzzDevice& device) {
         vela::test::FakeTransport transport(L"fuzz-channel");
@@ -37,7 +36,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         }
     });
     if (read) {
-        Check(stream.Size() >= 7 && checked == length, "GetReplyDataLength disagrees with the header parser");
+        Check(stream.size() >= 7 && checked == length, "GetReplyDataLength disagrees with the header parser");
     }
 
     // A print control order reads its acknowledgement header without looking at the start byte.

@@ -1,5 +1,4 @@
-// The status reply and block, parsed alone and through GetStatus (the decoder's accepted values
-// are checked bit by bit in PrinterStatusTest).
+// The status reply and block, parsed alone and through GetStatus.
 
 #include "FuzzSupport.h"
 
@@ -14,11 +13,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const ExactBytes payload = PayloadAfterHeader(data, size);
     RunParser([&] {
         const std::vector<uint8_t> block =
-            vela::kom::ParseStatusReply(vela::kom::ByteView(payload.Data(), payload.Size()));
+            vela::kom::ParseStatusReply(vela::kom::ByteView(payload.data(), payload.size()));
         Check(block.size() == 8, "a status block that is not 8 bytes");
     });
     // The decoder takes blocks of any length (only 8 bytes are decoded).
-    (void)PrinterStatus(ExactBytes(size ? data + 1 : data, size ? size - 1 : 0).ToVector());
+    (void)PrinterStatus(AfterControlByte(data, size));
 
     RunOperation(data, size, [](FuzzDevice& device) { (void)device.GetStatus(); });
     return 0;

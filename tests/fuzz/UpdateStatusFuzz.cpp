@@ -20,7 +20,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Initialize();
     const ExactBytes payload = PayloadAfterHeader(data, size);
     RunParser([&] {
-        CheckReport(vela::kom::ParseUpdateStatusReply(vela::kom::ByteView(payload.Data(), payload.Size())));
+        CheckReport(vela::kom::ParseUpdateStatusReply(vela::kom::ByteView(payload.data(), payload.size())));
     });
     RunOperation(data, size, [](FuzzDevice& device) { CheckReport(device.GetUpdateStatusReport()); });
     return 0;

@@ -12,13 +12,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Initialize();
     const ExactBytes payload = PayloadAfterHeader(data, size);
     RunParser([&] {
-        const auto texts = vela::kom::ParseVersionReply(vela::kom::ByteView(payload.Data(), payload.Size()));
+        const auto texts = vela::kom::ParseVersionReply(vela::kom::ByteView(payload.data(), payload.size()));
         size_t total = 0;
         for (const std::string& text : texts) {
             Check(text.find('\0') == std::string::npos, "a version text holds its terminator");
             total += text.size() + 1;
         }
-        Check(total <= payload.Size() - 2 + texts.size(), "version texts longer than the reply");
+        Check(total <= payload.size() - 2 + texts.size(), "version texts longer than the reply");
     });
 
     RunOperation(data, size, [](FuzzDevice& device) {

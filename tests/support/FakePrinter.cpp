@@ -15,9 +15,7 @@ FakePrinter::FakePrinter() {
     g_current = this;
 }
 FakePrinter::~FakePrinter() {
-    if (g_current == this) {
-        g_current = nullptr;
-    }
+    g_current = g_current == this ? nullptr : g_current;
 }
 
 FakePrinter& FakePrinter::Current() {
@@ -28,20 +26,8 @@ FakePrinter& FakePrinter::Current() {
     return *g_current;
 }
 
-void FakePrinter::QueueBytes(const std::vector<uint8_t>& bytes) {
-    m_steps.push_back({Step::Kind::bytes, bytes});
-}
 void FakePrinter::QueueReply(const std::vector<uint8_t>& payload, uint8_t group, uint8_t unit) {
     QueueBytes(Frame(payload, group, unit));
-}
-void FakePrinter::QueueRawRead(const std::vector<uint8_t>& chunk) {
-    m_steps.push_back({Step::Kind::chunk, chunk});
-}
-void FakePrinter::QueueReadFailure() {
-    m_steps.push_back({Step::Kind::failure, {}});
-}
-void FakePrinter::QueueCompletion(uint8_t progress, uint8_t result) {
-    QueueReply({0x00, 0x80, progress, 0x00, result});
 }
 
 std::vector<uint8_t> FakePrinter::AllWritten() const {
@@ -75,16 +61,15 @@ uint32_t FakePrinter::RawWrite(const uint8_t* data, uint32_t length) {
 
 uint32_t FakePrinter::RawRead(uint8_t* buffer, uint32_t capacity) {
     ++m_rawReads;
-    if (m_steps.empty()) {
+    if (m_steps.empty() ||
+        m_steps.front().kind == Step::Kind::failure) { // a silent printer, or a scripted failure
+        if (!m_steps.empty()) {
+            m_steps.pop_front();
+        }
         throw vela::common::UsbPrintDeviceReadException(L"Unable to read data from UsbPrint device, timeout",
                                                         L"UsbPrintDevice::ReadBytes()");
     }
     Step& step = m_steps.front();
-    if (step.kind == Step::Kind::failure) {
-        m_steps.pop_front();
-        throw vela::common::UsbPrintDeviceReadException(L"Unable to read data from UsbPrint device, timeout",
-                                                        L"UsbPrintDevice::ReadBytes()");
-    }
     uint32_t n = static_cast<uint32_t>(std::min<size_t>(capacity, step.bytes.size()));
     if (m_rawReadLimit != 0 && step.kind != Step::Kind::chunk) {
         n = std::min(n, m_rawReadLimit);
@@ -122,15 +107,6 @@ uint32_t FakeTransport::WriteBytes(const uint8_t* data, uint32_t length) {
 
 uint32_t FakeTransport::ReadBytes(uint8_t* buffer, uint32_t capacity) {
     return FakePrinter::Current().RawRead(buffer, capacity);
-}
-
-int& NoOpSynchronizer::Held() {
-    static int held = 0;
-    return held;
-}
-int& NoOpSynchronizer::Taken() {
-    static int taken = 0;
-    return taken;
 }
 
 std::vector<uint8_t> Frame(const std::vector<uint8_t>& payload, uint8_t group, uint8_t unit) {

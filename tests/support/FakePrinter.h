@@ -11,9 +11,8 @@
 
 namespace vela::test {
 
-// A scripted printer for protocol unit tests and the fuzz targets. Construct one in a test: every
-// FakeTransport opened while it lives talks to it. Raw reads are served from a queue of steps; an empty queue
-// behaves like a silent printer (the transport's read time-out exception).
+// A scripted printer for protocol unit tests and fuzz targets: every FakeTransport opened while it
+// lives talks to it. Raw reads come from a queue of steps; an empty queue is a silent printer.
 class FakePrinter {
 public:
     FakePrinter();
@@ -23,28 +22,22 @@ public:
 
     static FakePrinter& Current(); // the live one; aborts the test when there is none
 
-    // Bytes that later raw reads deliver (at most the raw read's capacity at a time).
-    void QueueBytes(const std::vector<uint8_t>& bytes);
-    // A whole reply message: header (start 0xC3, big-endian total length, group, unit) + payload.
+    void QueueBytes(const std::vector<uint8_t>& bytes) { m_steps.push_back({Step::Kind::bytes, bytes}); }
     void QueueReply(const std::vector<uint8_t>& payload, uint8_t group = 0x60, uint8_t unit = 0x04);
     // Exactly one raw read returns this chunk (a short read).
-    void QueueRawRead(const std::vector<uint8_t>& chunk);
-    // The next raw read fails with UsbPrintDeviceReadException (time-out message).
-    void QueueReadFailure();
-    // Completion-poll replies (payload 5 bytes: 0x00 0x80 progress 0x00 result).
-    void QueueCompletion(uint8_t progress, uint8_t result = 0);
-    // The next WriteBytes call stops after `count` bytes and reports only those (a channel that
-    // gave up part-way), so Write returns a short count.
+    void QueueRawRead(const std::vector<uint8_t>& chunk) { m_steps.push_back({Step::Kind::chunk, chunk}); }
+    void QueueReadFailure() { m_steps.push_back({Step::Kind::failure, {}}); }
+    void QueueCompletion(uint8_t progress, uint8_t result = 0) {
+        QueueReply({0x00, 0x80, progress, 0x00, result});
+    }
+    // The next WriteBytes call stops after `count` bytes (a channel that gave up part-way).
     void TruncateNextWrite(uint32_t count) { m_truncateWrite = count; }
     // Every raw read hands out at most `maxBytes` of the queued bytes (0: as many as asked for).
     void LimitRawReads(uint32_t maxBytes) { m_rawReadLimit = maxBytes; }
-    // Opening the transport fails with UsbPrintDeviceConnectionException.
     void FailOpen(bool fail = true) { m_failOpen = fail; }
 
-    // Observations.
     const std::vector<std::vector<uint8_t>>& RawWrites() const { return m_rawWrites; }
     void ClearWrites() { m_rawWrites.clear(); }
-    // All bytes written, concatenated (pad bytes included).
     std::vector<uint8_t> AllWritten() const;
     size_t PendingBytes() const;
     int Opens() const { return m_opens; }
@@ -75,8 +68,7 @@ private:
     int m_opens = 0, m_closes = 0, m_rawReads = 0;
 };
 
-// The transport policy for protocol tests: the real vector-level base (padding, buffering) over
-// the scripted printer's raw layer.
+// The real vector-level transport base (padding, buffering) over the scripted printer's raw layer.
 class FakeTransport : public vela::common::UsbPrintDeviceBase {
 public:
     explicit FakeTransport(const std::wstring& devicePath);
@@ -90,7 +82,7 @@ private:
     WriteCallback m_callback;
 };
 
-// The synchronizer policy for protocol tests: takes no lock, counts how often it was held.
+// Takes no lock, counts how often it was held.
 class NoOpSynchronizer {
 public:
     explicit NoOpSynchronizer(const vela::kom::ConnectedPrinter&) {
@@ -100,12 +92,18 @@ public:
     ~NoOpSynchronizer() { --Held(); }
     NoOpSynchronizer(const NoOpSynchronizer&) = delete;
     NoOpSynchronizer& operator=(const NoOpSynchronizer&) = delete;
-    static int& Held();  // currently held (0 after every operation)
-    static int& Taken(); // times taken since the last Reset
+    static int& Held() { // currently held (0 after every operation)
+        static int held = 0;
+        return held;
+    }
+    static int& Taken() { // times taken since the last Reset
+        static int taken = 0;
+        return taken;
+    }
     static void Reset() { Held() = 0, Taken() = 0; }
 };
 
-// Builds a reply message with the test's own framing code (independent of the library's).
+// A reply message framed by the test's own code (independent of the library's).
 std::vector<uint8_t> Frame(const std::vector<uint8_t>& payload, uint8_t group = 0x60, uint8_t unit = 0x04);
 // Parses "C3 00 00 00 09 60 04 01 80" into bytes.
 std::vector<uint8_t> Hex(const std::string& text);

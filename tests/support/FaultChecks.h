@@ -12,8 +12,7 @@
 
 namespace vela::test {
 
-// How a run ended: success, one of the library's own exceptions (its class name and message), or
-// anything else ("foreign": a standard exception or an unknown object - always a fault).
+// How a run ended: success, one of the library's exceptions, or anything else ("foreign": a fault).
 struct Outcome {
     bool succeeded = false;
     bool foreign = false;
@@ -22,23 +21,19 @@ struct Outcome {
 };
 Outcome RunCatching(const std::function<void()>& run);
 
-// Descriptor (handle) and thread counts of the process; the baseline and the check allow for the
-// in-process simulator holding a handle for a moment (see ProcessHandles.h).
 struct ResourceSnapshot {
     size_t descriptors = 0;
     size_t threads = 0;
     static ResourceSnapshot Take();
 };
 
-// After an operation, failed or not: the printer's access lock is free (taken without waiting by
-// an independent holder) and the process holds no more descriptors than at `baseline`.
+// After an operation, failed or not: the access lock is free and no descriptor was left open.
 void ExpectReleased(const SimulatedPrinter& printer, const ResourceSnapshot& baseline);
 
 // The request whose reply carries an operation's data (for a put, its completion poll).
 vela::sim::RequestKind DataRequest(PrinterOperations::Kind kind);
 
-// Keeps the log of thousands of deliberate failures out of the test output; lines are still
-// formatted as in production.
+// Keeps the log of thousands of deliberate failures out of the output (lines are still formatted).
 class QuietLog {
 public:
     QuietLog();

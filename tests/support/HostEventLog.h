@@ -12,8 +12,7 @@
 
 namespace vela::test {
 
-// What a gateway's events delivered, in order, and on which threads. Waits are upper bounds for
-// the monitor thread, never pauses.
+// What a gateway's events delivered, in order, and on which threads.
 class HostEventLog {
 public:
     using Items = std::vector<vela::printer::communication::PrinterStatusItem>;

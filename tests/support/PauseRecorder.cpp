@@ -13,20 +13,12 @@ PauseRecorder::PauseRecorder(vela::common::WaitResult result, uint32_t sleepBelo
             std::this_thread::sleep_for(std::chrono::milliseconds(ms));
             return vela::common::WaitResult::timeout;
         }
-        std::function<void(uint32_t)> hook;
-        vela::common::WaitResult result = m_result;
-        {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            size_t index = m_pauses.size();
-            m_pauses.push_back(ms);
-            for (const auto& o : m_overrides) {
-                if (o.first == index) {
-                    result = o.second;
-                    break;
-                }
-            }
-            hook = m_hook;
-        }
+        std::unique_lock<std::mutex> lock(m_mutex);
+        const auto chosen = m_overrides.find(m_pauses.size());
+        const vela::common::WaitResult result = chosen != m_overrides.end() ? chosen->second : m_result;
+        m_pauses.push_back(ms);
+        const std::function<void(uint32_t)> hook = m_hook;
+        lock.unlock();
         if (hook) {
             hook(ms);
         }
@@ -56,7 +48,7 @@ void PauseRecorder::OnPause(std::function<void(uint32_t)> hook) {
 
 void PauseRecorder::SetResultAt(size_t index, vela::common::WaitResult result) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    m_overrides.emplace_back(m_pauses.size() + index, result);
+    m_overrides.emplace(m_pauses.size() + index, result); // an earlier one for the same pause wins
 }
 
 } // namespace vela::test

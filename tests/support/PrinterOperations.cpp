@@ -25,6 +25,11 @@ std::wstring Wide(const std::string& text) {
     return StringConverter::FromUtf8(text);
 }
 
+// A failed update may leave its package behind, and a name is put only once: one per round.
+std::string Package(uint32_t round) {
+    return "pkg" + std::to_string(round) + ".bin";
+}
+
 void ThrowOnResult(int32_t result) {
     if (result != 0) {
         throw vela::kom::QRVException(L"result " + std::to_wstring(result), L"PrinterOperations");
@@ -63,17 +68,14 @@ void PrinterOperations::Prepare(Kind kind) {
         WriteHostFile(m_dir.File("got.bin"), m_hostBytes);
         break;
     case Kind::listing:
-        // Two entries, the one looked for not the last: a listing that loses its last comma
-        // silently loses its last entry (the text has no checksum).
+        // The one looked for not last: a listing that loses its last comma loses its last entry.
         printer.WriteFile(kGetSource, TestBytes(kFileSize, 2));
         printer.WriteFile(kImages + "/zz.bin", TestBytes(kFileSize, 4));
         break;
     case Kind::update:
-        // A failed update may leave its package on the printer (the copy is not undone), and a
-        // second put of the same name is refused as a duplicate; each round uses its own name.
         ++m_updateRound;
         m_hostBytes = TestBytes(kFileSize, 3);
-        WriteHostFile(m_dir.File("pkg" + std::to_string(m_updateRound) + ".bin"), m_hostBytes);
+        WriteHostFile(m_dir.File(Package(m_updateRound)), m_hostBytes);
         if (!m_facade) {
             m_facade = std::make_unique<vela::kom::NativeQRVDevice>(0);
             m_facade->SetPrinterName(m_printer.Name());
@@ -103,39 +105,27 @@ void PrinterOperations::Run(Kind kind) {
         }
         break;
     }
-    case Kind::update: {
-        const std::wstring package = m_dir.WFile("pkg" + std::to_string(m_updateRound) + ".bin");
-        ThrowOnResult(m_facade->ApplyUpdate(package.c_str()));
+    case Kind::update:
+        ThrowOnResult(m_facade->ApplyUpdate(m_dir.WFile(Package(m_updateRound)).c_str()));
         break;
-    }
     }
 }
 
 void PrinterOperations::CheckAfterFailure(Kind kind) {
-    vela::sim::SimPrinter& printer = m_printer.Printer();
-    switch (kind) {
-    case Kind::status:
-    case Kind::listing:
-        break;
-    case Kind::put: {
-        EXPECT_EQ(ReadHostFile(m_dir.File("put.bin")), m_hostBytes) << "a failed put changed its host file";
-        const auto stored = printer.ReadFile(kPutTarget);
-        EXPECT_TRUE(!stored || *stored == m_hostBytes) << "the printer holds part of a put";
-        break;
-    }
-    case Kind::get:
+    // The host file is as before; a file sent is on the printer whole or not at all.
+    const auto expectWholeOrAbsent = [&](const std::string& hostName, const std::string& printerPath) {
+        EXPECT_EQ(ReadHostFile(m_dir.File(hostName)), m_hostBytes) << "a failed run changed " << hostName;
+        const auto stored = m_printer.Printer().ReadFile(printerPath);
+        EXPECT_TRUE(!stored || *stored == m_hostBytes) << "the printer holds part of " << printerPath;
+    };
+    if (kind == Kind::put) {
+        expectWholeOrAbsent("put.bin", kPutTarget);
+    } else if (kind == Kind::get) {
         EXPECT_EQ(ReadHostFile(m_dir.File("got.bin")), m_hostBytes) << "a failed get changed the host file";
-        break;
-    case Kind::update: {
-        const std::string name = "pkg" + std::to_string(m_updateRound) + ".bin";
-        EXPECT_EQ(ReadHostFile(m_dir.File(name)), m_hostBytes) << "a failed update changed its package";
-        const auto stored = printer.ReadFile(kUpdates + "/" + name);
-        EXPECT_TRUE(!stored || *stored == m_hostBytes) << "the printer holds part of a package";
-        break;
+    } else if (kind == Kind::update) {
+        expectWholeOrAbsent(Package(m_updateRound), kUpdates + "/" + Package(m_updateRound));
     }
-    }
-    // Whatever failed, nothing but the files the test made lies in the host folder: no temporary
-    // file of a get was left behind.
+    // No temporary file of a get was left behind.
     for (const std::string& name : ListDirectory(m_dir.Path())) {
         EXPECT_TRUE(name == "put.bin" || name == "got.bin" || name.rfind("pkg", 0) == 0)
             << "unexpected host file " << name;
@@ -151,12 +141,9 @@ void PrinterOperations::CheckAfterSuccess(Kind kind) {
     case Kind::get:
         EXPECT_EQ(ReadHostFile(m_dir.File("got.bin")), m_printerBytes);
         break;
-    case Kind::update: {
-        // The package was removed again once applied.
-        const std::string name = "pkg" + std::to_string(m_updateRound) + ".bin";
-        EXPECT_FALSE(printer.ReadFile(kUpdates + "/" + name).has_value());
+    case Kind::update: // the package was removed again once applied
+        EXPECT_FALSE(printer.ReadFile(kUpdates + "/" + Package(m_updateRound)).has_value());
         break;
-    }
     default:
         break;
     }

@@ -12,9 +12,8 @@
 
 namespace vela::test {
 
-// The operations the fault tests break (a status query, a put, a get over an existing host file,
-// a listing, an update through the facade), with the state each needs and the checks of what a
-// run may leave behind. Small files keep the exchanges short enough to cut after every byte.
+// The operations the fault tests break, with the state each needs and the checks of what a run
+// may leave behind. Small files keep the exchanges short enough to cut after every byte.
 class PrinterOperations {
 public:
     enum class Kind { status, put, get, listing, update };
@@ -24,14 +23,12 @@ public:
     explicit PrinterOperations(SimulatedPrinter& printer);
     ~PrinterOperations();
 
-    // Puts printer and host into the state before the operation (files present or absent).
     void Prepare(Kind kind);
     // Throws the library's exception on failure, QRVException "result <n>" for a nonzero result.
     void Run(Kind kind);
-    // After a failed run: the host file is byte-identical to before, no temporary file lies beside
-    // it, and the printer holds either nothing or the complete file. Reported through gtest.
+    // After a failed run: the host file as before, no temporary beside it, the printer file whole
+    // or absent.
     void CheckAfterFailure(Kind kind);
-    // After a successful run: the data arrived complete on the other side.
     void CheckAfterSuccess(Kind kind);
 
 private:

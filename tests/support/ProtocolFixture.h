@@ -16,8 +16,7 @@ namespace vela::test {
 using TestDevice =
     vela::kom::PrinterDeviceBase<FakeTransport, NoOpSynchronizer, vela::common::StringConverter>;
 
-// A protocol object over the scripted printer, with the fixed pauses recorded instead of slept
-// and the log captured.
+// A protocol object over the scripted printer, pauses recorded, log captured.
 class ProtocolFixture : public ::testing::Test {
 protected:
     ProtocolFixture() { NoOpSynchronizer::Reset(); }
@@ -28,7 +27,6 @@ protected:
         EXPECT_EQ(printer.Opens(), printer.Closes());
     }
 
-    // Runs `call`, expects it to throw E with `message` and `source`, and the error to be logged.
     template <class E, class F>
     void ExpectThrow(F&& call, const std::wstring& message, const std::wstring& source) {
         try {

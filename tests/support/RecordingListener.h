@@ -11,7 +11,7 @@
 
 namespace vela::test {
 
-// The thirteen fields of a status record, for comparisons whose failures print every field.
+// A status record's fields, for comparisons whose failures print every field.
 inline std::vector<uint32_t> Fields(const vela::kom::PrinterStatus& status) {
     std::vector<uint32_t> fields;
     for (size_t i = 0; i < vela::kom::PrinterStatus::kFieldCount; ++i) {
@@ -20,7 +20,7 @@ inline std::vector<uint32_t> Fields(const vela::kom::PrinterStatus& status) {
     return fields;
 }
 
-// A status listener that remembers every call; tests wait for calls made on the monitor thread.
+// A status listener that remembers every call.
 class RecordingListener : public vela::kom::INativeQRVListener {
 public:
     void OnPrinterStatusChangedEvent(const vela::kom::PrinterStatus& status) override {
@@ -42,7 +42,6 @@ public:
         std::lock_guard<std::mutex> lock(m_mutex);
         return m_interrupts;
     }
-    // Waits until at least `count` status calls arrived; false after `timeoutMs`.
     bool WaitForStatuses(size_t count, uint32_t timeoutMs = 5000) const {
         std::unique_lock<std::mutex> lock(m_mutex);
         return m_changed.wait_for(lock, std::chrono::milliseconds(timeoutMs),

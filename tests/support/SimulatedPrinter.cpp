@@ -37,8 +37,7 @@ SimulatedPrinter::SimulatedPrinter(Options options) : m_options(options) {
     simOptions.hid = options.hid;
     simOptions.printer.rebootDelay = options.rebootDelay;
     if (std::getenv("QRV_TEST_TRACE") != nullptr) {
-        // Every frame, fault and disconnect of the printer on standard error, to see why a case
-        // failed.
+        // Every frame, fault and disconnect on standard error, to see why a case failed.
         simOptions.trace = [](const std::string& line) { std::fprintf(stderr, "%s\n", line.c_str()); };
     }
     m_sim = std::make_unique<vela::sim::Simulator>(simOptions);

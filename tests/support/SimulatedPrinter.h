@@ -14,17 +14,14 @@
 
 namespace vela::test {
 
-// A simulated printer served over the system's own channel (a pseudo-terminal on Linux, named
-// pipes on Windows), with a protocol object that reaches it through the production transport and
-// the production access lock. Its name is unique to the process, so that tests running side by
-// side never share a lock. QRV_VIRTUAL_PRINTERS names it while the object lives, so the facade
-// and the gateway find it too.
+// A simulated printer on the system's own channel (a pseudo-terminal, named pipes on Windows) and
+// a protocol object over the production transport and lock. Its name is unique to the process;
+// QRV_VIRTUAL_PRINTERS names it while it lives, so the facade and the gateway find it too.
 class SimulatedPrinter {
 public:
     struct Options {
         bool hid = false;
-        // How long the printer stays off the channel after an injected disconnect.
-        std::chrono::milliseconds reconnectAfter{20};
+        std::chrono::milliseconds reconnectAfter{20}; // off the channel after an injected disconnect
         std::chrono::milliseconds rebootDelay{300};
         // Reports the updater stays busy for (0: an update installs at once).
         uint32_t updateBusyReports = 0;
@@ -39,15 +36,13 @@ public:
     vela::sim::Simulator& Sim() { return *m_sim; }
     vela::sim::SimPrinter& Printer() { return m_sim->Printer(); }
     vela::kom::QRVDevice& Device() { return *m_device; }
-    // The printer as discovery lists it.
     const vela::kom::ConnectedPrinter& Connection() const { return m_connection; }
     std::wstring Name() const { return m_connection.printerName; }
     std::string NameUtf8() const;
     std::string ChannelPath() const;
     std::chrono::milliseconds ReconnectAfter() const { return m_options.reconnectAfter; }
 
-    // Waits until the printer has come back on its channel after `disconnects` injected
-    // disconnects in all. False after ten seconds.
+    // Until it is back after `disconnects` injected disconnects in all; false after ten seconds.
     bool WaitUntilBack(uint32_t disconnects);
 
 private:
@@ -58,8 +53,7 @@ private:
     std::unique_ptr<vela::kom::QRVDevice> m_device;
 };
 
-// The fixture of the facade's tests: a simulated printer with HID reports (the updater keeps its
-// default busy time) and a facade bound to it. The printer must see no malformed request.
+// A simulated printer with HID and a facade bound to it; the printer must see no malformed request.
 class OnSimulatedPrinter : public ::testing::Test {
 protected:
     OnSimulatedPrinter();

@@ -13,7 +13,7 @@
 
 namespace vela::test {
 
-// Captures the library's log lines while it lives (all levels), restoring the previous sink after.
+// Captures the library's log lines (all levels) while it lives.
 class LogCapture {
 public:
     LogCapture();
@@ -40,7 +40,7 @@ private:
     int m_previousLevel;
 };
 
-// A temporary directory removed (with its contents) at destruction.
+// A temporary directory, removed with its contents at destruction.
 class TempDir {
 public:
     TempDir();
@@ -59,7 +59,6 @@ inline double SecondsSince(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-// Polls `condition` every 10 ms for up to `timeoutMs`.
 template <class Condition> bool Eventually(Condition condition, uint32_t timeoutMs = 5000) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     while (!condition()) {
@@ -78,8 +77,7 @@ std::vector<std::string> ListDirectory(const std::string& path);
 // `size` reproducible pseudo-random bytes.
 std::vector<uint8_t> TestBytes(size_t size, uint32_t seed = 1);
 
-// A child process running the test helper (tests/helper) with the given arguments. Its standard
-// output is readable line by line. The destructor kills it if it still runs.
+// The test helper (support/helper) as a child process; killed at destruction if it still runs.
 class ChildProcess {
 public:
     explicit ChildProcess(const std::vector<std::string>& helperArgs);
@@ -87,16 +85,15 @@ public:
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
 
-    // Reads one line from the child's standard output (without the newline); empty at end or
-    // after `timeoutMs`.
+    // One line of its standard output; empty at the end or after `timeoutMs`.
     std::string ReadLine(uint32_t timeoutMs = 20000);
-    // Waits for the child to end; returns its exit code, or -1 after `timeoutMs`.
+    // The exit code, or -1 after `timeoutMs`.
     int Wait(uint32_t timeoutMs = 30000);
     void Kill(); // SIGKILL / TerminateProcess
     bool Running();
 
 private:
-    struct Impl; // platform-specific (support/linux, support/windows)
+    struct Impl;
     std::unique_ptr<Impl> m_impl;
 };
 

@@ -24,8 +24,8 @@ inline void PrintTo(const ConnectedPrinter& p, std::ostream* out) {
 
 namespace vela::test {
 
-// A QRV 410 at `port` with its printer node lpN and HID node hidrawN (-1: none) and the given USB
-// serial (its device id keeps saying SIM0001: names are made from the USB serial).
+// A QRV 410 at `port` with nodes lpN and hidrawN (-1: none) and a USB serial (the device id keeps
+// SIM0001: names come from the USB serial).
 inline MockUsbPrinter PrinterAt(const std::string& port, int lp, int hidraw = -1,
                                 const std::string& serial = "SIM0001") {
     MockUsbPrinter printer;
@@ -36,8 +36,7 @@ inline MockUsbPrinter PrinterAt(const std::string& port, int lp, int hidraw = -1
     return printer;
 }
 
-// Every test gets its own udev tree and, unless it starts one, no print scheduler (CUPS_SERVER
-// names a socket that does not exist) and no virtual printers, whatever the machine has.
+// Its own udev tree, no print scheduler unless the test starts one, no virtual printers.
 class MockedDiscoveryTest : public ::testing::Test {
 protected:
     void SetUp() override {

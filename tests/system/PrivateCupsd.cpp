@@ -2,21 +2,14 @@
 
 #include <cups/cups.h>
 
-#include <fcntl.h>
-#include <signal.h>
-#include <spawn.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <memory>
 #include <thread>
-
-extern char** environ;
 
 namespace vela::test {
 
@@ -73,46 +66,21 @@ PrivateCupsd::PrivateCupsd(const Queues& remoteQueues) : m_socket(m_dir.File("cu
     WriteText(m_dir.File("printers.conf"), printers);
 }
 
-PrivateCupsd::~PrivateCupsd() {
-    Stop();
-}
-
 bool PrivateCupsd::Start(std::string& problem) {
-    const char* cupsd = "/usr/sbin/cupsd";
-    if (::access(cupsd, X_OK) != 0) {
+    if (::access("/usr/sbin/cupsd", X_OK) != 0) {
         problem = "cupsd is not installed";
         return false;
     }
-
     // The scheduler must see the real system, not this process's mocked device tree.
-    std::vector<char*> envp;
-    for (char** e = environ; *e != nullptr; ++e) {
-        if (std::strncmp(*e, "LD_PRELOAD=", 11) != 0 && std::strncmp(*e, "UMOCKDEV_DIR=", 13) != 0) {
-            envp.push_back(*e);
-        }
-    }
-    envp.push_back(nullptr);
-    const std::string conf = m_dir.File("cupsd.conf");
-    const std::string files = m_dir.File("cups-files.conf");
-    const char* argv[] = {"cupsd", "-f", "-c", conf.c_str(), "-s", files.c_str(), nullptr};
-    const std::string output = m_dir.File("log/cupsd.out");
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 1, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    posix_spawn_file_actions_adddup2(&actions, 1, 2);
-    int result = posix_spawn(&m_pid, cupsd, &actions, nullptr, const_cast<char* const*>(argv), envp.data());
-    posix_spawn_file_actions_destroy(&actions);
-    if (result != 0) {
-        m_pid = -1;
-        problem = std::string("cannot start cupsd: ") + std::strerror(result);
-        return false;
-    }
-
-    auto deadline = Clock::now() + std::chrono::seconds(15);
+    m_cupsd = std::make_unique<SpawnedProgram>(
+        "/usr/bin/env",
+        std::vector<std::string>{"-u", "LD_PRELOAD", "-u", "UMOCKDEV_DIR", "/usr/sbin/cupsd", "-f", "-c",
+                                 m_dir.File("cupsd.conf"), "-s", m_dir.File("cups-files.conf")},
+        SpawnedProgram::Output::pipes);
+    const auto deadline = Clock::now() + std::chrono::seconds(15);
     while (Clock::now() < deadline) {
-        int status = 0;
-        if (::waitpid(m_pid, &status, WNOHANG) == m_pid) {
-            m_pid = -1;
+        const int status = m_cupsd->Wait(0);
+        if (status >= 0) {
             problem = "cupsd ended at start (status " + std::to_string(status) + "): " + ErrorLogTail();
             return false;
         }
@@ -122,7 +90,7 @@ bool PrivateCupsd::Start(std::string& problem) {
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
     problem = "cupsd did not answer on " + m_socket + " within 15 s: " + ErrorLogTail();
-    Stop();
+    m_cupsd.reset();
     return false;
 }
 
@@ -151,20 +119,10 @@ bool PrivateCupsd::AddQueue(const std::string& name, const std::string& deviceUr
     return true;
 }
 
-void PrivateCupsd::Stop() {
-    if (m_pid > 0) { // its state is thrown away with the folder: nothing to shut down cleanly
-        ::kill(m_pid, SIGKILL);
-        ::waitpid(m_pid, nullptr, 0);
-        m_pid = -1;
-    }
-}
-
 std::string PrivateCupsd::ErrorLogTail() const {
-    std::string text;
-    for (const char* name : {"log/error_log", "log/cupsd.out"}) {
-        std::ifstream in(m_dir.File(name));
-        text.append(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    }
+    std::ifstream in(m_dir.File("log/error_log"));
+    m_cupsd->ReadToEnd(100);
+    std::string text = std::string(std::istreambuf_iterator<char>(in), {}) + m_cupsd->Out() + m_cupsd->Err();
     return text.size() > 2000 ? text.substr(text.size() - 2000) : text;
 }
 

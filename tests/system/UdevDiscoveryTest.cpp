@@ -56,7 +56,9 @@ TEST_F(UdevDiscovery, PrintersKeepTheirOwnNodesAndVirtualPrintersFollow) {
     EXPECT_EQ(log.Count(LogLevel::error), 0u);
 }
 
-TEST_F(UdevDiscovery, OtherDevicesAreSkippedSilentlyWhateverTheLetterCaseOfTheirIds) {
+// Devices of other kinds are skipped silently, whatever the letter case of their ids; devices
+// that cannot be read are skipped after one warning each.
+TEST_F(UdevDiscovery, OtherDevicesAreSkippedSilentlyUnreadableOnesAfterOneWarningEach) {
     MockUsbPrinter otherProduct = PrinterAt("1-1", 0, 0);
     otherProduct.idProduct = "0026";
     MockUsbPrinter otherVendorLower = PrinterAt("1-2", 1);
@@ -65,52 +67,44 @@ TEST_F(UdevDiscovery, OtherDevicesAreSkippedSilentlyWhateverTheLetterCaseOfTheir
     MockUsbPrinter otherVendorUpper = PrinterAt("1-3", 2);
     otherVendorUpper.idVendor = "FE1A";
     otherVendorUpper.idProduct = "0B2C";
+    MockUsbPrinter noIds = PrinterAt("1-4", 4);
+    noIds.idVendor = "";
+    noIds.idProduct = "";
+    MockUsbPrinter badProduct = PrinterAt("1-5", -1, 1);
+    badProduct.idProduct = "zz25";
     MockUsbPrinter supported = PrinterAt("2-1", 3, -1, "abc-def"); // lower case goes into the name as it is
     supported.idProduct = "0024";
     for (const MockUsbPrinter& printer : {otherProduct, otherVendorLower, otherVendorUpper}) {
         m_testbed.Add(printer);
     }
+    const std::string noIdsPath = m_testbed.Add(noIds), badProductPath = m_testbed.Add(badProduct);
+    m_testbed.Add(PrinterAt("1-6", 5, 2, "GOOD1"));
     // A node of the printer class's subsystem that is not a printer node.
     m_testbed.AddDevice("usbmisc", "hiddev0", m_testbed.Add(supported) + "/2-1:1.0", "/dev/usb/hiddev0", {});
     // A mouse: hidraw on a USB device of another vendor.
     std::string mouse =
         m_testbed.AddDevice("usb", "3-1", "", "", {"idVendor", "fe2b", "idProduct", "0c0d"}, "usb_device");
     m_testbed.AddDevice("hidraw", "hidraw7", mouse, "/dev/hidraw7", {});
-
-    LogCapture log;
-    QRVPrinters printers;
-    EXPECT_EQ(printers.GetConnectedPrinters(),
-              (std::vector<ConnectedPrinter>{{0x0922, 0x0024, L"/dev/usb/lp3", L"VELA QRV 210 (abc-def)"}}));
-    EXPECT_TRUE(printers.GetConnectedHidDevices().empty());
-    EXPECT_EQ(log.Count(LogLevel::warning), 0u);
-}
-
-TEST_F(UdevDiscovery, UnreadableDevicesAreSkippedAfterOneWarningEach) {
-    MockUsbPrinter noIds = PrinterAt("1-1", 0);
-    noIds.idVendor = "";
-    noIds.idProduct = "";
-    std::string noIdsPath = m_testbed.Add(noIds);
-    MockUsbPrinter badProduct = PrinterAt("1-2", -1, 1);
-    badProduct.idProduct = "zz25";
-    std::string badProductPath = m_testbed.Add(badProduct);
-    m_testbed.Add(PrinterAt("1-3", 2, 2, "GOOD1"));
     // A printer-class node that does not hang below a USB device.
     std::string platform = m_testbed.AddDevice("platform", "lpbridge", "", "", {});
-    m_testbed.AddDevice("usbmisc", "lp5", platform, "/dev/usb/lp5", {});
+    m_testbed.AddDevice("usbmisc", "lp6", platform, "/dev/usb/lp6", {});
 
     LogCapture log;
     QRVPrinters printers;
-    const std::wstring name = L"VELA QRV 410 (GOOD1)";
+    const std::wstring good = L"VELA QRV 410 (GOOD1)";
     EXPECT_EQ(printers.GetConnectedPrinters(),
-              (std::vector<ConnectedPrinter>{{0x0922, 0x0025, L"/dev/usb/lp2", name}}));
+              (std::vector<ConnectedPrinter>{
+                  {0x0922, 0x0025, L"/dev/usb/lp5", good},
+                  {0x0922, 0x0024, L"/dev/usb/lp3", L"VELA QRV 210 (abc-def)"},
+              }));
     EXPECT_EQ(log.Count(LogLevel::warning), 2u);
-    EXPECT_TRUE(log.Contains(L"UsbFilter() for '/dev/usb/lp0' failed: cannot read idVendor of " +
+    EXPECT_TRUE(log.Contains(L"UsbFilter() for '/dev/usb/lp4' failed: cannot read idVendor of " +
                              std::wstring(noIdsPath.begin(), noIdsPath.end())));
-    EXPECT_TRUE(log.Contains(L"UsbFilter() for '/dev/usb/lp5' failed: it is not on a USB device"));
+    EXPECT_TRUE(log.Contains(L"UsbFilter() for '/dev/usb/lp6' failed: it is not on a USB device"));
 
     log.Clear();
     EXPECT_EQ(printers.GetConnectedHidDevices(),
-              (std::vector<ConnectedPrinter>{{0x0922, 0x0025, L"/dev/hidraw2", name}}));
+              (std::vector<ConnectedPrinter>{{0x0922, 0x0025, L"/dev/hidraw2", good}}));
     EXPECT_EQ(log.Count(LogLevel::warning), 1u);
     EXPECT_TRUE(log.Contains(L"HidFilter() for '/dev/hidraw1' failed: idProduct 'zz25' of " +
                              std::wstring(badProductPath.begin(), badProductPath.end()) +

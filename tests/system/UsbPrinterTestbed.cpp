@@ -4,14 +4,13 @@
 
 #include <sys/stat.h>
 
-#include <cstdlib>
 #include <vector>
 
 namespace vela::test {
 
 namespace {
 
-// Name-value pairs as the null-ended list umockdev takes, leaving out the pairs without a value.
+// The null-ended list umockdev takes, without the pairs that have no value.
 std::vector<gchar*> PairList(std::vector<std::string>& pairs) {
     std::vector<gchar*> list;
     for (size_t i = 0; i + 1 < pairs.size(); i += 2) {
@@ -33,12 +32,6 @@ UsbPrinterTestbed::~UsbPrinterTestbed() {
 }
 
 bool UsbPrinterTestbed::Active(std::string& why) const {
-    const char* preload = std::getenv("LD_PRELOAD");
-    if (preload == nullptr || std::string(preload).find("libumockdev-preload") == std::string::npos) {
-        why = "umockdev's preload library is not loaded (umockdev-wrapper missing?); udev trees cannot be "
-              "mocked";
-        return false;
-    }
     // The testbed's root only shows up as /sys when the preload redirects the process's file access.
     gchar* sys = umockdev_testbed_get_sys_dir(m_testbed);
     struct stat real = {};
@@ -47,7 +40,7 @@ bool UsbPrinterTestbed::Active(std::string& why) const {
                       real.st_dev == seen.st_dev;
     g_free(sys);
     if (!redirected) {
-        why = "umockdev's preload library does not redirect /sys in this process";
+        why = "umockdev's preload library (missing?) does not redirect /sys in this process";
     }
     return redirected;
 }

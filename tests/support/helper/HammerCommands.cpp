@@ -1,6 +1,5 @@
-// Helper subcommands that drive a printer from a second process, for the contention tests. The
-// fixed pauses are instant, so that the processes spend their time inside transactions, where they
-// contend for the lock.
+// Helper subcommands that drive a printer from a second process. The fixed pauses are instant, so
+// that the processes spend their time inside transactions, where they contend for the lock.
 
 #include "support/helper/HelperCommand.h"
 
@@ -21,27 +20,18 @@ namespace {
 using vela::common::StringConverter;
 using vela::test::Say;
 
-vela::kom::ConnectedPrinter Printer(const std::string& channel, const std::string& name) {
-    vela::kom::ConnectedPrinter printer;
-    printer.vendorId = 0x0922;
-    printer.productId = 0x0025;
-    printer.devicePath = StringConverter::FromUtf8(channel);
-    printer.printerName = StringConverter::FromUtf8(name);
-    return printer;
-}
-
-void QuietAndInstant() {
+// Quiet, with instant pauses, on the printer at CHANNEL named NAME.
+vela::kom::ConnectedPrinter QuietOn(const std::string& channel, const std::string& name) {
     vela::common::Log::SetLevel(-1);
     vela::common::SetPauseHandler([](uint32_t) { return vela::common::WaitResult::timeout; });
+    return {0x0922, 0x0025, StringConverter::FromUtf8(channel), StringConverter::FromUtf8(name)};
 }
 
-// ROUNDS status queries, listings and small puts in an order drawn from SEED (which also names
-// this process's files): "done <ok> <busy> <other>", exit 0 when each one succeeded or met
-// PrinterBuzyException; any other failure is said as "failed <kind>: <message>".
+// ROUNDS status queries, listings and puts in an order drawn from SEED: "done <ok> <busy> <other>",
+// exit 0 when no call failed other than busy ("failed <kind>: <message>").
 vela::test::HelperCommand
     hammer("hammer CHANNEL NAME ROUNDS SEED FOLDER", [](const std::vector<std::string>& args) -> int {
-        QuietAndInstant();
-        vela::kom::QRVDevice device(Printer(args[0], args[1]));
+        vela::kom::QRVDevice device(QuietOn(args[0], args[1]));
         const int rounds = std::stoi(args[2]);
         std::mt19937 random(static_cast<uint32_t>(std::stoul(args[3])));
         const std::string seed = args[3];
@@ -84,15 +74,13 @@ vela::test::HelperCommand
 // "running", then status queries without a pause until it is killed (mid-transaction, at best).
 vela::test::HelperCommand statusLoop("status-loop CHANNEL NAME",
                                      [](const std::vector<std::string>& args) -> int {
-                                         QuietAndInstant();
-                                         vela::kom::QRVDevice device(Printer(args[0], args[1]));
+                                         vela::kom::QRVDevice device(QuietOn(args[0], args[1]));
                                          Say("running");
                                          for (;;) {
                                              try {
                                                  (void)device.GetStatus();
                                              } catch (const vela::common::Exception&) {
-                                                 // Only a kill ends this loop; a failure is the parent's
-                                                 // business, not ours.
+                                                 // only a kill ends this loop
                                              }
                                          }
                                      });

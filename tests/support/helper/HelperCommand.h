@@ -9,10 +9,8 @@
 
 namespace vela::test {
 
-// Subcommands of the qrv-test-helper process. Each file in support/helper registers its own:
-//   static HelperCommand hold("hold-lock NAME MS", [](const std::vector<std::string>& args) { ... });
-// The helper runs as `qrv-test-helper NAME ARGS...`. With another number of arguments than the
-// usage names it prints the usage and exits 2, else it exits with the function's result.
+// A subcommand of qrv-test-helper (`qrv-test-helper NAME ARGS...`), registered by a static object.
+// With another number of arguments than the usage names it prints the usage and exits 2.
 using HelperFunction = std::function<int(const std::vector<std::string>& args)>;
 
 struct HelperCommand {
@@ -32,7 +30,6 @@ struct HelperCommand {
     }
 };
 
-// One line to the parent test, which waits for it.
 inline void Say(const std::string& line) {
     std::fputs((line + "\n").c_str(), stdout);
     std::fflush(stdout);

@@ -1,6 +1,5 @@
-// Helper subcommands around the printer access lock, for tests that need a second process. Each
-// says what it does on its standard output, one line per step; a failure other than a busy lock
-// prints "error <kind>: <message>" and exits 2.
+// Helper subcommands around the printer access lock, one output line per step. A failure ends
+// with "busy <message>" (exit 1) or "error <kind>: <message>" (exit 2).
 
 #include "support/helper/HelperCommand.h"
 
@@ -18,86 +17,73 @@
 namespace {
 
 using vela::common::StringConverter;
-using vela::kom::ConnectedPrinter;
 using vela::kom::PrinterAccessSynchronizer;
 using vela::test::Say;
 using Clock = std::chrono::steady_clock;
 
-ConnectedPrinter PrinterNamed(const std::string& name) {
-    ConnectedPrinter printer;
+vela::kom::ConnectedPrinter PrinterNamed(const std::string& name) {
+    vela::kom::ConnectedPrinter printer;
     printer.printerName = StringConverter::FromUtf8(name);
     return printer;
 }
 
-int Failed(const vela::common::Exception& e) {
-    Say("error " + StringConverter::ToUtf8(e.ExceptionName()) + ": " + StringConverter::ToUtf8(e.Message()));
-    return 2;
+int Guarded(const std::function<int()>& body) {
+    try {
+        return body();
+    } catch (const vela::kom::PrinterBuzyException& e) {
+        Say("busy " + StringConverter::ToUtf8(e.Message()));
+        return 1;
+    } catch (const vela::common::Exception& e) {
+        Say("error " + StringConverter::ToUtf8(e.ExceptionName()) + ": " +
+            StringConverter::ToUtf8(e.Message()));
+        return 2;
+    }
 }
 
-vela::test::HelperCommand holdLock("hold-lock NAME MS", [](const std::vector<std::string>& args) -> int {
-    try {
-        PrinterAccessSynchronizer lock(PrinterNamed(args[0]));
-        Say("locked");
-        std::this_thread::sleep_for(std::chrono::milliseconds(std::stoll(args[1])));
-    } catch (const vela::common::Exception& e) {
-        return Failed(e);
-    }
-    Say("released");
-    return 0;
+vela::test::HelperCommand holdLock("hold-lock NAME MS", [](const std::vector<std::string>& args) {
+    return Guarded([&] {
+        {
+            PrinterAccessSynchronizer lock(PrinterNamed(args[0]));
+            Say("locked");
+            std::this_thread::sleep_for(std::chrono::milliseconds(std::stoll(args[1])));
+        }
+        Say("released");
+        return 0;
+    });
 });
 
-// Takes and releases the lock N times, owning the marker FOLDER/held while it holds it; "done
-// <overlaps>", exit 0 when no other holder was ever seen inside.
-vela::test::HelperCommand lockHammer("lock-hammer NAME N FOLDER",
-                                     [](const std::vector<std::string>& args) -> int {
-                                         const auto printer = PrinterNamed(args[0]);
-                                         const int rounds = std::stoi(args[1]);
-                                         const std::filesystem::path marker =
-                                             std::filesystem::path(args[2]) / "held";
-                                         int overlaps = 0;
-                                         try {
-                                             for (int i = 0; i < rounds; ++i) {
-                                                 PrinterAccessSynchronizer lock(printer);
-                                                 // Creating a folder is atomic on every system: it fails when
-                                                 // another holder is in.
-                                                 std::error_code ec;
-                                                 if (!std::filesystem::create_directory(marker, ec)) {
-                                                     ++overlaps;
-                                                 }
-                                                 std::this_thread::sleep_for(std::chrono::microseconds(500));
-                                                 std::filesystem::remove(marker, ec);
-                                             }
-                                         } catch (const vela::kom::PrinterBuzyException& e) {
-                                             Say("busy " + StringConverter::ToUtf8(e.Message()));
-                                             return 1;
-                                         } catch (const vela::common::Exception& e) {
-                                             return Failed(e);
-                                         }
-                                         Say("done " + std::to_string(overlaps));
-                                         return overlaps == 0 ? 0 : 3;
-                                     });
+// Takes the lock N times, owning the marker FOLDER/held inside: "done <overlaps>".
+vela::test::HelperCommand lockHammer("lock-hammer NAME N FOLDER", [](const std::vector<std::string>& args) {
+    return Guarded([&] {
+        const std::filesystem::path marker = std::filesystem::path(args[2]) / "held";
+        int overlaps = 0;
+        for (int i = 0; i < std::stoi(args[1]); ++i) {
+            PrinterAccessSynchronizer lock(PrinterNamed(args[0]));
+            std::error_code ec; // creating a folder is atomic: it fails while another holder is in
+            overlaps += std::filesystem::create_directory(marker, ec) ? 0 : 1;
+            std::this_thread::sleep_for(std::chrono::microseconds(500));
+            std::filesystem::remove(marker, ec);
+        }
+        Say("done " + std::to_string(overlaps));
+        return overlaps == 0 ? 0 : 3;
+    });
+});
 
 // Takes the lock, holds it 2 ms and takes it again at once for MS ms: "churning", "done <rounds>".
-vela::test::HelperCommand lockChurn("lock-churn NAME MS", [](const std::vector<std::string>& args) -> int {
-    const auto printer = PrinterNamed(args[0]);
-    const auto until = Clock::now() + std::chrono::milliseconds(std::stoll(args[1]));
-    long rounds = 0;
-    try {
+vela::test::HelperCommand lockChurn("lock-churn NAME MS", [](const std::vector<std::string>& args) {
+    return Guarded([&] {
+        const auto until = Clock::now() + std::chrono::milliseconds(std::stoll(args[1]));
+        long rounds = 0;
         while (Clock::now() < until) {
-            PrinterAccessSynchronizer lock(printer);
+            PrinterAccessSynchronizer lock(PrinterNamed(args[0]));
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
             if (rounds++ == 0) {
                 Say("churning");
             }
         }
-    } catch (const vela::kom::PrinterBuzyException& e) {
-        Say("busy " + StringConverter::ToUtf8(e.Message()));
-        return 1;
-    } catch (const vela::common::Exception& e) {
-        return Failed(e);
-    }
-    Say("done " + std::to_string(rounds));
-    return 0;
+        Say("done " + std::to_string(rounds));
+        return 0;
+    });
 });
 
 } // namespace

@@ -1,5 +1,4 @@
-// A process to kill in the middle of a get: says "running", then "receiving" once the first bytes
-// of the file are in, and exits 0 when the get succeeded.
+// A get to kill midway: "running", then "receiving" once the first bytes are in; exit 0 on success.
 #include "support/helper/HelperCommand.h"
 
 #include "common/Exception.h"

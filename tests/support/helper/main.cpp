@@ -27,8 +27,7 @@ int main(int argc, char** argv) {
     }
     std::vector<std::string> args(argv + 2, argv + argc);
 #ifdef _WIN32
-    // The C runtime hands out the arguments in the ANSI code page, which loses characters of
-    // non-ASCII printer names; the wide command line has them all.
+    // The C runtime's arguments are in the ANSI code page, which loses non-ASCII names.
     int count = 0;
     if (LPWSTR* wide = ::CommandLineToArgvW(::GetCommandLineW(), &count)) {
         if (count == argc) {

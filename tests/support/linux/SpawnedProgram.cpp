@@ -51,8 +51,7 @@ SpawnedProgram::SpawnedProgram(const std::string& program, const std::vector<std
         }
         return;
     }
-    // Close-on-exec pipes: children started later by other threads never inherit them; dup2 in
-    // the file actions clears the flag on the child's copies.
+    // Close-on-exec, so that children started by other threads never inherit them.
     int out[2], err[2];
     if (::pipe2(out, O_CLOEXEC) != 0 || ::pipe2(err, O_CLOEXEC) != 0) {
         throw std::runtime_error(std::string("pipe2: ") + std::strerror(errno));

@@ -8,9 +8,8 @@
 
 namespace vela::test {
 
-// A program started by a test, its output read as it comes: on a new pseudo-terminal of 100
-// columns (standard output and error both on it), or on two pipes (standard input from /dev/null).
-// The destructor kills it if it still runs.
+// A program whose output is read as it comes: on a pseudo-terminal of 100 columns, or on two pipes
+// (input from /dev/null). Killed at destruction if it still runs.
 class SpawnedProgram {
 public:
     enum class Output { terminal, pipes };
@@ -19,12 +18,11 @@ public:
     SpawnedProgram(const SpawnedProgram&) = delete;
     SpawnedProgram& operator=(const SpawnedProgram&) = delete;
 
-    // Reads until standard output holds `part` (true), or `timeoutMs` passed or the output ended.
+    // Until standard output holds `part` (true), or the time or the output ended.
     bool ReadUntil(const std::string& part, uint32_t timeoutMs);
-    // Reads until both streams ended (true) or `timeoutMs` passed.
     bool ReadToEnd(uint32_t timeoutMs);
     bool OutputEnded() const { return m_fds[0] < 0; }
-    // The exit code (128 + the signal after one), or -1 while it still runs after `timeoutMs`.
+    // The exit code (128 + a signal), or -1 while it still runs after `timeoutMs`.
     int Wait(uint32_t timeoutMs);
     void Signal(int signal);
     std::string& Out() { return m_text[0]; } // the caller may take what it has read

@@ -1,5 +1,7 @@
 #include "support/SystemProbe.h"
 
+#include "support/ProcessHandles.h"
+
 #include "common/StringConverter.h"
 #include "kom/connection/PrinterAccessSynchronizer.h"
 
@@ -12,7 +14,7 @@ namespace vela::test {
 
 namespace {
 
-size_t CountEntries(const char* folder) {
+size_t CountEntries(const char* folder) { // the folder's own descriptor counts, the same each time
     size_t count = 0;
     if (DIR* dir = ::opendir(folder)) {
         while (const dirent* entry = ::readdir(dir)) {
@@ -27,6 +29,10 @@ size_t CountEntries(const char* folder) {
 
 } // namespace
 
+size_t OpenHandleCount() {
+    return CountEntries("/proc/self/fd");
+}
+
 uint32_t CurrentProcessId() {
     return static_cast<uint32_t>(::getpid());
 }
@@ -36,8 +42,7 @@ size_t ThreadCount() {
 }
 
 bool IsAccessLockHeld(const std::wstring& printerName) {
-    // The lock file of the production lock, taken by a description of our own: it conflicts with
-    // any holder, this process's included, and never waits.
+    // An open file description of our own conflicts with any holder, this process's included.
     const std::string path =
         vela::common::StringConverter::ToUtf8(vela::kom::PrinterAccessSynchronizer::LockName(printerName));
     const int fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC);

@@ -10,60 +10,18 @@
 namespace vela::test {
 namespace {
 
-bool FileExists(const std::wstring& path) {
-    return ::GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
-}
-
 // Wine's own conversion of a Unix path; empty when not under wine or not convertible.
 std::wstring WineDosPath(const std::string& unixPath) {
     using UnixToDos = WCHAR* (*)(const char*);
-    HMODULE kernel = ::GetModuleHandleW(L"kernel32.dll");
-    if (kernel == nullptr) {
-        return std::wstring();
-    }
-    auto convert = reinterpret_cast<UnixToDos>(
-        reinterpret_cast<void*>(::GetProcAddress(kernel, "wine_get_dos_file_name")));
+    auto convert = reinterpret_cast<UnixToDos>(reinterpret_cast<void*>(
+        ::GetProcAddress(::GetModuleHandleW(L"kernel32.dll"), "wine_get_dos_file_name")));
     WCHAR* dos = convert != nullptr ? convert(unixPath.c_str()) : nullptr;
-    if (dos == nullptr) {
-        return std::wstring();
+    const std::wstring path = dos != nullptr ? dos : L"";
+    if (dos != nullptr) {
+        ::HeapFree(::GetProcessHeap(), 0, dos);
     }
-    std::wstring path(dos);
-    ::HeapFree(::GetProcessHeap(), 0, dos);
     return path;
 }
-
-std::wstring OwnFolder() {
-    std::wstring self(MAX_PATH, L'\0');
-    for (;;) {
-        const DWORD length = ::GetModuleFileNameW(nullptr, self.data(), static_cast<DWORD>(self.size()));
-        if (length < self.size()) {
-            self.resize(length);
-            break;
-        }
-        self.resize(self.size() * 2);
-    }
-    return self.substr(0, self.find_last_of(L"\\/") + 1);
-}
-
-} // namespace
-
-std::wstring LocateBuiltProgram(const std::string& builtPath) {
-    const std::wstring asGiven = vela::common::StringConverter::FromUtf8(builtPath);
-    if (!builtPath.empty() && builtPath[0] != '/' && FileExists(asGiven)) {
-        return asGiven;
-    }
-    const std::wstring converted = WineDosPath(builtPath);
-    if (!converted.empty() && FileExists(converted)) {
-        return converted;
-    }
-    const std::wstring beside = OwnFolder() + asGiven.substr(asGiven.find_last_of(L"/\\") + 1);
-    if (FileExists(beside)) {
-        return beside;
-    }
-    throw std::runtime_error("built program not found: " + builtPath);
-}
-
-namespace {
 
 // One argument quoted so that the child's C runtime (CommandLineToArgvW rules) reads it back as is.
 std::wstring QuoteArgument(const std::wstring& argument) {
@@ -106,6 +64,21 @@ vela::common::UniqueHandle MakePipe(vela::common::UniqueHandle& childEnd) {
 
 } // namespace
 
+std::wstring LocateBuiltProgram(const std::string& builtPath) {
+    const std::wstring asGiven = vela::common::StringConverter::FromUtf8(builtPath);
+    std::wstring self(32768, L'\0');
+    self.resize(::GetModuleFileNameW(nullptr, self.data(), static_cast<DWORD>(self.size())));
+    // As given (a Windows path), as wine converts a Unix path, or beside the test program.
+    for (const std::wstring& candidate :
+         {builtPath.empty() || builtPath[0] == '/' ? std::wstring() : asGiven, WineDosPath(builtPath),
+          self.substr(0, self.find_last_of(L"\\/") + 1) + asGiven.substr(asGiven.find_last_of(L"/\\") + 1)}) {
+        if (!candidate.empty() && ::GetFileAttributesW(candidate.c_str()) != INVALID_FILE_ATTRIBUTES) {
+            return candidate;
+        }
+    }
+    throw std::runtime_error("built program not found: " + builtPath);
+}
+
 StartedProgram StartBuiltProgram(const std::string& builtPath, const std::vector<std::string>& arguments,
                                  bool captureError) {
     using vela::common::StringConverter;
@@ -115,8 +88,7 @@ StartedProgram StartBuiltProgram(const std::string& builtPath, const std::vector
     for (const auto& argument : arguments) {
         commandLine += L" " + QuoteArgument(StringConverter::FromUtf8(argument));
     }
-    // The child's ends are inheritable while it starts, and no other child may inherit them (a
-    // second holder of a pipe would hide the first one's end of output): one start at a time.
+    // One start at a time: another child inheriting these ends would hide this one's end of output.
     static std::mutex starting;
     std::lock_guard<std::mutex> lock(starting);
     StartedProgram started;

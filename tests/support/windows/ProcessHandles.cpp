@@ -15,8 +15,7 @@ namespace vela::test {
 
 namespace {
 
-// The system's handle list (SystemExtendedHandleInformation): one entry per open handle of every
-// process, with the owner's full process id.
+// SystemExtendedHandleInformation: every open handle of every process, with its owner's id.
 constexpr ULONG kExtendedHandleInformation = 64;
 constexpr NTSTATUS kLengthMismatch = static_cast<NTSTATUS>(0xC0000004L);
 
@@ -40,7 +39,6 @@ struct HandleList {
 } // namespace
 
 size_t OpenHandleCount() {
-    // The system's handle list is right under wine and on Windows alike.
     std::vector<unsigned char> buffer(256 * 1024);
     for (;;) {
         ULONG needed = 0;

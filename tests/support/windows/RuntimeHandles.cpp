@@ -3,8 +3,7 @@
 #include <set>
 #include <stdexcept>
 
-// The executable's import slots. Every call of these functions from this program, the statically
-// linked runtime's included, goes through them.
+// The executable's import slots, which every call from this program goes through.
 extern "C" {
 extern decltype(&::CreateEventA) __imp_CreateEventA;
 extern decltype(&::CreateSemaphoreA) __imp_CreateSemaphoreA;
@@ -65,8 +64,7 @@ template <class F> void Reroute(F& slot, F replacement, F& original) {
     }
 }
 
-// Before main, while the program has a single thread: the close wrapper is in place before the
-// first event is recorded.
+// Before main, while the program has a single thread.
 const bool g_installed = [] {
     Reroute(__imp_CloseHandle, &ForgettingCloseHandle, g_closeHandle);
     Reroute(__imp_CreateEventA, &RecordingCreateEventA, g_createEventA);

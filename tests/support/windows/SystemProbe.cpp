@@ -18,8 +18,6 @@ uint32_t CurrentProcessId() {
 }
 
 size_t ThreadCount() {
-    // The snapshot lists the threads of every process; its handle is closed before the count is
-    // returned, so it never shows in a handle count.
     HANDLE snapshot = ::CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
     if (snapshot == INVALID_HANDLE_VALUE) {
         throw std::runtime_error("CreateToolhelp32Snapshot failed: error " +
@@ -37,10 +35,8 @@ size_t ThreadCount() {
 }
 
 bool IsAccessLockHeld(const std::wstring& printerName) {
-    // The lock is a named auto-reset event, signalled while free. An event belongs to no thread
-    // (unlike a mutex, which its owner may take again), so a holder in this very process shows
-    // like any other: a wait that does not wait succeeds only on a free lock, and the lock is
-    // given back at once.
+    // The lock is a named auto-reset event, signalled while free; unlike a mutex it belongs to no
+    // thread, so a holder in this process shows too. A free lock is given back at once.
     const std::wstring name = vela::kom::PrinterAccessSynchronizer::LockName(printerName);
     HANDLE event = ::OpenEventW(SYNCHRONIZE | EVENT_MODIFY_STATE, FALSE, name.c_str());
     if (event == nullptr) {

@@ -1,7 +1,5 @@
-// The library on the host side of the VM harness's virtual USB printer, with qrv-sim serving its
-// device side as a process of its own (the guest's `run` starts it and names its process id in
-// QRV_VM_SIM_PID). Everything goes through the real kernel drivers: usblp, hidraw and the udev
-// view of sysfs on the host side, the printer and HID gadget functions on the device side.
+// The library on the host side of the VM's virtual USB printer, through the real kernel drivers
+// (usblp, hidraw, udev), with qrv-sim serving the device side (its process id in QRV_VM_SIM_PID).
 #include "common/StringConverter.h"
 #include "kom/discovery/QRVPrinters.h"
 #include "qrv/ManagedQRVDeviceGateway.h"
@@ -37,14 +35,7 @@ constexpr size_t kReplyOnBoundary = (size_t{1} << 19) + 512 - 270;
 
 const std::wstring kJobs = L"/mnt/data/jobs";
 
-const host::FileComponent* FindEntry(const std::vector<host::FileComponent>& entries,
-                                     const std::wstring& name) {
-    auto it = std::find_if(entries.begin(), entries.end(),
-                           [&](const host::FileComponent& e) { return e.Name() == name; });
-    return it == entries.end() ? nullptr : &*it;
-}
-
-// The warning and error lines of a log, one per line, for failure messages.
+// The warning and error lines of a log, for failure messages.
 std::string Problems(const LogCapture& log) {
     std::string text;
     for (const LogCapture::Line& line : log.Lines()) {
@@ -63,7 +54,6 @@ protected:
             GTEST_SKIP() << "QRV_VM_SIM_PID is not set: these tests run inside the VM, beside qrv-sim";
         }
         m_simPid = static_cast<pid_t>(std::atoi(simPid));
-        // Only the printer on the USB bus: no simulated printers from the environment.
         ::unsetenv("QRV_VIRTUAL_PRINTERS");
         m_name = StringConverter::FromUtf8(m_gadget.Name());
         m_gateway.Open(m_name);
@@ -71,8 +61,7 @@ protected:
 
     void TearDown() override {
         m_gateway.Close();
-        // A test that failed between unplugging and plugging in leaves the printer plugged in
-        // for the tests after it, if the simulator has let go of the old nodes (see UsbGadget.h).
+        // A test that failed while unplugged plugs the printer in again for the next ones.
         if (m_simPid != 0 && !m_gadget.IsPlugged() && m_gadget.WaitUntilReleased(m_simPid, 5s)) {
             m_gadget.Plug();
             m_gadget.WaitForHostNodes(10s);
@@ -80,7 +69,6 @@ protected:
         }
     }
 
-    // Puts `bytes` at `printerPath` through a host file.
     void Put(const std::wstring& printerPath, const std::vector<uint8_t>& bytes) {
         const std::string file = m_dir.File("put.bin");
         WriteHostFile(file, bytes);
@@ -94,6 +82,7 @@ protected:
     }
 
     UsbGadget m_gadget;
+    LogCapture m_log; // from before the open
     pid_t m_simPid = 0;
     std::wstring m_name;
     TempDir m_dir;
@@ -115,29 +104,26 @@ TEST_F(GadgetPrinter, DiscoveryFindsThePrinterOnTheUsbBusAndQueriesAnswer) {
     ASSERT_EQ(status.size(), 11u);
     EXPECT_EQ(status[1].Value(), static_cast<uint32_t>(host::ECassetteDoorStatus::closed));
     EXPECT_EQ(m_gateway.GetDeviceID(), StringConverter::FromUtf8(m_gadget.Serial()));
+    if (!m_gadget.HasHid()) { // the monitor finds no HID node and ends; operations go on without it
+        EXPECT_TRUE(Eventually([] { return vela::test::ThreadCount() == 1; }, 5000));
+        EXPECT_TRUE(
+            m_log.Contains(L"PrinterStatusThread::StatusMonitor() - could not find specified printer!"));
+    }
 }
 
-TEST_F(GadgetPrinter, FilesMakeTheRoundTripByteForByte) {
-    const std::vector<uint8_t> first = TestBytes(kPutOnBoundary, 1);
-    const std::vector<uint8_t> second = TestBytes(kReplyOnBoundary, 2);
-    Put(kJobs + L"/vm-first.job", first);
-    Put(kJobs + L"/vm-second.job", second);
-    const host::FileComponent* entry = FindEntry(m_gateway.GetFiles(kJobs), L"vm-first.job");
-    ASSERT_NE(entry, nullptr);
-    EXPECT_EQ(entry->Size(), static_cast<int32_t>(first.size()));
-
-    EXPECT_TRUE(Get(kJobs + L"/vm-first.job") == first) << "the first file came back changed";
-    EXPECT_TRUE(Get(kJobs + L"/vm-second.job") == second) << "the second file came back changed";
-    EXPECT_EQ(m_gateway.DeleteFile(kJobs + L"/vm-first.job"), 0);
-    EXPECT_EQ(m_gateway.DeleteFile(kJobs + L"/vm-second.job"), 0);
-}
-
-// An unplug in the middle of a get: usblp's error reaches the caller as the gateway's failure, the
-// host file stays as it was, the monitor thread ends, and once plugged in again the printer opens.
-TEST_F(GadgetPrinter, UnplugInTheMiddleOfAGetFailsCleanlyAndTheNextOpenWorks) {
-    const std::wstring printerPath = kJobs + L"/vm-unplug.job";
-    const std::vector<uint8_t> bytes = TestBytes(kPutOnBoundary, 4);
+// Files on the USB packet boundaries make the round trip; an unplug in the middle of a get fails
+// cleanly, and once plugged in again the printer opens and the file comes back whole.
+TEST_F(GadgetPrinter, FilesMakeTheRoundTripAndAnUnplugInAGetFailsCleanly) {
+    const std::wstring printerPath = kJobs + L"/vm-first.job", secondPath = kJobs + L"/vm-second.job";
+    const std::vector<uint8_t> bytes = TestBytes(kPutOnBoundary, 1), second = TestBytes(kReplyOnBoundary, 2);
     Put(printerPath, bytes);
+    Put(secondPath, second);
+    const auto entries = m_gateway.GetFiles(kJobs);
+    EXPECT_TRUE(std::any_of(entries.begin(), entries.end(), [&](const host::FileComponent& e) {
+        return e.Name() == L"vm-first.job" && e.Size() == static_cast<int32_t>(bytes.size());
+    }));
+    EXPECT_TRUE(Get(secondPath) == second) << "the second file came back changed";
+    EXPECT_EQ(m_gateway.DeleteFile(secondPath), 0);
     const std::string target = m_dir.File("target.bin");
     const std::vector<uint8_t> previous{'p', 'r', 'e', 'v', 'i', 'o', 'u', 's'};
     WriteHostFile(target, previous);
@@ -161,13 +147,11 @@ TEST_F(GadgetPrinter, UnplugInTheMiddleOfAGetFailsCleanlyAndTheNextOpenWorks) {
     EXPECT_EQ(ReadHostFile(target), previous);
     std::vector<std::string> files = vela::test::ListDirectory(m_dir.Path());
     std::sort(files.begin(), files.end());
-    EXPECT_EQ(files, (std::vector<std::string>{"put.bin", "target.bin"}));
-    // The monitor thread saw the HID node go and ended without a word.
+    EXPECT_EQ(files, (std::vector<std::string>{"got.bin", "put.bin", "target.bin"}));
     EXPECT_TRUE(Eventually([] { return vela::test::ThreadCount() == 1; }, 3000))
         << vela::test::ThreadCount() << " threads are left";
     EXPECT_EQ(Problems(log).find("PrinterStatusThread"), std::string::npos) << Problems(log);
 
-    // Plugged in again only after the simulator has closed the removed nodes (see UsbGadget.h).
     ASSERT_TRUE(m_gadget.WaitUntilHostNodesGone(5s)) << "the host still shows the unplugged printer";
     EXPECT_THROW(m_gateway.Open(m_name), host::PrinterCommunicationException);
     ASSERT_TRUE(m_gadget.WaitUntilReleased(m_simPid, 5s)) << "qrv-sim still holds the unplugged nodes";
@@ -175,7 +159,7 @@ TEST_F(GadgetPrinter, UnplugInTheMiddleOfAGetFailsCleanlyAndTheNextOpenWorks) {
     ASSERT_TRUE(m_gadget.WaitForHostNodes(10s)) << "the host did not see the printer again";
     ASSERT_TRUE(m_gadget.WaitUntilServed(m_simPid, 10s)) << "qrv-sim did not come back";
     m_gateway.Open(m_name);
-    EXPECT_TRUE(Get(printerPath) == bytes) << "the get after the re-plug came back changed";
+    EXPECT_TRUE(Get(printerPath) == bytes) << "the first file came back changed";
     EXPECT_EQ(m_gateway.DeleteFile(printerPath), 0);
 }
 

@@ -3,11 +3,9 @@
 #include "support/TestSupport.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <dirent.h>
-#include <fcntl.h>
 #include <fstream>
+#include <functional>
 #include <stdexcept>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -39,23 +37,17 @@ bool Exists(const std::string& path) {
     return ::stat(path.c_str(), &st) == 0;
 }
 
-void WriteUdc(const std::string& value) {
-    // A write of zero bytes is refused (EFAULT): unbinding takes a lone newline.
-    const std::string text = value + "\n";
-    int fd = ::open((kGadget + "/UDC").c_str(), O_WRONLY | O_CLOEXEC);
-    if (fd < 0) {
-        throw std::runtime_error("open UDC: " + std::string(std::strerror(errno)));
-    }
-    ssize_t n = ::write(fd, text.data(), text.size());
-    int error = errno;
-    ::close(fd);
-    if (n != static_cast<ssize_t>(text.size())) {
-        throw std::runtime_error("write '" + value + "' to UDC: " + std::strerror(error));
-    }
+bool Within(std::chrono::milliseconds timeout, const std::function<bool()>& condition) {
+    return Eventually(condition, static_cast<uint32_t>(timeout.count()));
 }
 
-uint32_t Ms(std::chrono::milliseconds timeout) {
-    return static_cast<uint32_t>(timeout.count());
+void WriteUdc(const std::string& value) {
+    std::ofstream udc(kGadget + "/UDC", std::ios::app); // never truncated
+    udc << value << "\n"
+        << std::flush; // one write: a write of zero bytes is refused, unbinding takes a lone newline
+    if (!udc) {
+        throw std::runtime_error("write '" + value + "' to UDC failed");
+    }
 }
 
 bool IsGadgetNode(const std::string& target) {
@@ -86,31 +78,27 @@ bool UsbGadget::IsPlugged() const {
 }
 
 bool UsbGadget::WaitForHostNodes(std::chrono::milliseconds timeout) const {
-    return Eventually([&] { return Exists("/dev/usb/lp0") && (!m_hasHid || Exists("/dev/hidraw0")); },
-                      Ms(timeout));
+    return Within(timeout, [&] { return Exists("/dev/usb/lp0") && (!m_hasHid || Exists("/dev/hidraw0")); });
 }
 
 bool UsbGadget::WaitUntilHostNodesGone(std::chrono::milliseconds timeout) const {
-    return Eventually([&] { return !Exists("/dev/usb/lp0") && !Exists("/dev/hidraw0"); }, Ms(timeout));
+    return Within(timeout, [&] { return !Exists("/dev/usb/lp0") && !Exists("/dev/hidraw0"); });
 }
 
 bool UsbGadget::WaitUntilReleased(pid_t pid, std::chrono::milliseconds timeout) const {
-    const auto holdsRemovedNode = [pid] {
+    return Within(timeout, [pid] {
         const std::vector<std::string> files = OpenFiles(pid);
-        return std::any_of(files.begin(), files.end(), [](const std::string& target) {
+        return std::none_of(files.begin(), files.end(), [](const std::string& target) {
             return IsGadgetNode(target) && target.find(" (deleted)") != std::string::npos;
         });
-    };
-    return Eventually([&] { return !holdsRemovedNode(); }, Ms(timeout));
+    });
 }
 
 bool UsbGadget::WaitUntilServed(pid_t pid, std::chrono::milliseconds timeout) const {
-    return Eventually(
-        [pid] {
-            const std::vector<std::string> files = OpenFiles(pid);
-            return std::find(files.begin(), files.end(), kPrinterNode) != files.end();
-        },
-        Ms(timeout));
+    return Within(timeout, [pid] {
+        const std::vector<std::string> files = OpenFiles(pid);
+        return std::find(files.begin(), files.end(), kPrinterNode) != files.end();
+    });
 }
 
 std::vector<std::string> OpenFiles(pid_t pid) {
