@@ -289,11 +289,6 @@ TEST_F(GatewayOnSimulator, StatusAndInterruptEventsFromTheMonitorThread) {
     EXPECT_EQ(*freed,
               (std::vector<host::PrinterStatusItem>{
                   {host::EPrintStatusItem::cutterStatus, static_cast<uint32_t>(host::ECutterStatus::ok)}}));
-
-    m_gateway.Close();
-    size_t closedAt = events.Changes();
-    m_sim->Printer().SetCutterJammed(true);
-    EXPECT_FALSE(events.WaitChange(closedAt, milliseconds(500)).has_value()) << "an event after Close";
 }
 
 TEST(GatewayOpen, AMissingPrinterIsACommunicationError) {
