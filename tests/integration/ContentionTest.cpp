@@ -1,5 +1,4 @@
-// Several processes on one printer: the access lock keeps their transactions apart (interleaved
-// writes show as framing violations), and a process killed mid-transaction blocks nobody.
+// The access lock keeps processes' transactions apart; a killed one blocks nobody.
 
 #include "support/FaultChecks.h"
 #include "support/PauseRecorder.h"
@@ -9,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstdio>
 #include <memory>
 #include <sstream>
 #include <thread>
@@ -65,8 +63,6 @@ TEST(Contention, ProcessesHammeringOnePrinterNeverInterleave) {
                               printer.Printer().CountRequests(RequestKind::putFile) +
                               printer.Printer().CountRequests(RequestKind::listFolderFetch);
     EXPECT_EQ(operations, static_cast<size_t>(succeeded));
-    std::printf("[ contention ] %d processes, %d operations, %d succeeded\n", kProcesses,
-                kProcesses * kRounds, succeeded);
 }
 
 // A killed process leaves at most an unread answer; the next one gets the lock at once. (A Windows

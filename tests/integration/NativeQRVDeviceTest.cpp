@@ -2,6 +2,7 @@
 // file list, null paths and the probe of SetPrinterName.
 #include "support/SimulatedPrinter.h"
 
+#include "ExpectThrown.h"
 #include "kom/QRVException.h"
 #include "support/PauseRecorder.h"
 #include "support/RecordingListener.h"
@@ -16,6 +17,7 @@ using vela::common::WaitResult;
 using vela::kom::NativeQRVDevice;
 using vela::sim::Fault;
 using vela::sim::RequestKind;
+using vela::test::ExpectThrown;
 using vela::test::Fields;
 using vela::test::OnSimulatedPrinter;
 using vela::test::PauseRecorder;
@@ -26,13 +28,8 @@ TEST_F(NativeQRVDeviceSim, ChoosesThePrinterByItsExactName) {
     std::wstring other = Name();
     std::transform(other.begin(), other.end(), other.begin(), [](wchar_t c) { return std::towupper(c); });
     NativeQRVDevice facade(0);
-    try {
-        facade.SetPrinterName(other);
-        FAIL() << "found a printer by a name of another case";
-    } catch (const vela::kom::DeviceNotFoundException& e) {
-        EXPECT_EQ(e.Message(), other);
-        EXPECT_EQ(e.Source(), L"NativeQRVDevice::SetPrinterName()");
-    }
+    ExpectThrown<vela::kom::DeviceNotFoundException>([&] { facade.SetPrinterName(other); }, other,
+                                                     L"NativeQRVDevice::SetPrinterName()");
     EXPECT_EQ(facade.GetPrinterName(), other);
     EXPECT_THROW(facade.GetPrinterStatus(), vela::common::InvalidOperationException) << "still unbound";
 

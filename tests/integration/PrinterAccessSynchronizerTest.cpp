@@ -1,6 +1,7 @@
 // The machine-wide printer lock between processes (the qrv-test-helper child) and within one.
 
 #include "kom/connection/PrinterAccessSynchronizer.h"
+#include "ExpectThrown.h"
 #include "common/StringConverter.h"
 #include "common/SystemError.h"
 #include "kom/QRVException.h"
@@ -25,6 +26,7 @@ using vela::kom::ConnectedPrinter;
 using vela::kom::PrinterAccessSynchronizer;
 using vela::kom::PrinterBuzyException;
 using vela::test::ChildProcess;
+using vela::test::ExpectThrown;
 using vela::test::LogCapture;
 using vela::test::SecondsSince;
 using Clock = std::chrono::steady_clock;
@@ -92,20 +94,13 @@ TEST_F(PrinterAccessSynchronizerTest, SecondHolderIsBusyAfterTenSecondsWhileOthe
     EXPECT_LT(SecondsSince(start), 1.0) << "a different printer name must not wait";
 
     start = Clock::now();
-    try {
-        PrinterAccessSynchronizer lock(Printer(name));
-        FAIL() << "took a lock that another process holds";
-    } catch (const PrinterBuzyException& e) {
-        const double seconds = SecondsSince(start);
-        EXPECT_GE(seconds, 9.9);
-        EXPECT_LE(seconds, 13.0);
-        const std::wstring expected = L"Unable to acquire '" +
-                                      PrinterAccessSynchronizer::LockName(Printer(name).printerName) +
-                                      L"' event";
-        EXPECT_EQ(e.Message(), expected);
-        EXPECT_EQ(e.Source(), L"PrinterAccessSynchronizer()");
-        EXPECT_TRUE(log.Contains(L"PrinterAccessSynchronizer(): PrinterBuzyException: " + expected));
-    }
+    const std::wstring expected =
+        L"Unable to acquire '" + PrinterAccessSynchronizer::LockName(Printer(name).printerName) + L"' event";
+    ExpectThrown<PrinterBuzyException>([&] { PrinterAccessSynchronizer lock(Printer(name)); }, expected,
+                                       L"PrinterAccessSynchronizer()");
+    EXPECT_GE(SecondsSince(start), 9.9);
+    EXPECT_LE(SecondsSince(start), 13.0);
+    EXPECT_TRUE(log.Contains(L"PrinterAccessSynchronizer(): PrinterBuzyException: " + expected));
     EXPECT_TRUE(holder->Running());
 }
 

@@ -1,6 +1,4 @@
-// Bad replies over the real channel, aimed at the reply that carries each operation's data. Each
-// ends as a typed error or, where the reply cannot tell, a success; with the lock free, no
-// descriptor open, the host file untouched, and nothing left in the channel for the next run.
+// A bad reply to each operation's data request ends as defined and leaves nothing behind.
 
 #include "support/FaultChecks.h"
 #include "support/PauseRecorder.h"

@@ -1,5 +1,4 @@
-// The status monitor thread on the real HID channel and its quiet end when the printer leaves; the
-// per-device monitor of QRVDevice holding the printer.
+// The status monitor thread on the real HID channel; the per-device monitor holding the printer.
 #include "support/SimulatedPrinter.h"
 
 #include "kom/connection/PrinterStatusThread.h"
@@ -40,8 +39,6 @@ TEST_F(StatusMonitorSim, UnpluggingEndsTheThreadQuietly) {
     Facade().DeregisterListener(&listener);
     EXPECT_FALSE(log.ContainsSubstring(L"PrinterStatusThread"));
 }
-
-// ---- the per-device monitor ----------------------------------------------------------------------
 
 namespace {
 

@@ -1,10 +1,7 @@
-// Interrupted transfers against the simulator over the real channel. A cancelled get or put, or a
-// getter killed part-way, leaves no partial host file and a printer whose next command is answered
-// at its first try.
+// A cancelled or killed transfer leaves no partial host file, and the next command is answered at once.
 #include "support/SimulatedPrinter.h"
 
 #include "common/Exception.h"
-#include "common/StringConverter.h"
 #include "kom/QRVException.h"
 #include "qrv/HostException.h"
 #include "qrv/ManagedQRVDeviceGateway.h"
@@ -31,14 +28,8 @@ protected:
         Printer().ClearRequests();
         log.Clear();
         EXPECT_NO_THROW(Facade().GetPrinterStatus());
-        std::wstring said;
-        for (const auto& line : log.Lines()) {
-            said += line.text + L"\n";
-        }
-        EXPECT_EQ(Printer().CountRequests(RequestKind::statusQuery), 1u)
-            << vela::common::StringConverter::ToUtf8(said);
-        EXPECT_EQ(log.ContainsSubstring(L"stale bytes"), staleExpected)
-            << vela::common::StringConverter::ToUtf8(said);
+        EXPECT_EQ(Printer().CountRequests(RequestKind::statusQuery), 1u);
+        EXPECT_EQ(log.ContainsSubstring(L"stale bytes"), staleExpected);
     }
     // Sets the cancel flag from the progress callback once `after` bytes of the file have moved.
     void CancelAfter(uint64_t after) {
