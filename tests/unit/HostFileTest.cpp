@@ -20,34 +20,10 @@ using vela::test::TempDir;
 using vela::test::WriteHostFile;
 
 // The four classes themselves are checked through PutFile and GetFile; these are the odd names.
-TEST(HostFileReader, NamesThatNameNoFileAndShortFiles) {
-    TempDir dir;
+TEST(HostFileReader, NamesThatNameNoFile) {
     HostFileReader reader;
     EXPECT_EQ(reader.Open(L"").failure, HostFileFailure::pathNotFound);
     EXPECT_EQ(reader.Open(std::wstring(L"a\0b", 3)).failure, HostFileFailure::other);
-
-    WriteHostFile(dir.File("data.bin"), {1, 2, 3, 4, 5});
-    ASSERT_FALSE(reader.Open(dir.WFile("data.bin")));
-    uint8_t buffer[8] = {};
-    EXPECT_EQ(reader.Read(buffer, sizeof buffer), 5u); // fewer at the end of the file
-}
-
-// A committed replacement is checked through GetFile (FileTransferTest).
-TEST(HostFileReplacer, WithoutACommitTheTargetStaysAndTheTemporaryFileGoes) {
-    TempDir dir;
-    WriteHostFile(dir.File("target.bin"), {9, 9, 9});
-    {
-        HostFileReplacer file;
-        ASSERT_FALSE(file.Open(dir.WFile("target.bin")));
-        ASSERT_TRUE(file.Write(reinterpret_cast<const uint8_t*>("new"), 3));
-        // The temporary file sits beside the target, so the rename stays on one file system.
-        EXPECT_EQ(std::filesystem::path(file.TemporaryPath()).parent_path(),
-                  std::filesystem::path(dir.Path()));
-        EXPECT_EQ(ReadHostFile(dir.File("target.bin")), (std::vector<uint8_t>{9, 9, 9}));
-        EXPECT_EQ(ListDirectory(dir.Path()).size(), 2u);
-    } // dropped without a commit
-    EXPECT_EQ(ReadHostFile(dir.File("target.bin")), (std::vector<uint8_t>{9, 9, 9}));
-    EXPECT_EQ(ListDirectory(dir.Path()), std::vector<std::string>{"target.bin"});
 }
 
 // A missing folder and a folder as target are refused through GetFile (FileTransferTest).
