@@ -9,7 +9,6 @@
 #include "support/TestSupport.h"
 
 #include <algorithm>
-#include <chrono>
 #include <csignal>
 #include <thread>
 
@@ -38,15 +37,6 @@ TEST_F(CliTest, PrintOrdersSendTheirCodesEachFollowedByTheFixedPause) {
         EXPECT_EQ(result.err.find('\r'), std::string::npos);
     }
     EXPECT_EQ(OrderCodes(RequestKind::printControl), (std::vector<uint8_t>{10, 4, 1, 3, 15}));
-
-    m_pauses.Clear();
-    ASSERT_EQ(Run({"reboot"}).code, 0);
-    // The order has no reply: the printer may still be reading it when the command returns.
-    for (int i = 0; i < 500 && Printer().CountRequests(RequestKind::deviceControl) == 0; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    EXPECT_EQ(OrderCodes(RequestKind::deviceControl), std::vector<uint8_t>{2});
-    EXPECT_EQ(Count(m_pauses.Pauses(), 5000), 0u);
 }
 
 TEST_F(CliTest, FilesMakeTheRoundTripAndTheFolderShowsThem) {
@@ -140,13 +130,16 @@ TEST_F(CliTest, StatusAndInfoNameEveryField) {
 TEST_F(CliTest, UpdateShowsItsPhasesAndInstallsThePackage) {
     TempDir host;
     WriteHostFile(host.File("qrv-fw-3.1.4.pkg"), TestBytes(64 * 1024, 2));
+    Printer().WriteFile("/mnt/data/update/qrv-fw-3.1.4.pkg", TestBytes(10)); // left by an earlier update
     const CliResult update = Run({"--json", "update", host.File("qrv-fw-3.1.4.pkg")});
     ASSERT_EQ(update.code, 0) << update.err;
     EXPECT_EQ(update.Json()["firmwareBefore"], "1.8.2");
     EXPECT_EQ(update.Json()["firmwareAfter"], "3.1.4");
     size_t at = 0;
     for (const char* phase :
-         {"update: waiting until the printer", "update: copying qrv-fw-3.1.4.pkg", "(100%)",
+         {"update: do not unplug the printer or interrupt the update",
+          "update: removed /mnt/data/update/qrv-fw-3.1.4.pkg, left on the printer by an earlier update",
+          "update: waiting until the printer", "update: copying qrv-fw-3.1.4.pkg", "(100%)",
           "update: applying", "update: the printer installs", "update: cleaning up", "update: done in"}) {
         const size_t found = update.err.find(phase, at);
         ASSERT_NE(found, std::string::npos) << "missing or out of order: " << phase << "\n" << update.err;
@@ -207,27 +200,33 @@ TEST_F(CliTest, PrinterChoiceAndUsageErrors) {
     EXPECT_EQ(unknown.code, 3);
     EXPECT_NE(unknown.err.find("the printers are: 'CLI Test Printer'"), std::string::npos) << unknown.err;
 
-    // A second printer makes the choice ambiguous.
+    // A second printer of the same name makes the choice ambiguous; the serial tells them apart.
     vela::sim::Simulator::Options other;
-    other.name = "Second Printer";
+    other.name = kPrinter;
     other.serial = "TWIN0002";
     vela::sim::Simulator second(other);
     ScopedEnvironment both("QRV_VIRTUAL_PRINTERS", vela::common::StringConverter::FromUtf8(
                                                        m_simulator.EntryText() + ";" + second.EntryText()));
-    const CliResult ambiguous = Run({"status"}, false);
-    EXPECT_EQ(ambiguous.code, 2);
-    EXPECT_NE(ambiguous.err.find("2 printers are attached: 'CLI Test Printer', 'Second Printer'"),
+    const CliResult attached = Run({"status"}, false);
+    EXPECT_EQ(attached.code, 2);
+    EXPECT_NE(attached.err.find("2 printers are attached: 'CLI Test Printer', 'CLI Test Printer'"),
               std::string::npos);
-    // By name, serial, device URI (in any letter case, with an interface) or path.
-    for (const std::string& choice : {std::string("Second Printer"), std::string("TWIN0002"),
-                                      std::string("usb://vela/QRV%20410?serial=twin0002&interface=1"),
-                                      vela::common::StringConverter::ToUtf8(second.PrinterPath())}) {
+    const CliResult ambiguous = Run({"status"});
+    EXPECT_EQ(ambiguous.code, 2);
+    EXPECT_NE(ambiguous.err.find("names 2 printers"), std::string::npos) << ambiguous.err;
+    EXPECT_NE(ambiguous.err.find("serial TWIN0002"), std::string::npos) << ambiguous.err;
+    // By serial, device URI (in any letter case, with an interface) or path.
+    for (const std::string& choice :
+         {std::string("TWIN0002"), std::string("usb://vela/QRV%20410?serial=twin0002&interface=1"),
+          vela::common::StringConverter::ToUtf8(second.PrinterPath())}) {
         const size_t before = second.Printer().Requests().size();
         EXPECT_EQ(Run({"--printer", choice, "status"}, false).code, 0) << choice;
         EXPECT_GT(second.Printer().Requests().size(), before) << choice;
     }
-    EXPECT_EQ(Run({"--json", "list"}, false).Json()["printers"][1]["deviceUri"],
-              "usb://VELA/QRV%20410?serial=TWIN0002");
+    const nlohmann::json listed = Run({"--json", "list"}, false).Json()["printers"][1];
+    EXPECT_EQ(listed["deviceUri"], "usb://VELA/QRV%20410?serial=TWIN0002");
+    EXPECT_EQ(listed["usbId"], "0922:0025");
+    EXPECT_EQ(listed["virtual"], true);
 
     for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
              {"frobnicate"}, {"get", "/only/one"}, {"status", "--bogus"}, {}}) {
@@ -236,14 +235,7 @@ TEST_F(CliTest, PrinterChoiceAndUsageErrors) {
     const CliResult usage = Run({"--json", "ls"}, false);
     EXPECT_EQ(usage.Json()["error"]["kind"], "usage");
 
-    const CliResult help = Run({"--help"}, false);
-    EXPECT_EQ(help.code, 0);
-    for (const char* command :
-         {"list", "status", "info", "ls", "get", "put", "mv", "rm", "df", "logs", "feed", "cut", "resume",
-          "clear-error", "clear-cutter-jam", "reboot", "update", "doctor"}) {
-        EXPECT_NE(help.out.find(std::string("\n  ") + command + " "), std::string::npos) << command;
-    }
-    EXPECT_EQ(help.out.find("demo"), std::string::npos);
+    EXPECT_EQ(Run({"--help"}, false).code, 0);
 }
 
 // The watch ends with Ctrl+C: here the signal is raised in this process once the events are in.
