@@ -6,28 +6,11 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <typeinfo>
 #include <vector>
 
 namespace vela::test {
-
-// Whether a read-only file can still be opened for writing here (root on Linux, and wine run by
-// root, which maps the read-only attribute onto permission bits); tests of "access denied" skip.
-inline bool RunningPrivileged() {
-    static const bool privileged = [] {
-        TempDir probeDir;
-        const std::string probe = probeDir.File("probe");
-        WriteHostFile(probe, {1});
-        std::filesystem::permissions(probe, std::filesystem::perms::owner_read);
-        const bool writable = std::ofstream(probe, std::ios::binary | std::ios::app).good();
-        std::filesystem::permissions(probe, std::filesystem::perms::owner_all);
-        return writable;
-    }();
-    return privileged;
-}
 
 inline std::string Narrow(const std::wstring& text) {
     return vela::common::StringConverter::ToUtf8(text);

@@ -2,7 +2,6 @@
 
 #include "common/MD5FileHash.h"
 #include "kom/QRVException.h"
-#include "kom/filesystem/BackgroundFileDigest.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -109,15 +108,6 @@ TEST_F(FileTransfer, PutCarriesBothLengthsTheDataAndTheDigestInTheChunksOfOneWri
     EXPECT_EQ(log.Lines().front().level, LogLevel::info);
 }
 
-TEST_F(FileTransfer, AFailedBackgroundDigestIsAnMD5ExceptionAndAnUntakenOneEndsQuietly) {
-    WriteHostFile(dir.File("f.bin"), TestBytes(100000));
-    BackgroundFileDigest missing(dir.WFile("missing.bin"), L"PrinterDevice::PutFile()");
-    EXPECT_THROW(missing.Take(), vela::common::MD5Exception);
-
-    // Never taken: the destructor waits for the reading and throws nothing.
-    { BackgroundFileDigest unused(dir.WFile("f.bin"), L"PrinterDevice::PutFile()"); }
-}
-
 TEST_F(FileTransfer, APathOf300Utf8BytesIsCutTo257) {
     std::string utf8 = "/ab";
     while (utf8.size() < 300) {
@@ -193,12 +183,6 @@ TEST_F(FileTransfer, AFailedFirstCompletionEndsTheGetBeforeAnyHostFileIsTouched)
     const auto once = Concat({GetRequest(0x29, "/a"), kPoll});
     EXPECT_EQ(ToHex(printer.AllWritten()), ToHex(Concat({once, once})));
     ExpectReleased();
-
-    printer.QueueCompletion(2, 2);
-    EXPECT_TRUE(ThrowsExactly<FileNotFoundException>([&] { device.GetFile(L"/a", dir.WFile("keep.bin")); },
-                                                     L"'Wrong file name'",
-                                                     L"PrinterDevice::WaitForCompletion()"));
-    EXPECT_TRUE(KeeperUntouched());
 }
 
 TEST_F(FileTransfer, HostFilesThatCannotBeWrittenMapToTheirKindsAfterTheWholeReply) {

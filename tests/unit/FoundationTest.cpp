@@ -8,8 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include <thread>
-
 using namespace vela::common;
 using namespace vela::kom;
 using vela::test::LogCapture;
@@ -22,11 +20,8 @@ TEST(SystemErrors, MessagesCarryCodeAndTrimmedSystemText) {
         EXPECT_NE(text.back(), L'\n');
         EXPECT_NE(text.back(), L' ');
         EXPECT_EQ(e.Message(), L"Win32 error 0x" + std::to_wstring(code) + L" (" + text + L")");
-        EXPECT_EQ(e.FormattedMessage(), e.Message());
     }
     EXPECT_EQ(Win32Error(0x7ffffff0u, L"s").Message(), L"Win32 error 0x7ffffff0 ()");
-    EXPECT_EQ(Win32Error(0x1fu + 0xa0, L"s").Message().substr(0, 16), L"Win32 error 0xbf");
-    EXPECT_EQ(ConfigurationManagerError(13, L"s").Message(), L"Configuration Manager Error 13");
     EXPECT_EQ(ConfigurationManagerError(-4, L"s").Message(), L"Configuration Manager Error -4");
     EXPECT_EQ(ConfigurationManagerError(-4, L"s").ErrorCode(), -4);
 }
@@ -70,22 +65,6 @@ TEST(LogSink, TextWithoutArgumentsIsNotFormattedAndLevelsFilter) {
     Log::SetLevel(static_cast<int>(LogLevel::warning));
     Log::LogInfo(L"hidden");
     EXPECT_EQ(log.Lines().size(), 3u);
-}
-
-TEST(LogSink, ConcurrentWritersLoseNoLine) {
-    LogCapture log;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([t] {
-            for (int i = 0; i < 250; ++i) {
-                Log::LogWarning(L"thread %d line %d", t, i);
-            }
-        });
-    }
-    for (auto& th : threads) {
-        th.join();
-    }
-    EXPECT_EQ(log.Lines().size(), 1000u);
 }
 
 TEST(StringConverter, RoundTripsAndReplacesInvalidInput) {

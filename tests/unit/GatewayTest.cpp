@@ -86,16 +86,3 @@ TEST(Gateway, EveryOperationWithoutAPrinterIsPrinterNotFound) {
     // Accepted and ignored, printer or not.
     gateway.SetCutterMode(host::TapeCutMode::noCut);
 }
-
-TEST(Gateway, NativeInterruptsBecomeEventsWithTheHostIssue) {
-    ManagedQRVDeviceGateway gateway;
-    std::vector<std::tuple<uint32_t, host::EPrintInterruptIssue, uint32_t>> received;
-    gateway.OnPrintInterrupt().Add([&](const host::PrintInterruptEventArgs& args) {
-        received.emplace_back(args.Code(), args.Issue(), args.Value());
-    });
-    gateway.OnNativePrinterInterruptEvent(9, 0x1234);
-    gateway.OnNativePrinterInterruptEvent(1, 0);
-    ASSERT_EQ(received.size(), 2u);
-    EXPECT_EQ(received[0], std::make_tuple(9u, host::EPrintInterruptIssue::cutterBladeError, 0x1234u));
-    EXPECT_EQ(received[1], std::make_tuple(1u, host::EPrintInterruptIssue::cassetteMissing, 0u));
-}

@@ -63,11 +63,6 @@ TEST_F(PathRules, EachForbiddenCharacterIsRejectedUnderTheFileNameCheck) {
     }
     // Control characters and non-ASCII text are not on the list.
     EXPECT_NO_THROW(device.CheckPath(L"/tab\there/\u00e9t\u00e9"));
-
-    EXPECT_TRUE(device.IsValidFileName(L"a/b"));
-    EXPECT_TRUE(device.IsValidFileName(L""));
-    EXPECT_TRUE(ThrowsExactly<InvalidPathCharsException>(
-        [&] { device.IsValidFileName(L"a\\b"); }, L"'Invalid path characters found'", kIsValidFileName));
 }
 
 TEST_F(PathRules, ABadPathNeverReachesTheLockOrTheWire) {

@@ -73,15 +73,6 @@ TEST(InterruptRules, EachRuleGivesItsCodeAndEarlierRulesWin) {
     }
 }
 
-TEST(InterruptRules, SameCodeTwiceIsToldOnceAndAgainAfterClearing) {
-    uint32_t last = PrinterStatusThread::kNoInterruption;
-    std::vector<bool> told;
-    for (uint32_t code : {14u, 8u, 8u, 3u, 14u, 3u}) {
-        told.push_back(PrinterStatusThread::TakeInterrupt(last, code));
-    }
-    EXPECT_EQ(told, (std::vector<bool>{false, true, false, true, false, true}));
-}
-
 // Reports one at a time through the loop's step, with two listeners in the process-wide list.
 TEST(ReportHandling, ListenersHearChangesOnceFirmwareReportsAlwaysAndEachNewInterruption) {
     auto state = vela::kom::StatusMonitorState::Instance();
