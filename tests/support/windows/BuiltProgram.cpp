@@ -115,7 +115,10 @@ StartedProgram StartBuiltProgram(const std::string& builtPath, const std::vector
     startup.hStdOutput = output.Get();
     startup.hStdError = error.Get();
     PROCESS_INFORMATION info{};
-    if (!::CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW,
+    // No console: the tests talk to the child through the pipes only, and a console would cost a
+    // console host process per child (under wine one that inherits these handles and may outlive
+    // the child, keeping its end of the output open).
+    if (!::CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, TRUE, DETACHED_PROCESS,
                           nullptr, nullptr, &startup, &info)) {
         Fail("CreateProcessW " + StringConverter::ToUtf8(program));
     }

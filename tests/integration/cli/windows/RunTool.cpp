@@ -10,13 +10,26 @@ namespace vela::test {
 
 namespace {
 
-// Reads until the child's end of the pipe closes.
-std::thread Drain(HANDLE pipe, std::string& sink) {
-    return std::thread([pipe, &sink] {
+// Reads until the child has ended and the pipe holds nothing more. Not until the pipe closes:
+// under wine a system process that the child starts on demand gets a copy of its handles and
+// may keep the pipe open long after the child is gone.
+std::thread Drain(HANDLE pipe, HANDLE process, std::string& sink) {
+    return std::thread([pipe, process, &sink] {
         char buffer[4096];
-        DWORD got = 0;
-        while (::ReadFile(pipe, buffer, sizeof buffer, &got, nullptr) && got > 0) {
-            sink.append(buffer, got);
+        for (;;) {
+            const bool ended = ::WaitForSingleObject(process, 0) == WAIT_OBJECT_0;
+            DWORD available = 0;
+            if (!::PeekNamedPipe(pipe, nullptr, 0, nullptr, &available, nullptr)) {
+                return; // closed, and drained
+            }
+            DWORD got = 0;
+            if (available > 0 && ::ReadFile(pipe, buffer, sizeof buffer, &got, nullptr)) {
+                sink.append(buffer, got);
+            } else if (ended) {
+                return; // what the child wrote before it ended is in
+            } else {
+                ::WaitForSingleObject(process, 5);
+            }
         }
     });
 }
@@ -26,8 +39,8 @@ std::thread Drain(HANDLE pipe, std::string& sink) {
 CliResult RunTool(const std::vector<std::string>& arguments, uint32_t timeoutMs) {
     const StartedProgram tool = StartBuiltProgram(QRVCTL_PATH, arguments, true);
     CliResult result;
-    std::thread outReader = Drain(tool.output.Get(), result.out);
-    std::thread errReader = Drain(tool.error.Get(), result.err);
+    std::thread outReader = Drain(tool.output.Get(), tool.process.Get(), result.out);
+    std::thread errReader = Drain(tool.error.Get(), tool.process.Get(), result.err);
     const bool killed = ::WaitForSingleObject(tool.process.Get(), timeoutMs) != WAIT_OBJECT_0;
     if (killed) {
         ::TerminateProcess(tool.process.Get(), 137);
