@@ -133,6 +133,23 @@ TEST_F(ListenerLifecycle, ClosingAGatewayDoesNotWaitForAnotherGatewaysSubscriber
     EXPECT_TRUE(sawClose.get_future().get());
 }
 
+// Close gives up after the bound, with its one warning, even while the subscriber waits for it.
+TEST_F(ListenerLifecycle, CloseIsBoundedWhileItsSubscriberWaitsForTheClosingThread) {
+    auto gateway = std::make_unique<ManagedQRVDeviceGateway>();
+    gateway->Open(m_printer.Name());
+    Gate entered, closed, left;
+    gateway->OnPrinterStatusChanged().Add([&](const host::PrinterStatusEventArgs&) {
+        if (!entered.open) {
+            entered.Open(), closed.Wait(seconds(5)), left.Open();
+        }
+    });
+    ASSERT_TRUE(PulseUntil(entered));
+    ExpectOneTimeout(Timed([&] { gateway->Close(); }));
+    gateway.reset(); // while its subscriber still runs on the monitor thread
+    closed.Open();
+    EXPECT_TRUE(left.Wait());
+}
+
 TEST_F(ListenerLifecycle, AGatewayDestroyedByItsOwnSubscriberIsReleasedWhenTheSubscriberReturns) {
     auto gateway = std::make_unique<ManagedQRVDeviceGateway>();
     gateway->Open(m_printer.Name());
