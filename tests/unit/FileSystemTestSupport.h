@@ -7,35 +7,12 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <typeinfo>
 #include <vector>
 
 namespace vela::test {
 
 inline std::string Narrow(const std::wstring& text) {
     return vela::common::StringConverter::ToUtf8(text);
-}
-
-// Runs `call` and checks that it throws exactly E with the given message and source.
-template <class E, class F>
-::testing::AssertionResult ThrowsExactly(F&& call, const std::wstring& message, const std::wstring& source) {
-    try {
-        call();
-    } catch (const E& e) {
-        if (typeid(e) != typeid(E)) {
-            return ::testing::AssertionFailure() << "threw the subclass " << Narrow(e.ExceptionName());
-        }
-        if (e.Message() != message || e.Source() != source) {
-            return ::testing::AssertionFailure()
-                   << "threw " << Narrow(e.Source()) << ": " << Narrow(e.Message()) << " instead of "
-                   << Narrow(source) << ": " << Narrow(message);
-        }
-        return ::testing::AssertionSuccess();
-    } catch (const vela::common::Exception& e) {
-        return ::testing::AssertionFailure() << "threw " << Narrow(e.ExceptionName()) << " ("
-                                             << Narrow(e.Source()) << ": " << Narrow(e.Message()) << ")";
-    }
-    return ::testing::AssertionFailure() << "nothing thrown";
 }
 
 // The 257-byte path field built independently of the library.

@@ -129,23 +129,23 @@ TEST_F(FileTransfer, APathOf300Utf8BytesIsCutTo257) {
 TEST_F(FileTransfer, AFileBeyondTheFourGigabyteLengthFieldIsRefusedBeforeItIsRead) {
     WriteHostFile(dir.File("huge.bin"), {});
     std::filesystem::resize_file(dir.File("huge.bin"), (uint64_t{1} << 32) - 287 + 1); // sparse
-    EXPECT_TRUE(ThrowsExactly<QRVException>([&] { device.PutFile(L"/f", dir.WFile("huge.bin")); },
-                                            L"'File too large'", L"PrinterDevice::LoadFile()"));
+    ExpectThrow<QRVException>([&] { device.PutFile(L"/f", dir.WFile("huge.bin")); }, L"'File too large'",
+                              L"PrinterDevice::LoadFile()");
     EXPECT_TRUE(printer.RawWrites().empty());
     ExpectReleased();
 }
 
 TEST_F(FileTransfer, HostFilesThatCannotBeReadMapToTheirKinds) {
     const std::wstring source = L"PrinterDevice::LoadFile()";
-    EXPECT_TRUE(ThrowsExactly<FileNotFoundException>([&] { device.PutFile(L"/f", dir.WFile("missing.bin")); },
-                                                     L"'Couldn't open file'", source));
-    EXPECT_TRUE(ThrowsExactly<PathNotFoundException>(
+    ExpectThrow<FileNotFoundException>([&] { device.PutFile(L"/f", dir.WFile("missing.bin")); },
+                                       L"'Couldn't open file'", source);
+    ExpectThrow<PathNotFoundException>(
         [&] { device.PutFile(L"/f", dir.WFile("no-such-folder/missing.bin")); }, L"'Couldn't open path'",
-        source));
+        source);
     // A folder is refused as "access denied" on every platform.
-    EXPECT_TRUE(ThrowsExactly<NoPermissionException>(
+    ExpectThrow<NoPermissionException>(
         [&] { device.PutFile(L"/f", vela::common::StringConverter::FromUtf8(dir.Path())); },
-        L"'Access denied'", source));
+        L"'Access denied'", source);
     EXPECT_TRUE(printer.RawWrites().empty());
     ExpectReleased();
 }
@@ -189,15 +189,15 @@ TEST_F(FileTransfer, HostFilesThatCannotBeWrittenMapToTheirKindsAfterTheWholeRep
     const std::wstring save = L"PrinterDevice::SaveFile()";
     printer.QueueCompletion(2, 0);
     printer.QueueReply(FileReplyPayload(TestBytes(3000)));
-    EXPECT_TRUE(ThrowsExactly<PathNotFoundException>(
-        [&] { device.GetFile(L"/a", dir.WFile("nowhere/x.bin")); }, L"'Couldn't open path'", save));
+    ExpectThrow<PathNotFoundException>([&] { device.GetFile(L"/a", dir.WFile("nowhere/x.bin")); },
+                                       L"'Couldn't open path'", save);
     EXPECT_EQ(printer.PendingBytes(), 0u);
 
     printer.QueueCompletion(2, 0);
     printer.QueueReply(FileReplyPayload(TestBytes(3000)));
-    EXPECT_TRUE(ThrowsExactly<NoPermissionException>(
+    ExpectThrow<NoPermissionException>(
         [&] { device.GetFile(L"/a", vela::common::StringConverter::FromUtf8(dir.Path())); },
-        L"'Access denied'", save));
+        L"'Access denied'", save);
     EXPECT_EQ(printer.PendingBytes(), 0u);
     EXPECT_TRUE(ListDirectory(dir.Path()).empty());
     ExpectReleased();

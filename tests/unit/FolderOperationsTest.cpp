@@ -22,19 +22,13 @@ std::vector<uint8_t> PathRequest(uint8_t command, const std::string& path) {
 }
 
 class FolderOperations : public FileSystemTest {};
+using FolderListingParser = FileSystemTest;
 
 } // namespace
 
 // ---- listing -----------------------------------------------------------------------------------
 
-// Well-formed entries, one without a colon and an unfinished last one are read through
-// GetFolderContent below.
-TEST(FolderListingParser, NoTextNoEntries) {
-    EXPECT_TRUE(Parse("").empty());
-    EXPECT_TRUE(ParseFolderListing(nullptr, 0, kListing).empty());
-}
-
-TEST(FolderListingParser, SizesConvertLikeACIntegerConversion) {
+TEST_F(FolderListingParser, SizesConvertLikeACIntegerConversion) {
     auto entries = Parse("a:12ab:f,b:abc:f,c: -7:f,d:99999999999:f,e:-99999999999:f,");
     ASSERT_EQ(entries.size(), 5u);
     EXPECT_EQ(entries[0].size, 12);
@@ -45,17 +39,14 @@ TEST(FolderListingParser, SizesConvertLikeACIntegerConversion) {
     EXPECT_EQ(entries[4].size, INT32_MIN);
 }
 
-TEST(FolderListingParser, TypeLettersMustAgreeWithTheSize) {
-    vela::test::LogCapture log;
-    EXPECT_TRUE(ThrowsExactly<ReplyException>([] { Parse("a:5:d,"); },
-                                              L"'Found directory instead of file name'", kListing));
-    EXPECT_TRUE(ThrowsExactly<ReplyException>([] { Parse("docs::f,"); },
-                                              L"'Found file name instead of directory'", kListing));
+TEST_F(FolderListingParser, TypeLettersMustAgreeWithTheSize) {
+    ExpectThrow<ReplyException>([] { Parse("a:5:d,"); }, L"'Found directory instead of file name'", kListing);
+    ExpectThrow<ReplyException>([] { Parse("docs::f,"); }, L"'Found file name instead of directory'",
+                                kListing);
     // Without a second colon the letter examined is the byte after the entry's comma.
-    EXPECT_TRUE(ThrowsExactly<ReplyException>([] { Parse("x:5,d:1:f,"); },
-                                              L"'Found directory instead of file name'", kListing));
-    EXPECT_TRUE(ThrowsExactly<ReplyException>([] { Parse("x:,f"); },
-                                              L"'Found file name instead of directory'", kListing));
+    ExpectThrow<ReplyException>([] { Parse("x:5,d:1:f,"); }, L"'Found directory instead of file name'",
+                                kListing);
+    ExpectThrow<ReplyException>([] { Parse("x:,f"); }, L"'Found file name instead of directory'", kListing);
     auto atEnd = Parse("x:5,");
     ASSERT_EQ(atEnd.size(), 1u);
     EXPECT_EQ(atEnd[0].size, 5);
@@ -122,10 +113,9 @@ TEST_F(FolderOperations, FolderDetailReadsTheZeroEndedNameFromOffsetSeven) {
     EXPECT_EQ(device.GetTemplateLibraryPath(), L"");
 
     printer.QueueReply(reply(0x24, std::string("/x\0", 3)));
-    EXPECT_TRUE(ThrowsExactly<ReplyException>([&] { device.GetFolderDetail(7); }, L"'Wrong reply'", source));
+    ExpectThrow<ReplyException>([&] { device.GetFolderDetail(7); }, L"'Wrong reply'", source);
     printer.QueueReply(reply(0x23, "/no/zero"));
-    EXPECT_TRUE(ThrowsExactly<PathException>([&] { device.GetFolderDetail(7); },
-                                             L"'No path name delimiter found'", source));
+    ExpectThrow<PathException>([&] { device.GetFolderDetail(7); }, L"'No path name delimiter found'", source);
     ExpectReleased();
 }
 
@@ -145,7 +135,6 @@ TEST_F(FolderOperations, DiskSpaceDecodesBothCountsOfAnExact18ByteReply) {
 
     // The printer answers with 0x28, so an echo of the query's 0x24 is wrong.
     printer.QueueReply(reply(0x24));
-    EXPECT_TRUE(
-        ThrowsExactly<ReplyException>([&] { device.GetDiskSpace(first, second); }, L"'Wrong reply'", source));
+    ExpectThrow<ReplyException>([&] { device.GetDiskSpace(first, second); }, L"'Wrong reply'", source);
     ExpectReleased();
 }

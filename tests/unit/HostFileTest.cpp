@@ -92,9 +92,9 @@ TEST_F(GetWriteFailure, IsReportedWithItsCauseAndLeavesTheOldFile) {
     printer.QueueReply(FileReplyPayload(std::vector<uint8_t>(600 * 1024, 0xAB)));
     {
         FileSizeLimit limit(100 * 1024);
-        EXPECT_TRUE(ThrowsExactly<vela::kom::QRVException>(
-            [&] { device.GetFile(L"/big", dir.WFile("keep.bin")); },
-            L"'Couldn't write the file: " + SystemErrorText(EFBIG) + L"'", L"PrinterDevice::SaveFile()"));
+        ExpectThrow<vela::kom::QRVException>([&] { device.GetFile(L"/big", dir.WFile("keep.bin")); },
+                                             L"'Couldn't write the file: " + SystemErrorText(EFBIG) + L"'",
+                                             L"PrinterDevice::SaveFile()");
     }
     EXPECT_EQ(ReadHostFile(dir.File("keep.bin")), old);
     EXPECT_EQ(ListDirectory(dir.Path()), std::vector<std::string>{"keep.bin"});

@@ -22,14 +22,13 @@ TEST_F(PathRules, LengthIsCheckedFirstAndCountsUtf16CodeUnits) {
     const std::wstring longest = L"/" + std::wstring(255, L'a');
     EXPECT_NO_THROW(device.CheckPath(longest));
     EXPECT_NO_THROW(device.CheckPath(L"/"));
-    EXPECT_TRUE(ThrowsExactly<PathException>([&] { device.CheckPath(longest + L"a"); },
-                                             L"'Invalid path length'", kCheckPath));
+    ExpectThrow<PathException>([&] { device.CheckPath(longest + L"a"); }, L"'Invalid path length'",
+                               kCheckPath);
     // Too long and relative: the length rule wins.
-    EXPECT_TRUE(ThrowsExactly<PathException>([&] { device.CheckPath(std::wstring(257, L'a')); },
-                                             L"'Invalid path length'", kCheckPath));
+    ExpectThrow<PathException>([&] { device.CheckPath(std::wstring(257, L'a')); }, L"'Invalid path length'",
+                               kCheckPath);
     // The empty path wraps round into the length rule, not the delimiter rule.
-    EXPECT_TRUE(
-        ThrowsExactly<PathException>([&] { device.CheckPath(L""); }, L"'Invalid path length'", kCheckPath));
+    ExpectThrow<PathException>([&] { device.CheckPath(L""); }, L"'Invalid path length'", kCheckPath);
 
     // A character outside the basic plane counts two, on every platform.
     std::wstring wide = L"/";
@@ -37,17 +36,16 @@ TEST_F(PathRules, LengthIsCheckedFirstAndCountsUtf16CodeUnits) {
         wide += NonBmp();
     }
     EXPECT_NO_THROW(device.CheckPath(wide + L"b")); // 1 + 254 + 1 = 256
-    EXPECT_TRUE(ThrowsExactly<PathException>([&] { device.CheckPath(wide + NonBmp()); },
-                                             L"'Invalid path length'",
-                                             kCheckPath)); // 257
+    ExpectThrow<PathException>([&] { device.CheckPath(wide + NonBmp()); }, L"'Invalid path length'",
+                               kCheckPath); // 257
     EXPECT_TRUE(log.Contains(L"PrinterDevice::CheckPath(): PathException: 'Invalid path length'"));
 }
 
 TEST_F(PathRules, OnlyTheFirstCharacterMustBeTheDelimiter) {
     for (const wchar_t* relative : {L"a/b", L"images/x.png", L" /x", L"\\x"}) {
-        EXPECT_TRUE(ThrowsExactly<PathSeparatorException>([&] { device.CheckPath(relative); },
-                                                          L"'PATH_DELIMITER not found'", kCheckPath))
-            << Narrow(relative);
+        SCOPED_TRACE(Narrow(relative));
+        ExpectThrow<PathSeparatorException>([&] { device.CheckPath(relative); },
+                                            L"'PATH_DELIMITER not found'", kCheckPath);
     }
     for (const wchar_t* accepted : {L"//double//slashes/", L"/with space/file name.txt", L"/trailing/"}) {
         EXPECT_NO_THROW(device.CheckPath(accepted)) << Narrow(accepted);
@@ -57,9 +55,9 @@ TEST_F(PathRules, OnlyTheFirstCharacterMustBeTheDelimiter) {
 TEST_F(PathRules, EachForbiddenCharacterIsRejectedUnderTheFileNameCheck) {
     for (const wchar_t* c : {L"\\", L"?", L"*", L":", L"|", L"\"", L"<", L">", L","}) {
         const std::wstring path = std::wstring(L"/dir/a") + c + L"b";
-        EXPECT_TRUE(ThrowsExactly<InvalidPathCharsException>(
-            [&] { device.CheckPath(path); }, L"'Invalid path characters found'", kIsValidFileName))
-            << Narrow(c);
+        SCOPED_TRACE(Narrow(path));
+        ExpectThrow<InvalidPathCharsException>([&] { device.CheckPath(path); },
+                                               L"'Invalid path characters found'", kIsValidFileName);
     }
     // Control characters and non-ASCII text are not on the list.
     EXPECT_NO_THROW(device.CheckPath(L"/tab\there/\u00e9t\u00e9"));
