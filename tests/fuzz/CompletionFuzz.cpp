@@ -10,7 +10,6 @@ using vela::kom::ByteView;
 using vela::kom::CompletionReply;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    Initialize();
     const ExactBytes payload = PayloadAfterHeader(data, size);
     const CompletionReply reply = vela::kom::ParseCompletionReply(ByteView(payload.data(), payload.size()));
     if (reply.state == CompletionReply::State::finished) {

@@ -14,8 +14,8 @@
 
 namespace vela::fuzz {
 
-// Logging off and the fixed pauses instant. Idempotent.
-void Initialize();
+// Logging off and the fixed pauses instant; libFuzzer (and the replay program) call it once.
+extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
 
 // A heap copy of exactly the bytes given (a vector built from a range has no spare capacity), so
 // that a read past the end trips AddressSanitizer.

@@ -38,7 +38,6 @@ void CheckNothingElse() {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    Initialize();
     const std::string target = Folder() + "/received.bin";
     const std::wstring hostFile = fs::path(target).wstring();
 

@@ -16,6 +16,7 @@ struct ReplayTarget {
     int (*run)(const uint8_t*, size_t);
 };
 extern const ReplayTarget kReplayTargets[];
+extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
 
 namespace {
 
@@ -45,6 +46,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "usage: qrv-fuzz-replay TARGET FILE-OR-FOLDER...\n");
         return 2;
     }
+    LLVMFuzzerInitialize(&argc, &argv);
     size_t count = 0;
     bool ok = true;
     for (int i = 2; i < argc; ++i) {

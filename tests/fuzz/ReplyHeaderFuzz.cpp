@@ -10,7 +10,6 @@ using namespace vela::fuzz;
 using vela::kom::ByteView;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    Initialize();
     const ExactBytes stream = AfterControlByte(data, size);
     const ByteView header(stream.data(), stream.size());
 
