@@ -34,6 +34,14 @@ inline std::vector<uint8_t> LittleEndian32(uint32_t v) {
     return {uint8_t(v), uint8_t(v >> 8), uint8_t(v >> 16), uint8_t(v >> 24)};
 }
 
+// The completion poll that follows every file-system request.
+inline const std::vector<uint8_t> kPoll = Hex("C3 00 00 00 09 60 04 01 80");
+
+// A request that carries one path field.
+inline std::vector<uint8_t> PathRequest(uint8_t command, const std::string& path) {
+    return Concat({Hex("C3 00 00 01 0A 60 04 01"), {command}, PathField(path)});
+}
+
 // Payload of a get reply: a path field, the data's length, the data and `trailing` extra bytes.
 inline std::vector<uint8_t> FileReplyPayload(const std::vector<uint8_t>& data, size_t trailing = 0) {
     return Concat({{0x00, 0x21},

@@ -10,15 +10,10 @@ using namespace vela::test;
 
 namespace {
 
-const std::vector<uint8_t> kPoll = Hex("C3 00 00 00 09 60 04 01 80");
 const std::wstring kListing = L"PrinterDevice::GetFolderContent()";
 
 std::vector<FolderListingEntry> Parse(const std::string& text) {
     return ParseFolderListing(reinterpret_cast<const uint8_t*>(text.data()), text.size(), kListing);
-}
-
-std::vector<uint8_t> PathRequest(uint8_t command, const std::string& path) {
-    return Concat({Hex("C3 00 00 01 0A 60 04 01"), {command}, PathField(path)});
 }
 
 class FolderOperations : public FileSystemTest {};
@@ -101,17 +96,12 @@ TEST_F(FolderOperations, DeleteAndRenameSendTheirRequestsAndReturnTheCompletionR
 
 // ---- folder detail -----------------------------------------------------------------------------
 
-TEST_F(FolderOperations, FolderDetailReadsTheZeroEndedNameFromOffsetSeven) {
+// The four names and their selectors are read from the simulator by qrvctl info.
+TEST_F(FolderOperations, FolderDetailRefusesAnotherCommandAndANameWithoutItsZero) {
     const std::wstring source = L"PrinterDevice::GetFolderDetail()";
     const auto reply = [](uint8_t command, const std::string& tail) {
         return Concat({{0x00, command, 1, 2, 3, 4, 5}, std::vector<uint8_t>(tail.begin(), tail.end())});
     };
-    printer.QueueReply(reply(0x23, std::string("/mnt/data/jobs\0junk", 19)));
-    EXPECT_EQ(device.GetJobFileLibraryPath(), L"/mnt/data/jobs");
-    EXPECT_EQ(ToHex(printer.AllWritten()), "C3 00 00 00 0A 60 04 01 23 01");
-    printer.QueueReply(reply(0x23, std::string("\0", 1)));
-    EXPECT_EQ(device.GetTemplateLibraryPath(), L"");
-
     printer.QueueReply(reply(0x24, std::string("/x\0", 3)));
     ExpectThrow<ReplyException>([&] { device.GetFolderDetail(7); }, L"'Wrong reply'", source);
     printer.QueueReply(reply(0x23, "/no/zero"));

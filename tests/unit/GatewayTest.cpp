@@ -58,7 +58,11 @@ std::vector<Operation> AllOperations() {
     };
 }
 
-void ExpectPrinterNotFoundEverywhere(ManagedQRVDeviceGateway& gateway) {
+} // namespace
+
+TEST(Gateway, EveryOperationWithoutAPrinterIsPrinterNotFound) {
+    ManagedQRVDeviceGateway gateway;
+    EXPECT_FALSE(gateway.IsOpen());
     for (const Operation& op : AllOperations()) {
         SCOPED_TRACE(vela::common::StringConverter::ToUtf8(op.entry));
         LogCapture log;
@@ -72,14 +76,6 @@ void ExpectPrinterNotFoundEverywhere(ManagedQRVDeviceGateway& gateway) {
         EXPECT_EQ(log.Count(LogLevel::warning), 1u);
         EXPECT_TRUE(log.Contains(line));
     }
-}
-
-} // namespace
-
-TEST(Gateway, EveryOperationWithoutAPrinterIsPrinterNotFound) {
-    ManagedQRVDeviceGateway gateway;
-    EXPECT_FALSE(gateway.IsOpen());
-    ExpectPrinterNotFoundEverywhere(gateway);
 
     gateway.Close(); // nothing to close
 
