@@ -66,14 +66,3 @@ TEST_F(DeviceInformationTest, WithoutACassetteTheMemoryIsNeverAskedFor) {
     EXPECT_EQ(printer.RawWrites().size(), 1u);
     ExpectReleased();
 }
-
-// The request is recognised by the simulator in ApplyUpdateSim; here the states the host is told.
-TEST_F(DeviceInformationTest, UpdateStatusReport) {
-    for (uint8_t state : {0, 1, 2, 3, 4, 5, 0xFF}) {
-        printer.QueueReply({0x00, 0x3C, state, 0x11, 0xF2});
-        const DeviceManagerStatus status = device.GetUpdateStatusReport();
-        EXPECT_EQ(status.status, state <= 1 || state == 4 ? state : 5u) << int(state);
-        EXPECT_EQ(status.value1, 0x11u);
-        EXPECT_EQ(status.value2, 0xF2u);
-    }
-}

@@ -19,21 +19,7 @@ std::vector<uint8_t> Digest(const std::wstring& file) {
     return digest;
 }
 
-class FileTransfer : public FileSystemTest {
-protected:
-    // An existing host file whose contents must survive every failed get.
-    void CreateKeeper() { WriteHostFile(dir.File("keep.bin"), kKeeper); }
-    ::testing::AssertionResult KeeperUntouched() {
-        if (ReadHostFile(dir.File("keep.bin")) != kKeeper) {
-            return ::testing::AssertionFailure() << "host file changed";
-        }
-        if (ListDirectory(dir.Path()) != std::vector<std::string>{"keep.bin"}) {
-            return ::testing::AssertionFailure() << "stray files in the host folder";
-        }
-        return ::testing::AssertionSuccess();
-    }
-    const std::vector<uint8_t> kKeeper = TestBytes(5000);
-};
+class FileTransfer : public FileSystemTest {};
 
 } // namespace
 
@@ -140,7 +126,7 @@ TEST_F(FileTransfer, HostFilesThatCannotBeReadMapToTheirKinds) {
 // ---- get ---------------------------------------------------------------------------------------
 
 TEST_F(FileTransfer, GetReplacesTheHostFileAndReportsTheBytesReceived) {
-    CreateKeeper();
+    WriteHostFile(dir.File("keep.bin"), TestBytes(5000));
     const auto data = TestBytes(600 * 1024);
     std::vector<std::pair<uint64_t, uint64_t>> progress;
     device.SetProgressCallback([&](uint64_t done, uint64_t total) { progress.emplace_back(done, total); });
@@ -160,13 +146,15 @@ TEST_F(FileTransfer, GetReplacesTheHostFileAndReportsTheBytesReceived) {
 }
 
 TEST_F(FileTransfer, AFailedFirstCompletionEndsTheGetBeforeAnyHostFileIsTouched) {
-    CreateKeeper();
+    const auto keeper = TestBytes(5000);
+    WriteHostFile(dir.File("keep.bin"), keeper);
     printer.QueueCompletion(2, 9);
     EXPECT_EQ(device.GetFile(L"/a", dir.WFile("keep.bin")), 9);
     printer.QueueCompletion(2, 200);
     EXPECT_EQ(device.GetFile(L"/a", dir.WFile("new.bin")), 200);
 
-    EXPECT_TRUE(KeeperUntouched());
+    EXPECT_TRUE(ReadHostFile(dir.File("keep.bin")) == keeper);
+    EXPECT_EQ(ListDirectory(dir.Path()), std::vector<std::string>{"keep.bin"});
     const auto once = Concat({PathRequest(0x29, "/a"), kPoll});
     EXPECT_EQ(ToHex(printer.AllWritten()), ToHex(Concat({once, once})));
     ExpectReleased();

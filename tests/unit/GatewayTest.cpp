@@ -76,9 +76,5 @@ TEST(Gateway, EveryOperationWithoutAPrinterIsPrinterNotFound) {
         EXPECT_EQ(log.Count(LogLevel::warning), 1u);
         EXPECT_TRUE(log.Contains(line));
     }
-
     gateway.Close(); // nothing to close
-
-    // Accepted and ignored, printer or not.
-    gateway.SetCutterMode(host::TapeCutMode::noCut);
 }

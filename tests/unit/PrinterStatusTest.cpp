@@ -54,11 +54,9 @@ TEST(PrinterStatusDecoding, OperatingStatusValueAndBlockLength) {
     for (size_t length : {0, 7, 9}) {
         EXPECT_EQ(Fields(PrinterStatus(std::vector<uint8_t>(length, 0))), kDefaults);
     }
-    EXPECT_EQ(Fields(PrinterStatus()), kDefaults);
 
     const PrinterStatus built(0, 1, 2, 3, 6, 7, 3, 4, 3, 5, 1, 0, 0xBEEF);
     EXPECT_EQ(built, PrinterStatus({0xE4, 0xFE, 0xBC, 0x01, 0, 0, 0xEF, 0xBE}));
-    EXPECT_NE(built, PrinterStatus(0, 1, 2, 3, 6, 7, 3, 4, 3, 5, 1, 0, 0xBEEE));
 }
 
 using StatusQueryTest = ProtocolFixture;
