@@ -1,5 +1,4 @@
-// The file reply alone, through SaveFile and GetFile: a host file is replaced by exactly the
-// declared bytes or left as it was, with no temporary beside it.
+// A get replaces the host file by exactly the declared bytes or leaves it, and nothing beside it.
 
 #include "FuzzSupport.h"
 

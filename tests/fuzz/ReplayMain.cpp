@@ -1,5 +1,4 @@
-// qrv-fuzz-replay TARGET FILE-OR-FOLDER...: a fuzz target over the committed inputs, in builds
-// without libFuzzer. A failing input aborts the process, as under the fuzzer.
+// qrv-fuzz-replay TARGET FILE-OR-FOLDER...: a target over committed inputs where libFuzzer is not.
 
 #include <algorithm>
 #include <cstdint>

@@ -1,5 +1,4 @@
-// Reply headers: the pure parsers, GetReplyDataLength with its one retry, PergeQueue, and the
-// print control order, which reads its acknowledgement without checking the start byte.
+// Reply headers: the parsers, GetReplyDataLength, PergeQueue and a print order's acknowledgement.
 
 #include "FuzzSupport.h"
 

@@ -1,5 +1,4 @@
-// The C interface's result codes: one per host failure kind and per kind of misuse, each with the
-// failure's exact line as the calling thread's last message.
+// One result code per host failure kind and misuse, the exact line as the thread's last message.
 #include "gateway/CInterfaceCall.h"
 #include "qrv/HostException.h"
 #include "qrv/qrv.h"
@@ -31,9 +30,7 @@ qrv_result RunC(const std::function<void()>& body) {
 
 } // namespace
 
-// The names of the codes are checked against the Python package's classes (tests/python); the C
-// consumer (tests/system/consumer) meets the not-found, cancelled and null-argument codes with their
-// lines and the message emptied by the next successful call.
+// Code names: tests/python; not-found, cancelled, null argument, emptied message: the C consumer.
 TEST(CInterfaceResultTest, EachFailureKindHasItsCodeAndExactLine) {
     const std::string line = "QRVDeviceGateway::GetFile(): line \xc3\xa9 '/x'";
     const struct {

@@ -23,8 +23,7 @@ class FileTransfer : public FileSystemTest {};
 
 } // namespace
 
-// The digest is written into the last chunk just before it leaves: the chunks must still be those
-// of one write of the whole message, wherever the digest falls. Progress counts file bytes only.
+// Wherever the late-written digest falls, the chunks are those of one write of the whole message.
 TEST_F(FileTransfer, PutCarriesBothLengthsTheDataAndTheDigestInTheChunksOfOneWrite) {
     std::string cut = "/ab"; // 300 bytes: the path field keeps 257, without a zero, inside a character
     while (cut.size() < 300) {

@@ -21,8 +21,6 @@ using FolderListingParser = FileSystemTest;
 
 } // namespace
 
-// ---- listing -----------------------------------------------------------------------------------
-
 TEST_F(FolderListingParser, SizesConvertLikeACIntegerConversion) {
     auto entries = Parse("a:12ab:f,b:abc:f,c: -7:f,d:99999999999:f,e:-99999999999:f,");
     ASSERT_EQ(entries.size(), 5u);
@@ -77,8 +75,6 @@ TEST_F(FolderOperations, AFailedFirstCompletionGivesAnEmptyListAndNoSecondReques
     ExpectReleased();
 }
 
-// ---- delete and rename -------------------------------------------------------------------------
-
 TEST_F(FolderOperations, DeleteAndRenameSendTheirRequestsAndReturnTheCompletionResult) {
     printer.QueueCompletion(2, 0);
     EXPECT_EQ(device.DeleteFile(L"/jobs/old.job"), 0);
@@ -94,8 +90,6 @@ TEST_F(FolderOperations, DeleteAndRenameSendTheirRequestsAndReturnTheCompletionR
     ExpectReleased();
 }
 
-// ---- folder detail -----------------------------------------------------------------------------
-
 // The four names and their selectors are read from the simulator by qrvctl info.
 TEST_F(FolderOperations, FolderDetailRefusesAnotherCommandAndANameWithoutItsZero) {
     const std::wstring source = L"PrinterDevice::GetFolderDetail()";
@@ -108,8 +102,6 @@ TEST_F(FolderOperations, FolderDetailRefusesAnotherCommandAndANameWithoutItsZero
     ExpectThrow<PathException>([&] { device.GetFolderDetail(7); }, L"'No path name delimiter found'", source);
     ExpectReleased();
 }
-
-// ---- disk space --------------------------------------------------------------------------------
 
 TEST_F(FolderOperations, DiskSpaceDecodesBothCountsOfAnExact18ByteReply) {
     const std::wstring source = L"PrinterDevice::GetDiskSpace()";

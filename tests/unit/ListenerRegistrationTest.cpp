@@ -1,5 +1,4 @@
-// The facade's listener list and the monitor thread's start/stop rules, with the thread body
-// replaced: no printer and no discovery are involved.
+// The facade's listener list and the monitor thread's start/stop rules, with the body replaced.
 #include "kom/connection/NativeQRVDevice.h"
 #include "kom/connection/PrinterStatusThread.h"
 #include "kom/connection/StatusMonitorState.h"

@@ -53,8 +53,7 @@ TEST_F(FramingTest, AHugeAnnouncedCountCostsOnlyTheBytesThatArrive) {
     EXPECT_LE(buffer.capacity(), 8192u);
 }
 
-// Lengths and start bytes are held for every header by ReplyHeaderFuzz, 'Header corrupted' over the
-// channel by ReplyFault.*_corruptHeader.
+// Lengths and start bytes: ReplyHeaderFuzz; 'Header corrupted': ReplyFault.*_corruptHeader.
 TEST_F(FramingTest, ReplyHeaders) {
     // One failed header read is retried; a second failure propagates.
     printer.QueueReadFailure();
@@ -124,8 +123,7 @@ TEST_F(FramingTest, CompletionPollTicks) {
     EXPECT_THROW(device.WaitForCompletion(transport), UsbPrintDeviceReadException);
 }
 
-// Codes 1, 2, 3 and 6 reach the host with their kinds and texts from the simulator
-// (GatewayOnSimulator.PrinterFailuresBecomeHostKinds); no test there meets these three.
+// Codes 1, 2, 3 and 6 come from the simulator in GatewayOnSimulator.PrinterFailuresBecomeHostKinds.
 TEST_F(FramingTest, CompletionCodesFourFiveAndSevenAreDeviceExceptions) {
     for (uint8_t code : {4, 5, 7}) {
         printer.QueueCompletion(2, code);

@@ -18,8 +18,7 @@ class PathRules : public FileSystemTest {};
 
 } // namespace
 
-// Length first (in UTF-16 code units on every platform), then the leading delimiter, then the
-// characters a file name must not hold: the first rule broken names the failure.
+// Length (in UTF-16 code units), then the leading delimiter, then characters: the first broken wins.
 TEST_F(PathRules, LengthThenDelimiterThenForbiddenCharacters) {
     const std::wstring longest = L"/" + std::wstring(255, L'a');
     std::wstring wide = L"/"; // 127 characters outside the basic plane: 254 code units

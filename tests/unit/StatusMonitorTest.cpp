@@ -1,5 +1,4 @@
-// The status monitor's decisions: change records, the interrupt rules and their memory, and what
-// one report does to the listeners. No thread, no device.
+// The monitor's decisions: change records, interrupt rules, what one report tells the listeners.
 #include "kom/connection/PrinterStatusThread.h"
 #include "kom/connection/StatusMonitorState.h"
 #include "support/RecordingListener.h"
