@@ -26,7 +26,6 @@ using DeviceInformationTest = ProtocolFixture;
 
 // The seven texts in order (and the request) are checked through the gateway on the simulator.
 TEST_F(DeviceInformationTest, AnUnterminatedVersionTextEndsTheTexts) {
-    EXPECT_EQ(printer.Opens(), 0); // constructing the device touched no printer
     printer.QueueReply(Payload(0x39, "1.0\0"
                                      "2.\xC3\xA9\0" // widened from UTF-8
                                      "3.0-unterminated"));

@@ -20,8 +20,7 @@ namespace {
 
 class ListenerRegistration : public ::testing::Test {
 protected:
-    // The thread body: records whether it got a stop event and, if so, waits for it (at most
-    // 10 s, so that a broken stop fails instead of hanging).
+    // Records each run; waits for its stop event at most 10 s, so that a broken stop fails.
     void SetUp() override {
         m_previous = PrinterStatusThread::SetMonitorBody(
             [this](const std::wstring& name, std::shared_ptr<vela::common::Event> stop) {
