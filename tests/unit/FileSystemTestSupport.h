@@ -37,7 +37,6 @@ inline std::vector<uint8_t> LittleEndian32(uint32_t v) {
 // The completion poll that follows every file-system request.
 inline const std::vector<uint8_t> kPoll = Hex("C3 00 00 00 09 60 04 01 80");
 
-// A request that carries one path field.
 inline std::vector<uint8_t> PathRequest(uint8_t command, const std::string& path) {
     return Concat({Hex("C3 00 00 01 0A 60 04 01"), {command}, PathField(path)});
 }
@@ -56,7 +55,6 @@ inline std::vector<uint8_t> ListingReplyPayload(const std::string& text) {
     return Concat({{0x00, 0x22}, PathField("/x"), std::vector<uint8_t>(text.begin(), text.end())});
 }
 
-// The protocol fixture with a host folder of the test's own.
 class FileSystemTest : public ProtocolFixture {
 protected:
     TempDir dir;

@@ -41,7 +41,6 @@ protected:
         EXPECT_FALSE(m_state->thread.Exists());
         EXPECT_EQ(m_state->ListenerCount(), 0u);
     }
-    // The runs so far, once there are at least `count`.
     std::vector<std::wstring> Runs(size_t count) {
         std::unique_lock<std::mutex> lock(m_mutex);
         m_started.wait_for(lock, std::chrono::seconds(10), [&] { return m_runs.size() >= count; });
