@@ -3,20 +3,10 @@
 #include "FuzzSupport.h"
 
 #include "common/Pause.h"
-#include "kom/protocol/ReplyParsers.h"
 
 using namespace vela::fuzz;
-using vela::kom::ByteView;
-using vela::kom::CompletionReply;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    Initialize();
-    const ExactBytes payload = PayloadAfterHeader(data, size);
-    const CompletionReply reply = vela::kom::ParseCompletionReply(ByteView(payload.data(), payload.size()));
-    if (reply.state == CompletionReply::State::finished) {
-        RunParser([&] { vela::kom::CompletionResult(reply.result); });
-    }
-
     // Count the pauses: 250 ms once, then one 500 ms pause per answer that did not finish it.
     uint32_t pauses = 0;
     const auto previous = vela::common::SetPauseHandler([&pauses](uint32_t) {

@@ -2,15 +2,9 @@
 
 #include "FuzzSupport.h"
 
-#include "kom/filesystem/DiskSpaceReply.h"
-
 using namespace vela::fuzz;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    Initialize();
-    const ExactBytes payload = PayloadAfterHeader(data, size);
-    RunParser([&] { (void)vela::kom::DecodeDiskSpaceReply(payload.data(), payload.size(), L"fuzz"); });
-
     uint64_t first = 0x1111, second = 0x2222;
     const bool ok = RunOperation(data, size, [&](FuzzDevice& device) { device.GetDiskSpace(first, second); });
     if (!ok) {

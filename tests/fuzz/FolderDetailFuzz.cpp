@@ -7,7 +7,6 @@
 using namespace vela::fuzz;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    Initialize();
     const ExactBytes payload = PayloadAfterHeader(data, size);
     RunParser([&] {
         const std::string name = vela::kom::DecodeFolderDetailReply(payload, L"fuzz");

@@ -7,7 +7,6 @@
 using namespace vela::fuzz;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    Initialize();
     // The listing text alone: everything after the control byte.
     const ExactBytes text = AfterControlByte(data, size);
     RunParser([&] {

@@ -8,15 +8,6 @@
 
 namespace vela::fuzz {
 
-void Initialize() {
-    static const bool done = [] {
-        vela::common::Log::SetLevel(-1);
-        vela::common::SetPauseHandler([](uint32_t) { return vela::common::WaitResult::timeout; });
-        return true;
-    }();
-    (void)done;
-}
-
 ExactBytes AfterControlByte(const uint8_t* data, size_t size) {
     return size > 1 ? ExactBytes(data + 1, data + size) : ExactBytes();
 }
@@ -36,3 +27,9 @@ void Fail(const char* what) {
 }
 
 } // namespace vela::fuzz
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    vela::common::Log::SetLevel(-1);
+    vela::common::SetPauseHandler([](uint32_t) { return vela::common::WaitResult::timeout; });
+    return 0;
+}

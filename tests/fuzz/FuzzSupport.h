@@ -1,7 +1,6 @@
 #pragma once
 
-// The scripted printer fed from the fuzzer's input, the real protocol template over it, and checks
-// that turn a broken promise into a crash.
+// The real protocol template over a printer scripted by the input; a broken promise crashes.
 #include "common/Exception.h"
 #include "common/StringConverter.h"
 #include "kom/device/PrinterDeviceFileSystem.ipp"
@@ -14,11 +13,10 @@
 
 namespace vela::fuzz {
 
-// Logging off and the fixed pauses instant. Idempotent.
-void Initialize();
+// Logging off and the fixed pauses instant; libFuzzer (and the replay program) call it once.
+extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
 
-// A heap copy of exactly the bytes given (a vector built from a range has no spare capacity), so
-// that a read past the end trips AddressSanitizer.
+// An exactly sized heap copy, so that a read past the end trips AddressSanitizer.
 using ExactBytes = std::vector<uint8_t>;
 
 using FuzzDevice = vela::kom::PrinterDeviceBase<vela::test::FakeTransport, vela::test::NoOpSynchronizer,
@@ -33,8 +31,7 @@ inline void Check(bool condition, const char* what) {
     }
 }
 
-// The first input byte limits each raw read (0: none), the rest is what the printer sends. Only
-// the library's exceptions may leave; the lock must be free and every transport closed after.
+// Byte 0 limits each raw read, the rest is sent; only library errors leave, nothing stays held.
 template <class Operation> bool RunOperation(const uint8_t* data, size_t size, Operation&& operation) {
     vela::test::FakePrinter printer;
     if (size > 1) {

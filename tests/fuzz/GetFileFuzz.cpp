@@ -1,46 +1,34 @@
-// The file reply alone, through SaveFile and GetFile: a host file is replaced by exactly the
-// declared bytes or left as it was, with no temporary beside it.
+// A get replaces the host file by exactly the declared bytes or leaves it, and nothing beside it.
 
 #include "FuzzSupport.h"
 
 #include "kom/filesystem/FileDataReply.h"
 #include "support/TestSupport.h"
 
-#include <filesystem>
 #include <string>
-#include <system_error>
-#include <unistd.h>
 
 using namespace vela::fuzz;
-namespace fs = std::filesystem;
 
 namespace {
 
 const std::vector<uint8_t> kOriginal{'o', 'r', 'i', 'g', 'i', 'n', 'a', 'l'};
 
-// A private folder on a memory file system where there is one (the host writer flushes to disk).
-const std::string& Folder() {
-    static const std::string folder = [] {
-        std::error_code ec;
-        fs::path base = fs::is_directory("/dev/shm", ec) ? fs::path("/dev/shm") : fs::temp_directory_path();
-        fs::path dir = base / ("qrv-fuzz-get-" + std::to_string(::getpid()));
-        fs::create_directories(dir);
-        return dir.string();
-    }();
-    return folder;
+// Removed at exit; fuzz-run puts it on a memory file system (the host writer flushes to disk).
+const vela::test::TempDir& Folder() {
+    static const vela::test::TempDir dir;
+    return dir;
 }
 
 void CheckNothingElse() {
-    Check(vela::test::ListDirectory(Folder()) == std::vector<std::string>{"received.bin"},
+    Check(vela::test::ListDirectory(Folder().Path()) == std::vector<std::string>{"received.bin"},
           "a temporary file was left beside the host file");
 }
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    Initialize();
-    const std::string target = Folder() + "/received.bin";
-    const std::wstring hostFile = fs::path(target).wstring();
+    const std::string target = Folder().File("received.bin");
+    const std::wstring hostFile = Folder().WFile("received.bin");
 
     // The pure check: a length it accepts lies inside the reply.
     const ExactBytes payload = PayloadAfterHeader(data, size);

@@ -34,7 +34,6 @@ public:
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    Initialize();
     static ConvertingListener listener;
     const auto state = vela::kom::StatusMonitorState::Instance();
     if (!state->ContainsListener(&listener)) {

@@ -1,5 +1,4 @@
-// qrv-fuzz-replay TARGET FILE-OR-FOLDER...: a fuzz target over the committed inputs, in builds
-// without libFuzzer. A failing input aborts the process, as under the fuzzer.
+// qrv-fuzz-replay TARGET FILE-OR-FOLDER...: a target over committed inputs where libFuzzer is not.
 
 #include <algorithm>
 #include <cstdint>
@@ -16,6 +15,7 @@ struct ReplayTarget {
     int (*run)(const uint8_t*, size_t);
 };
 extern const ReplayTarget kReplayTargets[];
+extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
 
 namespace {
 
@@ -45,6 +45,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "usage: qrv-fuzz-replay TARGET FILE-OR-FOLDER...\n");
         return 2;
     }
+    LLVMFuzzerInitialize(&argc, &argv);
     size_t count = 0;
     bool ok = true;
     for (int i = 2; i < argc; ++i) {

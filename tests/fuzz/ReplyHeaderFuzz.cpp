@@ -1,5 +1,4 @@
-// Reply headers: the pure parsers, GetReplyDataLength with its one retry, PergeQueue, and the
-// print control order, which reads its acknowledgement without checking the start byte.
+// Reply headers: the parsers, GetReplyDataLength, PergeQueue and a print order's acknowledgement.
 
 #include "FuzzSupport.h"
 
@@ -10,7 +9,6 @@ using namespace vela::fuzz;
 using vela::kom::ByteView;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    Initialize();
     const ExactBytes stream = AfterControlByte(data, size);
     const ByteView header(stream.data(), stream.size());
 

@@ -9,7 +9,6 @@ using namespace vela::fuzz;
 using vela::kom::PrinterStatus;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    Initialize();
     const ExactBytes payload = PayloadAfterHeader(data, size);
     RunParser([&] {
         const std::vector<uint8_t> block =

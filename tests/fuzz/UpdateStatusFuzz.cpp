@@ -17,7 +17,6 @@ void CheckReport(const vela::kom::DeviceManagerStatus& status) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    Initialize();
     const ExactBytes payload = PayloadAfterHeader(data, size);
     RunParser([&] {
         CheckReport(vela::kom::ParseUpdateStatusReply(vela::kom::ByteView(payload.data(), payload.size())));

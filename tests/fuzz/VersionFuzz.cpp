@@ -9,7 +9,6 @@
 using namespace vela::fuzz;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    Initialize();
     const ExactBytes payload = PayloadAfterHeader(data, size);
     RunParser([&] {
         const auto texts = vela::kom::ParseVersionReply(vela::kom::ByteView(payload.data(), payload.size()));

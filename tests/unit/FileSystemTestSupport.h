@@ -7,35 +7,12 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <typeinfo>
 #include <vector>
 
 namespace vela::test {
 
 inline std::string Narrow(const std::wstring& text) {
     return vela::common::StringConverter::ToUtf8(text);
-}
-
-// Runs `call` and checks that it throws exactly E with the given message and source.
-template <class E, class F>
-::testing::AssertionResult ThrowsExactly(F&& call, const std::wstring& message, const std::wstring& source) {
-    try {
-        call();
-    } catch (const E& e) {
-        if (typeid(e) != typeid(E)) {
-            return ::testing::AssertionFailure() << "threw the subclass " << Narrow(e.ExceptionName());
-        }
-        if (e.Message() != message || e.Source() != source) {
-            return ::testing::AssertionFailure()
-                   << "threw " << Narrow(e.Source()) << ": " << Narrow(e.Message()) << " instead of "
-                   << Narrow(source) << ": " << Narrow(message);
-        }
-        return ::testing::AssertionSuccess();
-    } catch (const vela::common::Exception& e) {
-        return ::testing::AssertionFailure() << "threw " << Narrow(e.ExceptionName()) << " ("
-                                             << Narrow(e.Source()) << ": " << Narrow(e.Message()) << ")";
-    }
-    return ::testing::AssertionFailure() << "nothing thrown";
 }
 
 // The 257-byte path field built independently of the library.
@@ -57,6 +34,13 @@ inline std::vector<uint8_t> LittleEndian32(uint32_t v) {
     return {uint8_t(v), uint8_t(v >> 8), uint8_t(v >> 16), uint8_t(v >> 24)};
 }
 
+// The completion poll that follows every file-system request.
+inline const std::vector<uint8_t> kPoll = Hex("C3 00 00 00 09 60 04 01 80");
+
+inline std::vector<uint8_t> PathRequest(uint8_t command, const std::string& path) {
+    return Concat({Hex("C3 00 00 01 0A 60 04 01"), {command}, PathField(path)});
+}
+
 // Payload of a get reply: a path field, the data's length, the data and `trailing` extra bytes.
 inline std::vector<uint8_t> FileReplyPayload(const std::vector<uint8_t>& data, size_t trailing = 0) {
     return Concat({{0x00, 0x21},
@@ -71,7 +55,6 @@ inline std::vector<uint8_t> ListingReplyPayload(const std::string& text) {
     return Concat({{0x00, 0x22}, PathField("/x"), std::vector<uint8_t>(text.begin(), text.end())});
 }
 
-// The protocol fixture with a host folder of the test's own.
 class FileSystemTest : public ProtocolFixture {
 protected:
     TempDir dir;

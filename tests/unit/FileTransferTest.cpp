@@ -12,12 +12,6 @@ using vela::common::LogLevel;
 
 namespace {
 
-const std::vector<uint8_t> kPoll = Hex("C3 00 00 00 09 60 04 01 80");
-
-std::vector<uint8_t> GetRequest(uint8_t command, const std::string& path) {
-    return Concat({Hex("C3 00 00 01 0A 60 04 01"), {command}, PathField(path)});
-}
-
 std::vector<uint8_t> Digest(const std::wstring& file) {
     vela::common::MD5FileHash hash;
     std::vector<uint8_t> digest;
@@ -25,35 +19,23 @@ std::vector<uint8_t> Digest(const std::wstring& file) {
     return digest;
 }
 
-class FileTransfer : public FileSystemTest {
-protected:
-    // An existing host file whose contents must survive every failed get.
-    void CreateKeeper() { WriteHostFile(dir.File("keep.bin"), kKeeper); }
-    ::testing::AssertionResult KeeperUntouched() {
-        if (ReadHostFile(dir.File("keep.bin")) != kKeeper) {
-            return ::testing::AssertionFailure() << "host file changed";
-        }
-        if (ListDirectory(dir.Path()) != std::vector<std::string>{"keep.bin"}) {
-            return ::testing::AssertionFailure() << "stray files in the host folder";
-        }
-        return ::testing::AssertionSuccess();
-    }
-    const std::vector<uint8_t> kKeeper = TestBytes(5000);
-};
+class FileTransfer : public FileSystemTest {};
 
 } // namespace
 
-// ---- put ---------------------------------------------------------------------------------------
-
-// The digest is written into the last chunk just before it leaves: the chunks must still be those
-// of one write of the whole message, wherever the digest falls. Progress counts file bytes only.
+// Wherever the late-written digest falls, the chunks are those of one write of the whole message.
 TEST_F(FileTransfer, PutCarriesBothLengthsTheDataAndTheDigestInTheChunksOfOneWrite) {
+    std::string cut = "/ab"; // 300 bytes: the path field keeps 257, without a zero, inside a character
+    while (cut.size() < 300) {
+        cut += "\xE2\x82\xAC";
+    }
     const struct {
         const char* what;
         size_t total; // message length
         uint8_t result = 0;
+        std::string path = "/d/f.bin";
     } cases[] = {
-        {"an empty file", 287},
+        {"an empty file, a path cut to the field", 287, 0, cut},
         {"one chunk exactly (a multiple of 512: padded)", 8192},
         {"two chunks exactly (padded)", 16384},
         {"digest across the chunk boundary", 16384 + 5},
@@ -71,31 +53,25 @@ TEST_F(FileTransfer, PutCarriesBothLengthsTheDataAndTheDigestInTheChunksOfOneWri
         printer.ClearWrites();
         progress.clear();
         printer.QueueCompletion(2, c.result);
-        ASSERT_EQ(device.PutFile(L"/d/f.bin", dir.WFile("f.bin")), c.result);
+        ASSERT_EQ(device.PutFile(vela::common::StringConverter::FromUtf8(c.path), dir.WFile("f.bin")),
+                  c.result);
 
         auto expected = Concat({{0xC3, uint8_t(c.total >> 24), uint8_t(c.total >> 16), uint8_t(c.total >> 8),
                                  uint8_t(c.total), 0x60, 0x04, 0x01, 0x31, 0x01},
-                                PathField("/d/f.bin"),
+                                PathField(c.path),
                                 LittleEndian32(static_cast<uint32_t>(data.size())),
                                 data,
                                 Digest(dir.WFile("f.bin"))});
-        const bool padded = c.total % 512 == 0;
-        if (padded) {
-            expected.push_back(0x00);
+        if (c.total % 512 == 0) {
+            expected.push_back(0x00); // the pad byte
         }
-        std::vector<size_t> chunks;
-        for (size_t left = expected.size(); left > 0; left -= std::min<size_t>(left, 8192)) {
-            chunks.push_back(std::min<size_t>(left, 8192));
+        std::vector<std::vector<uint8_t>> chunks; // 8 KiB each, then the poll
+        for (size_t at = 0; at < expected.size(); at += 8192) {
+            chunks.emplace_back(expected.begin() + at,
+                                expected.begin() + std::min(at + 8192, expected.size()));
         }
-        chunks.push_back(kPoll.size());
-        expected.insert(expected.end(), kPoll.begin(), kPoll.end());
-
-        std::vector<size_t> written;
-        for (const auto& w : printer.RawWrites()) {
-            written.push_back(w.size());
-        }
-        EXPECT_EQ(written, chunks);
-        EXPECT_TRUE(printer.AllWritten() == expected);
+        chunks.push_back(kPoll);
+        EXPECT_TRUE(printer.RawWrites() == chunks);
         if (c.result != 0) { // the row with many chunks: one report per chunk
             const uint64_t n = data.size();
             ASSERT_EQ(progress.size(), (c.total + 8191) / 8192);
@@ -108,52 +84,27 @@ TEST_F(FileTransfer, PutCarriesBothLengthsTheDataAndTheDigestInTheChunksOfOneWri
     EXPECT_EQ(log.Lines().front().level, LogLevel::info);
 }
 
-TEST_F(FileTransfer, APathOf300Utf8BytesIsCutTo257) {
-    std::string utf8 = "/ab";
-    while (utf8.size() < 300) {
-        utf8 += "\xE2\x82\xAC"; // the euro sign: three bytes, one code unit
-    }
-    ASSERT_EQ(utf8.size(), 300u);
-    const std::wstring path = vela::common::StringConverter::FromUtf8(utf8);
-    WriteHostFile(dir.File("f"), {0x42});
-    printer.QueueCompletion(2, 0);
-    EXPECT_EQ(device.PutFile(path, dir.WFile("f")), 0);
-
-    const auto written = printer.AllWritten();
-    ASSERT_GT(written.size(), 267u);
-    // No terminating zero, and the cut falls inside a character, as the printer expects.
-    EXPECT_EQ(std::string(written.begin() + 10, written.begin() + 267), utf8.substr(0, 257));
-    EXPECT_EQ(written[267], 1); // the data length follows directly
-}
-
-TEST_F(FileTransfer, AFileBeyondTheFourGigabyteLengthFieldIsRefusedBeforeItIsRead) {
-    WriteHostFile(dir.File("huge.bin"), {});
-    std::filesystem::resize_file(dir.File("huge.bin"), (uint64_t{1} << 32) - 287 + 1); // sparse
-    EXPECT_TRUE(ThrowsExactly<QRVException>([&] { device.PutFile(L"/f", dir.WFile("huge.bin")); },
-                                            L"'File too large'", L"PrinterDevice::LoadFile()"));
-    EXPECT_TRUE(printer.RawWrites().empty());
-    ExpectReleased();
-}
-
 TEST_F(FileTransfer, HostFilesThatCannotBeReadMapToTheirKinds) {
     const std::wstring source = L"PrinterDevice::LoadFile()";
-    EXPECT_TRUE(ThrowsExactly<FileNotFoundException>([&] { device.PutFile(L"/f", dir.WFile("missing.bin")); },
-                                                     L"'Couldn't open file'", source));
-    EXPECT_TRUE(ThrowsExactly<PathNotFoundException>(
+    WriteHostFile(dir.File("huge.bin"), {});
+    std::filesystem::resize_file(dir.File("huge.bin"), (uint64_t{1} << 32) - 287 + 1); // sparse
+    ExpectThrow<QRVException>([&] { device.PutFile(L"/f", dir.WFile("huge.bin")); }, L"'File too large'",
+                              source); // refused before it is read: beyond the 32-bit length field
+    ExpectThrow<FileNotFoundException>([&] { device.PutFile(L"/f", dir.WFile("missing.bin")); },
+                                       L"'Couldn't open file'", source);
+    ExpectThrow<PathNotFoundException>(
         [&] { device.PutFile(L"/f", dir.WFile("no-such-folder/missing.bin")); }, L"'Couldn't open path'",
-        source));
+        source);
     // A folder is refused as "access denied" on every platform.
-    EXPECT_TRUE(ThrowsExactly<NoPermissionException>(
+    ExpectThrow<NoPermissionException>(
         [&] { device.PutFile(L"/f", vela::common::StringConverter::FromUtf8(dir.Path())); },
-        L"'Access denied'", source));
+        L"'Access denied'", source);
     EXPECT_TRUE(printer.RawWrites().empty());
     ExpectReleased();
 }
 
-// ---- get ---------------------------------------------------------------------------------------
-
 TEST_F(FileTransfer, GetReplacesTheHostFileAndReportsTheBytesReceived) {
-    CreateKeeper();
+    WriteHostFile(dir.File("keep.bin"), TestBytes(5000));
     const auto data = TestBytes(600 * 1024);
     std::vector<std::pair<uint64_t, uint64_t>> progress;
     device.SetProgressCallback([&](uint64_t done, uint64_t total) { progress.emplace_back(done, total); });
@@ -164,7 +115,7 @@ TEST_F(FileTransfer, GetReplacesTheHostFileAndReportsTheBytesReceived) {
     EXPECT_TRUE(ReadHostFile(dir.File("keep.bin")) == data);
     EXPECT_EQ(ListDirectory(dir.Path()), std::vector<std::string>{"keep.bin"});
     EXPECT_EQ(ToHex(printer.AllWritten()),
-              ToHex(Concat({GetRequest(0x29, "/jobs/a.job"), kPoll, GetRequest(0x21, "/jobs/a.job")})));
+              ToHex(Concat({PathRequest(0x29, "/jobs/a.job"), kPoll, PathRequest(0x21, "/jobs/a.job")})));
     EXPECT_EQ(printer.PendingBytes(), 0u);
     const uint64_t n = data.size();
     EXPECT_EQ(progress, (std::vector<std::pair<uint64_t, uint64_t>>{{262144, n}, {524288, n}, {n, n}}));
@@ -173,14 +124,16 @@ TEST_F(FileTransfer, GetReplacesTheHostFileAndReportsTheBytesReceived) {
 }
 
 TEST_F(FileTransfer, AFailedFirstCompletionEndsTheGetBeforeAnyHostFileIsTouched) {
-    CreateKeeper();
+    const auto keeper = TestBytes(5000);
+    WriteHostFile(dir.File("keep.bin"), keeper);
     printer.QueueCompletion(2, 9);
     EXPECT_EQ(device.GetFile(L"/a", dir.WFile("keep.bin")), 9);
     printer.QueueCompletion(2, 200);
     EXPECT_EQ(device.GetFile(L"/a", dir.WFile("new.bin")), 200);
 
-    EXPECT_TRUE(KeeperUntouched());
-    const auto once = Concat({GetRequest(0x29, "/a"), kPoll});
+    EXPECT_TRUE(ReadHostFile(dir.File("keep.bin")) == keeper);
+    EXPECT_EQ(ListDirectory(dir.Path()), std::vector<std::string>{"keep.bin"});
+    const auto once = Concat({PathRequest(0x29, "/a"), kPoll});
     EXPECT_EQ(ToHex(printer.AllWritten()), ToHex(Concat({once, once})));
     ExpectReleased();
 }
@@ -189,15 +142,15 @@ TEST_F(FileTransfer, HostFilesThatCannotBeWrittenMapToTheirKindsAfterTheWholeRep
     const std::wstring save = L"PrinterDevice::SaveFile()";
     printer.QueueCompletion(2, 0);
     printer.QueueReply(FileReplyPayload(TestBytes(3000)));
-    EXPECT_TRUE(ThrowsExactly<PathNotFoundException>(
-        [&] { device.GetFile(L"/a", dir.WFile("nowhere/x.bin")); }, L"'Couldn't open path'", save));
+    ExpectThrow<PathNotFoundException>([&] { device.GetFile(L"/a", dir.WFile("nowhere/x.bin")); },
+                                       L"'Couldn't open path'", save);
     EXPECT_EQ(printer.PendingBytes(), 0u);
 
     printer.QueueCompletion(2, 0);
     printer.QueueReply(FileReplyPayload(TestBytes(3000)));
-    EXPECT_TRUE(ThrowsExactly<NoPermissionException>(
+    ExpectThrow<NoPermissionException>(
         [&] { device.GetFile(L"/a", vela::common::StringConverter::FromUtf8(dir.Path())); },
-        L"'Access denied'", save));
+        L"'Access denied'", save);
     EXPECT_EQ(printer.PendingBytes(), 0u);
     EXPECT_TRUE(ListDirectory(dir.Path()).empty());
     ExpectReleased();

@@ -10,31 +10,18 @@ using namespace vela::test;
 
 namespace {
 
-const std::vector<uint8_t> kPoll = Hex("C3 00 00 00 09 60 04 01 80");
 const std::wstring kListing = L"PrinterDevice::GetFolderContent()";
 
 std::vector<FolderListingEntry> Parse(const std::string& text) {
     return ParseFolderListing(reinterpret_cast<const uint8_t*>(text.data()), text.size(), kListing);
 }
 
-std::vector<uint8_t> PathRequest(uint8_t command, const std::string& path) {
-    return Concat({Hex("C3 00 00 01 0A 60 04 01"), {command}, PathField(path)});
-}
-
 class FolderOperations : public FileSystemTest {};
+using FolderListingParser = FileSystemTest;
 
 } // namespace
 
-// ---- listing -----------------------------------------------------------------------------------
-
-// Well-formed entries, one without a colon and an unfinished last one are read through
-// GetFolderContent below.
-TEST(FolderListingParser, NoTextNoEntries) {
-    EXPECT_TRUE(Parse("").empty());
-    EXPECT_TRUE(ParseFolderListing(nullptr, 0, kListing).empty());
-}
-
-TEST(FolderListingParser, SizesConvertLikeACIntegerConversion) {
+TEST_F(FolderListingParser, SizesConvertLikeACIntegerConversion) {
     auto entries = Parse("a:12ab:f,b:abc:f,c: -7:f,d:99999999999:f,e:-99999999999:f,");
     ASSERT_EQ(entries.size(), 5u);
     EXPECT_EQ(entries[0].size, 12);
@@ -45,17 +32,14 @@ TEST(FolderListingParser, SizesConvertLikeACIntegerConversion) {
     EXPECT_EQ(entries[4].size, INT32_MIN);
 }
 
-TEST(FolderListingParser, TypeLettersMustAgreeWithTheSize) {
-    vela::test::LogCapture log;
-    EXPECT_TRUE(ThrowsExactly<ReplyException>([] { Parse("a:5:d,"); },
-                                              L"'Found directory instead of file name'", kListing));
-    EXPECT_TRUE(ThrowsExactly<ReplyException>([] { Parse("docs::f,"); },
-                                              L"'Found file name instead of directory'", kListing));
+TEST_F(FolderListingParser, TypeLettersMustAgreeWithTheSize) {
+    ExpectThrow<ReplyException>([] { Parse("a:5:d,"); }, L"'Found directory instead of file name'", kListing);
+    ExpectThrow<ReplyException>([] { Parse("docs::f,"); }, L"'Found file name instead of directory'",
+                                kListing);
     // Without a second colon the letter examined is the byte after the entry's comma.
-    EXPECT_TRUE(ThrowsExactly<ReplyException>([] { Parse("x:5,d:1:f,"); },
-                                              L"'Found directory instead of file name'", kListing));
-    EXPECT_TRUE(ThrowsExactly<ReplyException>([] { Parse("x:,f"); },
-                                              L"'Found file name instead of directory'", kListing));
+    ExpectThrow<ReplyException>([] { Parse("x:5,d:1:f,"); }, L"'Found directory instead of file name'",
+                                kListing);
+    ExpectThrow<ReplyException>([] { Parse("x:,f"); }, L"'Found file name instead of directory'", kListing);
     auto atEnd = Parse("x:5,");
     ASSERT_EQ(atEnd.size(), 1u);
     EXPECT_EQ(atEnd[0].size, 5);
@@ -91,8 +75,6 @@ TEST_F(FolderOperations, AFailedFirstCompletionGivesAnEmptyListAndNoSecondReques
     ExpectReleased();
 }
 
-// ---- delete and rename -------------------------------------------------------------------------
-
 TEST_F(FolderOperations, DeleteAndRenameSendTheirRequestsAndReturnTheCompletionResult) {
     printer.QueueCompletion(2, 0);
     EXPECT_EQ(device.DeleteFile(L"/jobs/old.job"), 0);
@@ -108,28 +90,18 @@ TEST_F(FolderOperations, DeleteAndRenameSendTheirRequestsAndReturnTheCompletionR
     ExpectReleased();
 }
 
-// ---- folder detail -----------------------------------------------------------------------------
-
-TEST_F(FolderOperations, FolderDetailReadsTheZeroEndedNameFromOffsetSeven) {
+// The four names and their selectors are read from the simulator by qrvctl info.
+TEST_F(FolderOperations, FolderDetailRefusesAnotherCommandAndANameWithoutItsZero) {
     const std::wstring source = L"PrinterDevice::GetFolderDetail()";
     const auto reply = [](uint8_t command, const std::string& tail) {
         return Concat({{0x00, command, 1, 2, 3, 4, 5}, std::vector<uint8_t>(tail.begin(), tail.end())});
     };
-    printer.QueueReply(reply(0x23, std::string("/mnt/data/jobs\0junk", 19)));
-    EXPECT_EQ(device.GetJobFileLibraryPath(), L"/mnt/data/jobs");
-    EXPECT_EQ(ToHex(printer.AllWritten()), "C3 00 00 00 0A 60 04 01 23 01");
-    printer.QueueReply(reply(0x23, std::string("\0", 1)));
-    EXPECT_EQ(device.GetTemplateLibraryPath(), L"");
-
     printer.QueueReply(reply(0x24, std::string("/x\0", 3)));
-    EXPECT_TRUE(ThrowsExactly<ReplyException>([&] { device.GetFolderDetail(7); }, L"'Wrong reply'", source));
+    ExpectThrow<ReplyException>([&] { device.GetFolderDetail(7); }, L"'Wrong reply'", source);
     printer.QueueReply(reply(0x23, "/no/zero"));
-    EXPECT_TRUE(ThrowsExactly<PathException>([&] { device.GetFolderDetail(7); },
-                                             L"'No path name delimiter found'", source));
+    ExpectThrow<PathException>([&] { device.GetFolderDetail(7); }, L"'No path name delimiter found'", source);
     ExpectReleased();
 }
-
-// ---- disk space --------------------------------------------------------------------------------
 
 TEST_F(FolderOperations, DiskSpaceDecodesBothCountsOfAnExact18ByteReply) {
     const std::wstring source = L"PrinterDevice::GetDiskSpace()";
@@ -145,7 +117,6 @@ TEST_F(FolderOperations, DiskSpaceDecodesBothCountsOfAnExact18ByteReply) {
 
     // The printer answers with 0x28, so an echo of the query's 0x24 is wrong.
     printer.QueueReply(reply(0x24));
-    EXPECT_TRUE(
-        ThrowsExactly<ReplyException>([&] { device.GetDiskSpace(first, second); }, L"'Wrong reply'", source));
+    ExpectThrow<ReplyException>([&] { device.GetDiskSpace(first, second); }, L"'Wrong reply'", source);
     ExpectReleased();
 }

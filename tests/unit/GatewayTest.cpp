@@ -11,17 +11,13 @@ namespace host = vela::printer::communication;
 using vela::common::LogLevel;
 using vela::test::LogCapture;
 
-namespace {
-
-struct Operation {
-    const wchar_t* entry;
-    std::function<void(ManagedQRVDeviceGateway&)> call;
-};
-
 // Every operation that needs a printer, with the entry text of its log lines.
-std::vector<Operation> AllOperations() {
+TEST(Gateway, EveryOperationWithoutAPrinterIsPrinterNotFound) {
     using G = ManagedQRVDeviceGateway;
-    return {
+    const struct Operation {
+        const wchar_t* entry;
+        std::function<void(G&)> call;
+    } operations[] = {
         {L"QRVDeviceGateway::GetVersions()", [](G& g) { g.GetVersions(); }},
         {L"QRVDeviceGateway::ApplyUpdate()", [](G& g) { g.ApplyUpdate(L"C:\\update.pkg"); }},
         {L"QRVDeviceGateway::Reboot()", [](G& g) { g.Reboot(); }},
@@ -56,10 +52,9 @@ std::vector<Operation> AllOperations() {
         {L"QRVDeviceGateway::ClearErrors()", [](G& g) { g.ClearErrors(); }},
         {L"QRVDeviceGateway::ClearCutterJamError()", [](G& g) { g.ClearCutterJamError(); }},
     };
-}
-
-void ExpectPrinterNotFoundEverywhere(ManagedQRVDeviceGateway& gateway) {
-    for (const Operation& op : AllOperations()) {
+    ManagedQRVDeviceGateway gateway;
+    EXPECT_FALSE(gateway.IsOpen());
+    for (const Operation& op : operations) {
         SCOPED_TRACE(vela::common::StringConverter::ToUtf8(op.entry));
         LogCapture log;
         const std::wstring line = std::wstring(op.entry) + L": Printer Not Found: Printer not found";
@@ -72,17 +67,5 @@ void ExpectPrinterNotFoundEverywhere(ManagedQRVDeviceGateway& gateway) {
         EXPECT_EQ(log.Count(LogLevel::warning), 1u);
         EXPECT_TRUE(log.Contains(line));
     }
-}
-
-} // namespace
-
-TEST(Gateway, EveryOperationWithoutAPrinterIsPrinterNotFound) {
-    ManagedQRVDeviceGateway gateway;
-    EXPECT_FALSE(gateway.IsOpen());
-    ExpectPrinterNotFoundEverywhere(gateway);
-
     gateway.Close(); // nothing to close
-
-    // Accepted and ignored, printer or not.
-    gateway.SetCutterMode(host::TapeCutMode::noCut);
 }

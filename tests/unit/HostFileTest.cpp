@@ -13,9 +13,7 @@
 
 using namespace vela::common;
 
-// The four classes themselves are checked through PutFile and GetFile; these are the odd names.
-// Permission bits do not stop root, which runs these tests (also under wine): refusals of access
-// are checked with a folder where a file is expected (FileTransferTest).
+// The classes are met through PutFile and GetFile (access refusals with a folder): the odd names.
 TEST(HostFile, NamesThatNameNoFile) {
     HostFileReader reader;
     EXPECT_EQ(reader.Open(L"").failure, HostFileFailure::pathNotFound);
@@ -25,8 +23,7 @@ TEST(HostFile, NamesThatNameNoFile) {
 }
 
 #ifndef _WIN32
-// What only Linux can show: a file where a folder is expected, symbolic links, FIFOs, and a write
-// failure in the middle of a get (a file size limit stands in for a full disk).
+// What only Linux shows: links, FIFOs, a write failure mid-get (a size limit for a full disk).
 using namespace vela::test;
 TEST(HostFileLinux, AFileWhereAFolderIsExpectedIsAMissingPath) {
     TempDir dir;
@@ -92,9 +89,9 @@ TEST_F(GetWriteFailure, IsReportedWithItsCauseAndLeavesTheOldFile) {
     printer.QueueReply(FileReplyPayload(std::vector<uint8_t>(600 * 1024, 0xAB)));
     {
         FileSizeLimit limit(100 * 1024);
-        EXPECT_TRUE(ThrowsExactly<vela::kom::QRVException>(
-            [&] { device.GetFile(L"/big", dir.WFile("keep.bin")); },
-            L"'Couldn't write the file: " + SystemErrorText(EFBIG) + L"'", L"PrinterDevice::SaveFile()"));
+        ExpectThrow<vela::kom::QRVException>([&] { device.GetFile(L"/big", dir.WFile("keep.bin")); },
+                                             L"'Couldn't write the file: " + SystemErrorText(EFBIG) + L"'",
+                                             L"PrinterDevice::SaveFile()");
     }
     EXPECT_EQ(ReadHostFile(dir.File("keep.bin")), old);
     EXPECT_EQ(ListDirectory(dir.Path()), std::vector<std::string>{"keep.bin"});

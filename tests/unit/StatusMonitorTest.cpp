@@ -1,5 +1,4 @@
-// The status monitor's decisions: change records, the interrupt rules and their memory, and what
-// one report does to the listeners. No thread, no device.
+// The monitor's decisions: change records, interrupt rules, what one report tells the listeners.
 #include "kom/connection/PrinterStatusThread.h"
 #include "kom/connection/StatusMonitorState.h"
 #include "support/RecordingListener.h"
@@ -33,7 +32,6 @@ Report MakeReport(uint8_t b1, uint8_t b3, uint8_t b6) {
 } // namespace
 
 TEST(StatusChangeRecord, MarkersForEqualFieldsNewValuesForChangedOnes) {
-    EXPECT_EQ(Fields(PrinterStatusThread::UnchangedMarkers()), kMarkers);
     EXPECT_EQ(Fields(PrinterStatusThread::FirmwareReportRecord()),
               (std::vector<uint32_t>{3, 5, 4, 4, 9, 9, 5, 4, 5, 9, 5, 3, 0}));
     const PrinterStatus a = With({});
