@@ -117,15 +117,14 @@ TEST_F(UsbPrintDeviceTest, UnpluggedPrinterFailsFastWithTypedErrors) {
 #ifdef _WIN32
     // Each failing step of the overlapped transfers names itself (the write's source has no parentheses).
     const std::wstring notConnected = Win32Error::Format(ERROR_PIPE_NOT_CONNECTED);
-    for (const std::wstring& line :
-         {L"UsbPrintDevice::ReadBytes(): UsbPrintDeviceReadException: Unable to read data from UsbPrint "
-          L"device, "
-          L"GetOverlappedResult failed",
-          L"UsbPrintDevice::ReadBytes(" + path + L"): GetOverlappedResult failed " + notConnected,
-          L"UsbPrintDevice::WriteBytes: UsbPrintDeviceWriteException: Unable to write data to UsbPrint "
-          L"device",
-          L"UsbPrintDevice::WriteBytes(" + path + L") failed: " + notConnected,
-          L"UsbPrintDevice::Read(" + path + L") failed: " + notConnected}) {
+    for (const std::wstring& line : std::vector<std::wstring>{
+             L"UsbPrintDevice::ReadBytes(): UsbPrintDeviceReadException: "
+             L"Unable to read data from UsbPrint device, GetOverlappedResult failed",
+             L"UsbPrintDevice::ReadBytes(" + path + L"): GetOverlappedResult failed " + notConnected,
+             L"UsbPrintDevice::WriteBytes: UsbPrintDeviceWriteException: "
+             L"Unable to write data to UsbPrint device",
+             L"UsbPrintDevice::WriteBytes(" + path + L") failed: " + notConnected,
+             L"UsbPrintDevice::Read(" + path + L") failed: " + notConnected}) {
         EXPECT_TRUE(log.Contains(line)) << line;
     }
 #endif
