@@ -13,15 +13,11 @@ namespace {
 // error lines of main().
 TEST(CliBinary, SimulateAnswersAndExitsWithTheCodeOfTheFailure) {
     ScopedEnvironment none("QRV_VIRTUAL_PRINTERS", std::wstring());
-    const CliResult status = RunTool({"--simulate", "--json", "status"});
-    ASSERT_EQ(status.code, 0) << status.err;
-    EXPECT_EQ(status.Json()["printer"], "QRV Simulator");
-    EXPECT_EQ(status.Json()["errors"], nlohmann::json::array());
-
     const auto start = std::chrono::steady_clock::now();
     const CliResult feed = RunTool({"--simulate", "--json", "feed"});
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(5000));
     ASSERT_EQ(feed.code, 0) << feed.err;
+    EXPECT_EQ(feed.Json()["printer"], "QRV Simulator");
 
     const CliResult missing = RunTool({"--printer", "Nobody Here", "--json", "status"});
     EXPECT_EQ(missing.code, 3);

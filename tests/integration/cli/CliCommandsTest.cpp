@@ -17,10 +17,6 @@ namespace {
 
 using vela::sim::RequestKind;
 
-size_t Count(const std::vector<uint32_t>& pauses, uint32_t milliseconds) {
-    return static_cast<size_t>(std::count(pauses.begin(), pauses.end(), milliseconds));
-}
-
 TEST_F(CliTest, PrintOrdersSendTheirCodesEachFollowedByTheFixedPause) {
     const std::vector<std::pair<std::string, uint8_t>> orders = {
         {"feed", 10}, {"cut", 4}, {"resume", 1}, {"clear-error", 3}, {"clear-cutter-jam", 15}};
@@ -31,7 +27,8 @@ TEST_F(CliTest, PrintOrdersSendTheirCodesEachFollowedByTheFixedPause) {
         ASSERT_EQ(result.code, 0) << result.out << result.err;
         EXPECT_EQ(result.Json()["command"], command);
         EXPECT_EQ(OrderCodes(RequestKind::printControl).back(), code);
-        EXPECT_EQ(Count(m_pauses.Pauses(), 5000), 1u);
+        const std::vector<uint32_t> pauses = m_pauses.Pauses();
+        EXPECT_EQ(std::count(pauses.begin(), pauses.end(), 5000u), 1);
         // Piped: the wait is announced in one plain line, never redrawn.
         EXPECT_NE(result.err.find(command + ": order sent; the printer gets a fixed 5 s"), std::string::npos);
         EXPECT_EQ(result.err.find('\r'), std::string::npos);
