@@ -5,17 +5,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <fstream>
 #include <iterator>
 #include <memory>
-#include <thread>
 
 namespace vela::test {
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 void WriteText(const std::string& path, const std::string& text) {
     std::ofstream out(path, std::ios::trunc);
@@ -77,17 +73,14 @@ bool PrivateCupsd::Start(std::string& problem) {
         std::vector<std::string>{"-u", "LD_PRELOAD", "-u", "UMOCKDEV_DIR", "/usr/sbin/cupsd", "-f", "-c",
                                  m_dir.File("cupsd.conf"), "-s", m_dir.File("cups-files.conf")},
         SpawnedProgram::Output::pipes);
-    const auto deadline = Clock::now() + std::chrono::seconds(15);
-    while (Clock::now() < deadline) {
-        const int status = m_cupsd->Wait(0);
-        if (status >= 0) {
-            problem = "cupsd ended at start (status " + std::to_string(status) + "): " + ErrorLogTail();
-            return false;
-        }
-        if (Answers(m_socket)) {
-            return true;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    const bool answered = Eventually([&] { return m_cupsd->Wait(0) >= 0 || Answers(m_socket); }, 15000);
+    const int status = m_cupsd->Wait(0);
+    if (status >= 0) {
+        problem = "cupsd ended at start (status " + std::to_string(status) + "): " + ErrorLogTail();
+        return false;
+    }
+    if (answered) {
+        return true;
     }
     problem = "cupsd did not answer on " + m_socket + " within 15 s: " + ErrorLogTail();
     m_cupsd.reset();
