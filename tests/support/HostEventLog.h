@@ -34,15 +34,6 @@ public:
             });
     }
 
-    // The status change after the first `seen` ones, or none within `patience`.
-    std::optional<Items> WaitChange(size_t seen,
-                                    std::chrono::milliseconds patience = std::chrono::seconds(10)) {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        if (!m_changed.wait_for(lock, patience, [&] { return m_changes.size() > seen; })) {
-            return std::nullopt;
-        }
-        return m_changes[seen];
-    }
     // The next status change not looked at by an earlier call that satisfies `match`.
     std::optional<Items> WaitFor(const std::function<bool(const Items&)>& match,
                                  std::chrono::milliseconds patience = std::chrono::seconds(5)) {
@@ -55,10 +46,6 @@ public:
             return found.has_value();
         });
         return found;
-    }
-    size_t Changes() const {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_changes.size();
     }
     std::vector<Issue> Interrupts() const {
         std::lock_guard<std::mutex> lock(m_mutex);

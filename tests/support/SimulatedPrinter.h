@@ -33,7 +33,6 @@ public:
     SimulatedPrinter(const SimulatedPrinter&) = delete;
     SimulatedPrinter& operator=(const SimulatedPrinter&) = delete;
 
-    vela::sim::Simulator& Sim() { return *m_sim; }
     vela::sim::SimPrinter& Printer() { return m_sim->Printer(); }
     vela::kom::QRVDevice& Device() { return *m_device; }
     const vela::kom::ConnectedPrinter& Connection() const { return m_connection; }
@@ -60,7 +59,6 @@ protected:
     void TearDown() override;
 
     vela::sim::SimPrinter& Printer() { return m_printer.Printer(); }
-    vela::sim::Simulator& Sim() { return m_printer.Sim(); }
     vela::kom::NativeQRVDevice& Facade() { return *m_facade; }
     std::wstring Name() const { return m_printer.Name(); }
     const vela::kom::ConnectedPrinter& Record() const { return m_printer.Connection(); }

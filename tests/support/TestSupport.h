@@ -89,7 +89,7 @@ public:
     std::string ReadLine(uint32_t timeoutMs = 20000);
     // The exit code, or -1 after `timeoutMs`.
     int Wait(uint32_t timeoutMs = 30000);
-    void Kill(); // SIGKILL / TerminateProcess
+    void Kill(); // SIGKILL / TerminateProcess; nothing once it ended
     bool Running();
 
 private:

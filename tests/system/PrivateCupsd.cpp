@@ -5,17 +5,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <fstream>
 #include <iterator>
 #include <memory>
-#include <thread>
 
 namespace vela::test {
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 void WriteText(const std::string& path, const std::string& text) {
     std::ofstream out(path, std::ios::trunc);
@@ -31,7 +27,7 @@ bool Answers(const std::string& socketPath) {
 
 } // namespace
 
-PrivateCupsd::PrivateCupsd(const Queues& remoteQueues) : m_socket(m_dir.File("cups.sock")) {
+PrivateCupsd::PrivateCupsd(const std::vector<Queue>& queues) : m_socket(m_dir.File("cups.sock")) {
     for (const char* folder : {"state", "cache", "spool", "tmp", "log", "serverbin", "serverbin/backend"}) {
         ::mkdir(m_dir.File(folder).c_str(), 0755);
     }
@@ -58,10 +54,10 @@ PrivateCupsd::PrivateCupsd(const Queues& remoteQueues) : m_socket(m_dir.File("cu
                   m_dir.File("log/error_log") + "\nAccessLog " + m_dir.File("log/access_log") + "\nPageLog " +
                   m_dir.File("log/page_log") + "\n");
     std::string printers;
-    for (const auto& [name, uri] : remoteQueues) {
-        // Type 6: a remote (2) printer (4 is "can print black"); the scheduler keeps the bit.
-        printers +=
-            "<Printer " + name + ">\nDeviceURI " + uri + "\nState Idle\nType 6\nAccepting Yes\n</Printer>\n";
+    for (const Queue& queue : queues) {
+        // Type 4 is "can print black"; 2 adds the remote bit, which the scheduler keeps.
+        printers += "<Printer " + queue.name + ">\nDeviceURI " + queue.deviceUri + "\nState Idle\nType " +
+                    (queue.remote ? "6" : "4") + "\nAccepting Yes\n</Printer>\n";
     }
     WriteText(m_dir.File("printers.conf"), printers);
 }
@@ -77,46 +73,18 @@ bool PrivateCupsd::Start(std::string& problem) {
         std::vector<std::string>{"-u", "LD_PRELOAD", "-u", "UMOCKDEV_DIR", "/usr/sbin/cupsd", "-f", "-c",
                                  m_dir.File("cupsd.conf"), "-s", m_dir.File("cups-files.conf")},
         SpawnedProgram::Output::pipes);
-    const auto deadline = Clock::now() + std::chrono::seconds(15);
-    while (Clock::now() < deadline) {
-        const int status = m_cupsd->Wait(0);
-        if (status >= 0) {
-            problem = "cupsd ended at start (status " + std::to_string(status) + "): " + ErrorLogTail();
-            return false;
-        }
-        if (Answers(m_socket)) {
-            return true;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    const bool answered = Eventually([&] { return m_cupsd->Wait(0) >= 0 || Answers(m_socket); }, 15000);
+    const int status = m_cupsd->Wait(0);
+    if (status >= 0) {
+        problem = "cupsd ended at start (status " + std::to_string(status) + "): " + ErrorLogTail();
+        return false;
+    }
+    if (answered) {
+        return true;
     }
     problem = "cupsd did not answer on " + m_socket + " within 15 s: " + ErrorLogTail();
     m_cupsd.reset();
     return false;
-}
-
-bool PrivateCupsd::AddQueue(const std::string& name, const std::string& deviceUri, std::string& problem) {
-    std::unique_ptr<http_t, void (*)(http_t*)> http(
-        httpConnect2(m_socket.c_str(), 631, nullptr, AF_UNSPEC, HTTP_ENCRYPTION_NEVER, 1, 5000, nullptr),
-        httpClose);
-    if (!http) {
-        problem = cupsLastErrorString();
-        return false;
-    }
-    char printerUri[1024];
-    httpAssembleURIf(HTTP_URI_CODING_ALL, printerUri, sizeof(printerUri), "ipp", nullptr, "localhost", 0,
-                     "/printers/%s", name.c_str());
-    ipp_t* request = ippNewRequest(IPP_OP_CUPS_ADD_MODIFY_PRINTER);
-    ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_URI, "printer-uri", nullptr, printerUri);
-    ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_NAME, "requesting-user-name", nullptr, cupsUser());
-    ippAddString(request, IPP_TAG_PRINTER, IPP_TAG_URI, "device-uri", nullptr, deviceUri.c_str());
-    ippAddBoolean(request, IPP_TAG_PRINTER, "printer-is-accepting-jobs", 1);
-    ippAddInteger(request, IPP_TAG_PRINTER, IPP_TAG_ENUM, "printer-state", IPP_PSTATE_IDLE);
-    ippDelete(cupsDoRequest(http.get(), request, "/admin/"));
-    if (cupsLastError() > IPP_STATUS_OK_CONFLICTING) {
-        problem = cupsLastErrorString();
-        return false;
-    }
-    return true;
 }
 
 std::string PrivateCupsd::ErrorLogTail() const {

@@ -13,17 +13,17 @@ namespace vela::test {
 // socket there, no authentication, stub "usb" and "socket" backends. Killed at destruction.
 class PrivateCupsd {
 public:
-    // Remote queues (name, device URI) go into its saved state: no request creates one.
-    using Queues = std::vector<std::pair<std::string, std::string>>;
-    explicit PrivateCupsd(const Queues& remoteQueues = {});
+    struct Queue {
+        std::string name, deviceUri;
+        bool remote = false;
+    };
+    // The queues go into its saved state, as it keeps what an administrator added.
+    explicit PrivateCupsd(const std::vector<Queue>& queues);
     PrivateCupsd(const PrivateCupsd&) = delete;
     PrivateCupsd& operator=(const PrivateCupsd&) = delete;
 
     // Waits at most 15 s until it answers; false, with the reason and its log's end, when not.
     bool Start(std::string& problem);
-
-    // A local queue, as an administrator adds it (CUPS-Add-Modify-Printer).
-    bool AddQueue(const std::string& name, const std::string& deviceUri, std::string& problem);
 
     const std::string& Socket() const { return m_socket; }
 

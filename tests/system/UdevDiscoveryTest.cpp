@@ -16,7 +16,7 @@ TEST_F(UdevDiscovery, PrintersKeepTheirOwnNodesAndVirtualPrintersFollow) {
     MockUsbPrinter noSerial = PrinterAt("1-4.2", 0, 1, ""); // reports none, on USB or in its device id
     noSerial.idProduct = "0024";
     noSerial.product = "VELA QRV 210";
-    noSerial.ieee1284Id = "MFG:VELA;MDL:QRV 210;";
+    noSerial.ieee1284Id = "MANUFACTURER:VELA;MODEL:VELA QRV 210;"; // the long keys; the make repeated
     m_testbed.Add(PrinterAt("1-1", 2, 3));
     m_testbed.Add(PrinterAt("1-2", 1, -1, "SIM0002"));
     m_testbed.Add(noSerial);
@@ -33,6 +33,10 @@ TEST_F(UdevDiscovery, PrintersKeepTheirOwnNodesAndVirtualPrintersFollow) {
                                                    {0x0922, 0x0024, L"/dev/usb/lp0", third},
                                                    {0x0922, 0x0024, L"/dev/pts/9", L"Simulator"},
                                                }));
+    // Without a print scheduler every printer goes by its fallback name, told once.
+    EXPECT_EQ(log.Count(LogLevel::info), 1u);
+    EXPECT_TRUE(log.ContainsSubstring(L"Printers::GetConnectedPrinters(): no print scheduler answers at "
+                                      L"'/nonexistent/qrv-no-scheduler.sock' ("));
     EXPECT_EQ(printers.GetConnectedHidDevices(),
               (std::vector<ConnectedPrinter>{
                   {0x0922, 0x0025, L"/dev/hidraw3", first},

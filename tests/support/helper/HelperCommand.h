@@ -10,7 +10,8 @@
 namespace vela::test {
 
 // A subcommand of qrv-test-helper (`qrv-test-helper NAME ARGS...`), registered by a static object.
-// With another number of arguments than the usage names it prints the usage and exits 2.
+// With another number of arguments than the usage names it prints the usage and exits 2; one that
+// throws a library exception ends with "error <kind>: <message>" on standard output (exit 2).
 using HelperFunction = std::function<int(const std::vector<std::string>& args)>;
 
 struct HelperCommand {

@@ -1,15 +1,11 @@
-// Helper subcommands around the printer access lock, one output line per step. A failure ends
-// with "busy <message>" (exit 1) or "error <kind>: <message>" (exit 2).
+// Helper subcommands around the printer access lock, one output line per step.
 
 #include "support/helper/HelperCommand.h"
 
-#include "common/Exception.h"
 #include "common/StringConverter.h"
-#include "kom/QRVException.h"
 #include "kom/connection/PrinterAccessSynchronizer.h"
 
 #include <chrono>
-#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <thread>
@@ -27,63 +23,44 @@ vela::kom::ConnectedPrinter PrinterNamed(const std::string& name) {
     return printer;
 }
 
-int Guarded(const std::function<int()>& body) {
-    try {
-        return body();
-    } catch (const vela::kom::PrinterBuzyException& e) {
-        Say("busy " + StringConverter::ToUtf8(e.Message()));
-        return 1;
-    } catch (const vela::common::Exception& e) {
-        Say("error " + StringConverter::ToUtf8(e.ExceptionName()) + ": " +
-            StringConverter::ToUtf8(e.Message()));
-        return 2;
-    }
-}
-
 vela::test::HelperCommand holdLock("hold-lock NAME MS", [](const std::vector<std::string>& args) {
-    return Guarded([&] {
-        {
-            PrinterAccessSynchronizer lock(PrinterNamed(args[0]));
-            Say("locked");
-            std::this_thread::sleep_for(std::chrono::milliseconds(std::stoll(args[1])));
-        }
-        Say("released");
-        return 0;
-    });
+    {
+        PrinterAccessSynchronizer lock(PrinterNamed(args[0]));
+        Say("locked");
+        std::this_thread::sleep_for(std::chrono::milliseconds(std::stoll(args[1])));
+    }
+    Say("released");
+    return 0;
 });
 
 // Takes the lock N times, owning the marker FOLDER/held inside: "done <overlaps>".
 vela::test::HelperCommand lockHammer("lock-hammer NAME N FOLDER", [](const std::vector<std::string>& args) {
-    return Guarded([&] {
-        const std::filesystem::path marker = std::filesystem::path(args[2]) / "held";
-        int overlaps = 0;
-        for (int i = 0; i < std::stoi(args[1]); ++i) {
-            PrinterAccessSynchronizer lock(PrinterNamed(args[0]));
-            std::error_code ec; // creating a folder is atomic: it fails while another holder is in
-            overlaps += std::filesystem::create_directory(marker, ec) ? 0 : 1;
-            std::this_thread::sleep_for(std::chrono::microseconds(500));
-            std::filesystem::remove(marker, ec);
-        }
-        Say("done " + std::to_string(overlaps));
-        return overlaps == 0 ? 0 : 3;
-    });
+    const std::filesystem::path marker = std::filesystem::path(args[2]) / "held";
+    int overlaps = 0;
+    for (int i = 0; i < std::stoi(args[1]); ++i) {
+        PrinterAccessSynchronizer lock(PrinterNamed(args[0]));
+        std::error_code ec; // creating a folder is atomic: it fails while another holder is in
+        overlaps += std::filesystem::create_directory(marker, ec) ? 0 : 1;
+        std::this_thread::sleep_for(std::chrono::microseconds(500));
+        std::filesystem::remove(marker, ec);
+    }
+    Say("done " + std::to_string(overlaps));
+    return overlaps == 0 ? 0 : 3;
 });
 
 // Takes the lock, holds it 2 ms and takes it again at once for MS ms: "churning", "done <rounds>".
 vela::test::HelperCommand lockChurn("lock-churn NAME MS", [](const std::vector<std::string>& args) {
-    return Guarded([&] {
-        const auto until = Clock::now() + std::chrono::milliseconds(std::stoll(args[1]));
-        long rounds = 0;
-        while (Clock::now() < until) {
-            PrinterAccessSynchronizer lock(PrinterNamed(args[0]));
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-            if (rounds++ == 0) {
-                Say("churning");
-            }
+    const auto until = Clock::now() + std::chrono::milliseconds(std::stoll(args[1]));
+    long rounds = 0;
+    while (Clock::now() < until) {
+        PrinterAccessSynchronizer lock(PrinterNamed(args[0]));
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        if (rounds++ == 0) {
+            Say("churning");
         }
-        Say("done " + std::to_string(rounds));
-        return 0;
-    });
+    }
+    Say("done " + std::to_string(rounds));
+    return 0;
 });
 
 } // namespace

@@ -1,12 +1,9 @@
 // A get to kill midway: "running", then "receiving" once the first bytes are in; exit 0 on success.
 #include "support/helper/HelperCommand.h"
 
-#include "common/Exception.h"
 #include "common/Log.h"
 #include "common/StringConverter.h"
 #include "kom/connection/QRVDevice.h"
-
-#include <cstdio>
 
 namespace {
 
@@ -17,24 +14,17 @@ vela::test::HelperCommand
         vela::common::Log::SetLevel(-1);
         vela::kom::QRVDevice device(vela::kom::ConnectedPrinter{
             0x0922, 0x0025, StringConverter::FromUtf8(args[0]), StringConverter::FromUtf8(args[1])});
-        std::printf("running\n");
-        std::fflush(stdout);
+        vela::test::Say("running");
         bool said = false;
         device.SetProgressCallback([&said](uint64_t done, uint64_t) {
             if (done > 0 && !said) {
                 said = true;
-                std::printf("receiving\n");
-                std::fflush(stdout);
+                vela::test::Say("receiving");
             }
         });
-        try {
-            return device.GetFile(StringConverter::FromUtf8(args[2]), StringConverter::FromUtf8(args[3])) == 0
-                       ? 0
-                       : 1;
-        } catch (const vela::common::Exception& e) {
-            std::fprintf(stderr, "failed: %ls\n", e.Message().c_str());
-            return 1;
-        }
+        return device.GetFile(StringConverter::FromUtf8(args[2]), StringConverter::FromUtf8(args[3])) == 0
+                   ? 0
+                   : 1;
     });
 
 } // namespace

@@ -1,12 +1,13 @@
 #include "support/helper/HelperCommand.h"
 
+#include "common/Exception.h"
+#include "common/StringConverter.h"
+
 #include <cstdio>
 #include <string>
 #include <vector>
 
 #ifdef _WIN32
-#include "common/StringConverter.h"
-
 #include <windows.h>
 
 #include <shellapi.h>
@@ -38,5 +39,12 @@ int main(int argc, char** argv) {
         ::LocalFree(wide);
     }
 #endif
-    return it->second(args);
+    try {
+        return it->second(args);
+    } catch (const vela::common::Exception& e) { // told on standard output, where the parent reads
+        using vela::common::StringConverter;
+        vela::test::Say("error " + StringConverter::ToUtf8(e.ExceptionName()) + ": " +
+                        StringConverter::ToUtf8(e.Message()));
+        return 2;
+    }
 }

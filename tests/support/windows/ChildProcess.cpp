@@ -68,9 +68,8 @@ int ChildProcess::Wait(uint32_t timeoutMs) {
 }
 
 void ChildProcess::Kill() {
-    if (Running()) {
-        ::TerminateProcess(m_impl->started.process.Get(), 128 + 9); // as a shell reports SIGKILL
-    }
+    // As a shell reports SIGKILL; a process that already ended keeps its own exit code.
+    ::TerminateProcess(m_impl->started.process.Get(), 128 + 9);
 }
 
 bool ChildProcess::Running() {

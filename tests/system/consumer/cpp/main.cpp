@@ -9,7 +9,6 @@
 #include <fstream>
 #include <iterator>
 #include <string>
-#include <vector>
 
 namespace host = vela::printer::communication;
 
@@ -28,11 +27,8 @@ int main(int argc, char** argv) {
     }
     const std::string name = argv[1], sent = std::string(argv[2]) + "/sent.bin",
                       back = std::string(argv[2]) + "/back.bin";
-    std::vector<char> data(3 * 1024 * 1024 + 17);
-    for (size_t i = 0; i < data.size(); ++i) {
-        data[i] = static_cast<char>((i * 131 + i / 4096) & 0xFF);
-    }
-    std::ofstream(sent, std::ios::binary).write(data.data(), static_cast<std::streamsize>(data.size()));
+    const std::string data = "bytes a consumer sends\n";
+    std::ofstream(sent, std::ios::binary) << data;
     const std::wstring printerName(name.begin(), name.end());
     bool listed = false;
     for (const host::PrinterInfo& printer : host::ListPrinters()) {
@@ -51,7 +47,7 @@ int main(int argc, char** argv) {
             return Fail("an odd status, or a transfer reported a printer result");
         }
         std::ifstream in(back, std::ios::binary);
-        if (std::vector<char>(std::istreambuf_iterator<char>(in), {}) != data) {
+        if (std::string(std::istreambuf_iterator<char>(in), {}) != data) {
             return Fail("the file came back different");
         }
         printer.DeleteFile(printerPath);
