@@ -8,7 +8,6 @@
 #include "support/TestSupport.h"
 
 #include <chrono>
-#include <condition_variable>
 #include <mutex>
 
 using vela::kom::PrinterStatusThread;
@@ -42,25 +41,22 @@ TEST_F(StatusMonitorSim, UnpluggingEndsTheThreadQuietly) {
 
 namespace {
 
+// The values the monitor's outcome callback was called with, in order.
 class Outcomes {
 public:
     std::function<void(int32_t)> Callback() {
         return [this](int32_t v) {
             std::lock_guard<std::mutex> lock(m_mutex);
             m_values.push_back(v);
-            m_changed.notify_all();
         };
     }
-    std::vector<int32_t> WaitFor(size_t count, uint32_t timeoutMs = 10000) {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        m_changed.wait_for(lock, std::chrono::milliseconds(timeoutMs),
-                           [&] { return m_values.size() >= count; });
+    std::vector<int32_t> Values() {
+        std::lock_guard<std::mutex> lock(m_mutex);
         return m_values;
     }
 
 private:
     std::mutex m_mutex;
-    std::condition_variable m_changed;
     std::vector<int32_t> m_values;
 };
 
@@ -80,7 +76,7 @@ TEST_F(DeviceMonitorSim, HoldsThePrinterUntilItRunsOut) {
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     Facade().GetPrinterStatus();
     EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(5000));
-    EXPECT_EQ(outcomes.WaitFor(1), std::vector<int32_t>{-1});
+    EXPECT_TRUE(Eventually([&] { return outcomes.Values() == std::vector<int32_t>{-1}; }, 10000));
 }
 
 TEST_F(DeviceMonitorSim, ExclusiveModeTellsAnEarlyStopAndStopIsFinal) {
@@ -93,13 +89,13 @@ TEST_F(DeviceMonitorSim, ExclusiveModeTellsAnEarlyStopAndStopIsFinal) {
     const auto start = Clock::now();
     device->Stop();
     EXPECT_LT(Clock::now() - start, std::chrono::seconds(2));
-    EXPECT_EQ(outcomes.WaitFor(1), std::vector<int32_t>{0});
+    EXPECT_TRUE(Eventually([&] { return outcomes.Values() == std::vector<int32_t>{0}; }, 10000));
 
     // The stop event is gone: a new run ends at its first wait, releases the printer, tells nothing.
     ASSERT_EQ(device->StartMonitorExclusive(outcomes.Callback()), 0);
     EXPECT_TRUE(Eventually(
         [&] { return log.ContainsSubstring(L"QRVDevice::StatusMonitor - WaitForSingleObject() failed: "); }));
     device.reset();
-    EXPECT_EQ(outcomes.WaitFor(2, 300).size(), 1u);
+    EXPECT_FALSE(Eventually([&] { return outcomes.Values().size() > 1; }, 300));
     Facade().GetPrinterStatus(); // the printer is free again
 }
