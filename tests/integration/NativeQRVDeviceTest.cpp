@@ -1,5 +1,5 @@
-// The facade on the simulator where the tool's tests do not reach it: retries, fall-backs, the log
-// file list, null paths and the probe of SetPrinterName.
+// The facade on the simulator where the tool's tests do not reach it: retries, fall-backs, null
+// paths and the probe of SetPrinterName.
 #include "support/SimulatedPrinter.h"
 
 #include "ExpectThrown.h"
@@ -63,18 +63,6 @@ TEST_F(NativeQRVDeviceSim, NullPathsAreMinusOneAndAMissingFileIsNotRetried) {
 
     EXPECT_THROW(Facade().Delete(L"/mnt/data/images/b.png"), vela::kom::FileNotFoundException);
     EXPECT_EQ(Printer().CountRequests(RequestKind::deleteFile), 1u);
-}
-
-TEST_F(NativeQRVDeviceSim, LogFileListHoldsTheFilesNamedSyslog) {
-    PauseRecorder pauses;
-    Printer().WriteFile("/mnt/data/settings/kernel-syslog.txt", {1}, true);
-    Printer().WriteFile("/mnt/data/settings/SYSLOG", {1}, true);
-    Printer().AddFolder("/mnt/data/settings/syslog.d");
-
-    // The files (not folders) whose names hold "syslog" in this letter case, in listing order.
-    EXPECT_EQ(Facade().GetLogFileNameList(),
-              (std::vector<std::wstring>{L"/mnt/data/settings/kernel-syslog.txt",
-                                         L"/mnt/data/settings/syslog", L"/mnt/data/settings/syslog.1"}));
 }
 
 // Every query is retried ten times; a version query's last failure leaves as the root kind.

@@ -18,15 +18,12 @@ namespace {
 using vela::sim::RequestKind;
 
 TEST_F(CliTest, PrintOrdersSendTheirCodesEachFollowedByTheFixedPause) {
-    const std::vector<std::pair<std::string, uint8_t>> orders = {
-        {"feed", 10}, {"cut", 4}, {"resume", 1}, {"clear-error", 3}, {"clear-cutter-jam", 15}};
-    for (const auto& [command, code] : orders) {
+    for (const std::string command : {"feed", "cut", "resume", "clear-error", "clear-cutter-jam"}) {
         SCOPED_TRACE(command);
         m_pauses.Clear();
         const CliResult result = Run({"--json", command});
         ASSERT_EQ(result.code, 0) << result.out << result.err;
         EXPECT_EQ(result.Json()["command"], command);
-        EXPECT_EQ(OrderCodes(RequestKind::printControl).back(), code);
         const std::vector<uint32_t> pauses = m_pauses.Pauses();
         EXPECT_EQ(std::count(pauses.begin(), pauses.end(), 5000u), 1);
         // Piped: the wait is announced in one plain line, never redrawn.
@@ -77,15 +74,20 @@ TEST_F(CliTest, FilesMakeTheRoundTripAndTheFolderShowsThem) {
 }
 
 TEST_F(CliTest, LogsAreListedAndFetched) {
+    // The files (not folders) whose names hold "syslog" in this letter case, in listing order.
+    Printer().WriteFile("/mnt/data/settings/kernel-syslog.txt", {1}, true);
+    Printer().WriteFile("/mnt/data/settings/SYSLOG", {1}, true);
+    Printer().AddFolder("/mnt/data/settings/syslog.d");
     const nlohmann::json listed = Run({"--json", "logs"}).Json();
-    EXPECT_EQ(listed["logs"], (nlohmann::json{"/mnt/data/settings/syslog", "/mnt/data/settings/syslog.1"}));
+    EXPECT_EQ(listed["logs"], (nlohmann::json{"/mnt/data/settings/kernel-syslog.txt",
+                                              "/mnt/data/settings/syslog", "/mnt/data/settings/syslog.1"}));
 
     TempDir host;
     const std::string folder = host.File("fetched/logs");
     CliResult fetched = Run({"--json", "logs", "--fetch", folder});
     ASSERT_EQ(fetched.code, 0) << fetched.err;
     const nlohmann::json logs = fetched.Json()["logs"];
-    ASSERT_EQ(logs.size(), 2u);
+    ASSERT_EQ(logs.size(), 3u);
     for (const auto& log : logs) {
         const auto printerCopy = Printer().ReadFile(log["printerPath"].get<std::string>());
         ASSERT_TRUE(printerCopy.has_value());
@@ -194,17 +196,27 @@ TEST_F(CliTest, PrinterChoiceAndUsageErrors) {
     EXPECT_EQ(unknown.code, 3);
     EXPECT_NE(unknown.err.find("the printers are: 'CLI Test Printer'"), std::string::npos) << unknown.err;
 
-    // A second printer makes the choice ambiguous.
+    // More printers make the choice ambiguous; a name that two of them share lists them by serial.
     vela::sim::Simulator::Options other;
     other.name = "Second Printer";
     other.serial = "TWIN0002";
     vela::sim::Simulator second(other);
-    ScopedEnvironment both("QRV_VIRTUAL_PRINTERS", vela::common::StringConverter::FromUtf8(
-                                                       m_simulator.EntryText() + ";" + second.EntryText()));
+    other.name = kPrinter;
+    other.serial = "TWIN0003";
+    vela::sim::Simulator twin(other);
+    ScopedEnvironment all("QRV_VIRTUAL_PRINTERS",
+                          vela::common::StringConverter::FromUtf8(
+                              m_simulator.EntryText() + ";" + second.EntryText() + ";" + twin.EntryText()));
     const CliResult ambiguous = Run({"status"}, false);
     EXPECT_EQ(ambiguous.code, 2);
-    EXPECT_NE(ambiguous.err.find("2 printers are attached: 'CLI Test Printer', 'Second Printer'"),
-              std::string::npos);
+    EXPECT_NE(ambiguous.err.find(
+                  "3 printers are attached: 'CLI Test Printer', 'Second Printer', 'CLI Test Printer'"),
+              std::string::npos)
+        << ambiguous.err;
+    const CliResult sameName = Run({"status"});
+    EXPECT_EQ(sameName.code, 2);
+    EXPECT_NE(sameName.err.find("names 2 printers"), std::string::npos) << sameName.err;
+    EXPECT_NE(sameName.err.find("serial TWIN0003"), std::string::npos) << sameName.err;
     // By name, serial, device URI (in any letter case, with an interface) or path.
     for (const std::string& choice : {std::string("Second Printer"), std::string("TWIN0002"),
                                       std::string("usb://vela/QRV%20410?serial=twin0002&interface=1"),

@@ -1,16 +1,14 @@
-// qrvctl at the keyboard: host files checked before the printer is touched, duplicates, choosing
-// among printers of one name, and output that fits. The real executable runs against simulators
-// of this test, except where the library's fixed pauses would make it slow.
+// qrvctl at the keyboard: host files checked before the printer is touched, duplicates, and output
+// that fits. The real executable runs against simulators of this test, except where the library's
+// fixed pauses would make it slow.
 #include "CliTestSupport.h"
 
 #include "TextTable.h"
-#include "common/StringConverter.h"
 #include "support/TestSupport.h"
 
 namespace vela::test {
 namespace {
 
-using vela::common::StringConverter;
 using vela::sim::RequestKind;
 using CliKeyboard = CliTest;
 
@@ -60,20 +58,6 @@ TEST_F(CliKeyboard, ForceReplacesLargeDuplicatesAreRefusedFirstAndGetWritesToSta
     EXPECT_EQ(big.code, 8);
     EXPECT_NE(big.err.find("'/mnt/data/images/big.bin' already exists on the printer"), std::string::npos);
     EXPECT_EQ(Printer().CountRequests(RequestKind::putFile), puts);
-}
-
-// Two printers of one name: the choice names both by serial.
-TEST_F(CliKeyboard, AnAmbiguousNameListsThePrintersBySerial) {
-    vela::sim::Simulator::Options options;
-    options.name = kPrinter;
-    options.serial = "TWIN0002";
-    vela::sim::Simulator twin(options);
-    ScopedEnvironment both("QRV_VIRTUAL_PRINTERS",
-                           StringConverter::FromUtf8(m_simulator.EntryText() + ";" + twin.EntryText()));
-    const CliResult ambiguous = Run({"status"});
-    EXPECT_EQ(ambiguous.code, 2);
-    EXPECT_NE(ambiguous.err.find("names 2 printers"), std::string::npos) << ambiguous.err;
-    EXPECT_NE(ambiguous.err.find("serial TWIN0002"), std::string::npos) << ambiguous.err;
 }
 
 TEST_F(CliKeyboard, LinesFitANarrowTerminalAndAFailureIsSaidOnce) {
