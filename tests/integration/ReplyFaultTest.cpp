@@ -53,10 +53,6 @@ std::vector<Case> Cases() {
     return cases;
 }
 
-void PrintTo(const Case& c, std::ostream* out) {
-    *out << PrinterOperations::Name(c.operation) << " with " << kFaults[c.fault].first;
-}
-
 class ReplyFault : public ::testing::TestWithParam<Case> {
 protected:
     QuietLog quiet;
