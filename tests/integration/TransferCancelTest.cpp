@@ -1,23 +1,20 @@
 // A cancelled or killed transfer leaves no partial host file, and the next command is answered at once.
 #include "support/SimulatedPrinter.h"
 
-#include "common/Exception.h"
-#include "kom/QRVException.h"
 #include "qrv/HostException.h"
 #include "qrv/ManagedQRVDeviceGateway.h"
 #include "support/PauseRecorder.h"
 #include "support/TestSupport.h"
 
-#include <atomic>
 #include <string>
 #include <vector>
 
 using namespace vela::test;
-using vela::common::OperationCancelledException;
 using vela::sim::RequestKind;
 
 namespace {
 
+namespace host = vela::printer::communication;
 constexpr const char* kPrinterFile = "/mnt/data/images/big.bin";
 
 class InterruptedTransfer : public OnSimulatedPrinter {
@@ -31,56 +28,46 @@ protected:
         EXPECT_EQ(Printer().CountRequests(RequestKind::statusQuery), 1u);
         EXPECT_EQ(log.ContainsSubstring(L"stale bytes"), staleExpected);
     }
-    // Sets the cancel flag from the progress callback once `after` bytes of the file have moved.
-    void CancelAfter(uint64_t after) {
-        m_cancel = false;
-        Facade().SetCancelFlag(&m_cancel);
-        Facade().SetProgressCallback([this, after](uint64_t done, uint64_t) {
-            if (done >= after) {
-                m_cancel = true;
-            }
-        });
-    }
-
-    std::atomic<bool> m_cancel{false};
     PauseRecorder pauses; // the poll's pauses return at once
     LogCapture log;
     TempDir dir;
 };
 
-TEST_F(InterruptedTransfer, ACancelledGetDrainsItsReplyAndLeavesNoHostFile) {
+// The host's cancel reaches a get at any point, or a put, through the gateway and leaves as the
+// host kind: no host file, nothing stored, and the next command is answered at once. The next
+// transfer clears a cancel made between transfers and runs to its end.
+TEST_F(InterruptedTransfer, TheGatewaysCancelStopsOnlyTheTransferItWasMeantFor) {
     const size_t size = 6 << 20;
     Printer().WriteFile(kPrinterFile, TestBytes(size));
-    const std::wstring host = dir.WFile("copy.bin");
+    vela::kom::ManagedQRVDeviceGateway gateway;
+    gateway.Open(Name());
+    const std::wstring copy = dir.WFile("copy.bin");
     for (uint64_t cut : {uint64_t{1}, uint64_t{size / 2}, uint64_t{size - (300 << 10)}}) {
         SCOPED_TRACE(cut);
-        CancelAfter(cut);
-        EXPECT_THROW(Facade().GetFile(L"/mnt/data/images/big.bin", host.c_str()),
-                     OperationCancelledException);
+        gateway.SetProgressCallback([&](uint64_t done, uint64_t) {
+            if (done >= cut) {
+                gateway.CancelTransfer();
+            }
+        });
+        EXPECT_THROW(gateway.GetFile(L"/mnt/data/images/big.bin", copy), host::OperationCancelledException);
         EXPECT_TRUE(ListDirectory(dir.Path()).empty());
         ExpectNextCommandAnsweredAtOnce();
     }
-    // The flag is cleared when a transfer starts: the next get runs to its end.
-    Facade().SetProgressCallback(nullptr);
-    EXPECT_EQ(Facade().GetFile(L"/mnt/data/images/big.bin", host.c_str()), 0);
-    EXPECT_EQ(ReadHostFile(dir.File("copy.bin")).size(), size);
-}
 
-// The host's cancel reaches the copy through the gateway and leaves as the host kind; the printer
-// stores nothing and the same put then succeeds.
-TEST_F(InterruptedTransfer, TheGatewaysCancelStopsThePutOnlyThePutItWasMeantFor) {
-    WriteHostFile(dir.File("f.bin"), TestBytes(1 << 20));
-    vela::kom::ManagedQRVDeviceGateway gateway;
-    gateway.Open(Name());
+    WriteHostFile(dir.File("f.bin"), TestBytes(1 << 20, 2));
     gateway.SetProgressCallback([&](uint64_t, uint64_t) { gateway.CancelTransfer(); });
-    EXPECT_THROW(gateway.PutFile(L"/mnt/data/images/big.bin", dir.WFile("f.bin")),
-                 vela::printer::communication::OperationCancelledException);
-    EXPECT_FALSE(Printer().ReadFile(kPrinterFile).has_value());
+    EXPECT_THROW(gateway.PutFile(L"/mnt/data/images/new.bin", dir.WFile("f.bin")),
+                 host::OperationCancelledException);
+    EXPECT_FALSE(Printer().ReadFile("/mnt/data/images/new.bin").has_value());
     ExpectNextCommandAnsweredAtOnce();
+
     gateway.SetProgressCallback(nullptr);
-    gateway.CancelTransfer(); // between transfers: the next one clears it
-    EXPECT_EQ(gateway.PutFile(L"/mnt/data/images/big.bin", dir.WFile("f.bin")), 0);
-    EXPECT_TRUE(Printer().ReadFile(kPrinterFile) == ReadHostFile(dir.File("f.bin")));
+    gateway.CancelTransfer();
+    EXPECT_EQ(gateway.PutFile(L"/mnt/data/images/new.bin", dir.WFile("f.bin")), 0);
+    EXPECT_TRUE(Printer().ReadFile("/mnt/data/images/new.bin") == ReadHostFile(dir.File("f.bin")));
+    gateway.CancelTransfer();
+    EXPECT_EQ(gateway.GetFile(L"/mnt/data/images/big.bin", copy), 0);
+    EXPECT_EQ(ReadHostFile(dir.File("copy.bin")).size(), size);
     gateway.Close();
 }
 
