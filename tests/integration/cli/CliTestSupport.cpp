@@ -3,10 +3,9 @@
 #include "CommandLine.h"
 #include "common/StringConverter.h"
 #include "sim/RequestDecoder.h"
+#include "support/TestSupport.h"
 
-#include <chrono>
 #include <sstream>
-#include <thread>
 
 namespace vela::test {
 
@@ -25,14 +24,7 @@ std::string SharedTextBuffer::Text() const {
 }
 
 bool SharedTextBuffer::WaitFor(const std::string& part, uint32_t timeoutMs) const {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (Text().find(part) == std::string::npos) {
-        if (std::chrono::steady_clock::now() >= end) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return true;
+    return Eventually([&] { return Text().find(part) != std::string::npos; }, timeoutMs);
 }
 
 SharedTextBuffer::int_type SharedTextBuffer::overflow(int_type c) {
