@@ -1,5 +1,4 @@
-// A firmware update against the simulator's updater: once through the pause seam, once in real
-// time.
+// A firmware update against the simulator's updater, through the pause seam.
 #include "support/SimulatedPrinter.h"
 
 #include "kom/QRVException.h"

@@ -33,9 +33,8 @@ protected:
     TempDir dir;
 };
 
-// The host's cancel reaches a get at any point, or a put, through the gateway and leaves as the
-// host kind: no host file, nothing stored, and the next command is answered at once. The next
-// transfer clears a cancel made between transfers and runs to its end.
+// The host's cancel of a get at any point, or of a put, leaves nothing on either side and the next
+// command is answered at once; the next transfer clears a cancel made between transfers.
 TEST_F(InterruptedTransfer, TheGatewaysCancelStopsOnlyTheTransferItWasMeantFor) {
     const size_t size = 6 << 20;
     Printer().WriteFile(kPrinterFile, TestBytes(size));

@@ -1,5 +1,4 @@
-// The real qrvctl executable with its own in-process simulator (--simulate). Spawned programs
-// pause for real, so only one print order runs here.
+// The real qrvctl with its own simulator (--simulate); spawned, it pauses for real: one order only.
 #include "CliTestSupport.h"
 
 #include "support/TestSupport.h"
@@ -9,8 +8,6 @@
 namespace vela::test {
 namespace {
 
-// Its own simulator, with the real fixed pause after a print order, and the exit code and JSON
-// error of a printer that is not there.
 TEST(CliBinary, SimulateAnswersAndExitsWithTheCodeOfTheFailure) {
     ScopedEnvironment none("QRV_VIRTUAL_PRINTERS", std::wstring());
     const auto start = std::chrono::steady_clock::now();

@@ -1,5 +1,3 @@
-// The tool's commands, run in this process through its command line against a simulator, with
-// the library's fixed pauses recorded instead of slept.
 #include "CliTestSupport.h"
 
 #include "CommandLine.h"

@@ -1,6 +1,4 @@
-// qrvctl at the keyboard: host files checked before the printer is touched, duplicates, and output
-// that fits. The real executable runs against simulators of this test, except where the library's
-// fixed pauses would make it slow.
+// The real qrvctl at the keyboard (in process where fixed pauses would make it slow).
 #include "CliTestSupport.h"
 
 #include "TextTable.h"

@@ -1,5 +1,4 @@
-// The executable on a pseudo-terminal (progress bars), stopped by real signals, waiting for a
-// busy printer, and watching a printer that goes away and comes back.
+// The executable on a terminal, stopped by signals, waiting for the lock, watching an unplug.
 #include "CliTestSupport.h"
 #include "support/linux/SpawnedProgram.h"
 
