@@ -128,6 +128,8 @@ TEST_F(CliTest, UpdateShowsItsPhasesAndInstallsThePackage) {
     TempDir host;
     WriteHostFile(host.File("qrv-fw-3.1.4.pkg"), TestBytes(64 * 1024, 2));
     Printer().WriteFile("/mnt/data/update/qrv-fw-3.1.4.pkg", TestBytes(10)); // left by an earlier update
+    Printer().SetUpdaterBusy(2); // busy with something of its own when the update begins
+    Printer().SetUpdateBusyReports(3);
     const CliResult update = Run({"--json", "update", host.File("qrv-fw-3.1.4.pkg")});
     ASSERT_EQ(update.code, 0) << update.err;
     EXPECT_EQ(update.Json()["firmwareBefore"], "1.8.2");
@@ -142,6 +144,26 @@ TEST_F(CliTest, UpdateShowsItsPhasesAndInstallsThePackage) {
         ASSERT_NE(found, std::string::npos) << "missing or out of order: " << phase << "\n" << update.err;
         at = found;
     }
+    // The library's steps from its first updater query, and its fixed pauses between the polls.
+    using K = RequestKind;
+    std::vector<K> kinds;
+    for (const auto& request : Printer().Requests()) {
+        if (request.kind != K::completionPoll) {
+            kinds.push_back(request.kind);
+        }
+    }
+    const auto first = std::find(kinds.begin(), kinds.end(), K::updateStatus);
+    ASSERT_GE(kinds.end() - first, 11);
+    EXPECT_EQ(std::vector<K>(first, first + 11),
+              (std::vector<K>{K::updateStatus, K::updateStatus, K::updateStatus, K::folderDetail, K::putFile,
+                              K::deviceControl, K::updateStatus, K::updateStatus, K::updateStatus,
+                              K::updateStatus, K::deleteFile}));
+    EXPECT_FALSE(Printer().ReadFile("/mnt/data/update/qrv-fw-3.1.4.pkg").has_value());
+    std::vector<uint32_t> fixed = m_pauses.Pauses();
+    fixed.erase(
+        std::remove_if(fixed.begin(), fixed.end(), [](uint32_t p) { return p != 4000 && p != 20000; }),
+        fixed.end());
+    EXPECT_EQ(fixed, (std::vector<uint32_t>{4000, 20000}));
 }
 
 TEST_F(CliTest, EachFailureKindHasItsExitCodeAndJsonError) {
