@@ -2,11 +2,10 @@
 #include "kom/connection/PrinterStatusThread.h"
 #include "kom/connection/StatusMonitorState.h"
 #include "qrv/ManagedQRVDeviceGateway.h"
-#include "sim/Simulator.h"
 #include "sim/StatusFields.h"
 #include "support/HostEventLog.h"
 #include "support/PauseRecorder.h"
-#include "support/ScopedEnvironment.h"
+#include "support/SimulatedPrinter.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -22,28 +21,18 @@ using std::chrono::milliseconds;
 using vela::common::LogLevel;
 using vela::sim::Fault;
 using vela::sim::RequestKind;
-using vela::sim::Simulator;
 using vela::test::LogCapture;
 using vela::test::PauseRecorder;
-using vela::test::ScopedEnvironment;
 using vela::test::TempDir;
 
 namespace {
 
-const std::wstring kQueue = L"Gateway Sim Printer";
-
 class GatewayOnSimulator : public ::testing::Test {
 protected:
     void SetUp() override {
-        Simulator::Options options;
-        options.name = "Gateway Sim Printer";
-        options.model = "410";
-        m_sim = std::make_unique<Simulator>(options);
         // An interruption is told once per process until it clears: forget an earlier test's.
         StatusMonitorState::Instance()->lastInterruptCode = PrinterStatusThread::kNoInterruption;
-        m_entry = std::make_unique<ScopedEnvironment>(
-            "QRV_VIRTUAL_PRINTERS", vela::common::StringConverter::FromUtf8(m_sim->EntryText()));
-        m_gateway.Open(kQueue);
+        m_gateway.Open(m_printer.Name());
     }
     void TearDown() override { m_gateway.Close(); }
 
@@ -62,16 +51,15 @@ protected:
 
     PauseRecorder m_pauses; // the fixed pauses of print orders, listings and updates return at once
     TempDir m_dir;
-    std::unique_ptr<Simulator> m_sim;
-    std::unique_ptr<ScopedEnvironment> m_entry;
+    vela::test::SimulatedPrinter m_printer{vela::test::SimulatedPrinter::Options{true}}; // with HID
     ManagedQRVDeviceGateway m_gateway;
 };
 
 } // namespace
 
 TEST_F(GatewayOnSimulator, VersionsNameTheirComponentsAndDiskSpaceIsInWholeKiB) {
-    m_gateway.Open(kQueue); // again: closes the first facade, binds a new one
-    const vela::sim::PrinterVersions v = m_sim->Printer().GetVersions();
+    m_gateway.Open(m_printer.Name()); // again: closes the first facade, binds a new one
+    const vela::sim::PrinterVersions v = m_printer.Printer().GetVersions();
     const auto wide = [](const std::string& text) { return vela::common::StringConverter::FromUtf8(text); };
     EXPECT_EQ(m_gateway.GetVersions(),
               (ManagedQRVDeviceGateway::VersionList{{L"OS", wide(v.os)},
@@ -84,14 +72,14 @@ TEST_F(GatewayOnSimulator, VersionsNameTheirComponentsAndDiskSpaceIsInWholeKiB) 
     EXPECT_EQ(m_gateway.GetPrinterType(), L"Not implemented yet!");
     uint64_t freeKB = 0, usedKB = 0;
     m_gateway.GetDiskSpaceKB(freeKB, usedKB);
-    EXPECT_EQ(freeKB, (m_sim->Printer().DiskCapacity() - m_sim->Printer().DiskUsed()) >> 10);
-    EXPECT_EQ(usedKB, m_sim->Printer().DiskUsed() >> 10);
+    EXPECT_EQ(freeKB, (m_printer.Printer().DiskCapacity() - m_printer.Printer().DiskUsed()) >> 10);
+    EXPECT_EQ(usedKB, m_printer.Printer().DiskUsed() >> 10);
     m_gateway.Close();
     EXPECT_THROW(m_gateway.GetImageLibraryPath(), host::PrinterNotFoundException);
 }
 
 TEST_F(GatewayOnSimulator, PrinterFailuresBecomeHostKinds) {
-    m_sim->Printer().WriteFile("/mnt/data/jobs/a.job", {1, 2, 3});
+    m_printer.Printer().WriteFile("/mnt/data/jobs/a.job", {1, 2, 3});
     vela::test::WriteHostFile(m_dir.File("a.job"), {1, 2, 3});
 
     ExpectFailure<host::InvalidFileNameException>(
@@ -108,7 +96,7 @@ TEST_F(GatewayOnSimulator, PrinterFailuresBecomeHostKinds) {
         L"QRVDeviceGateway::DeleteFile(): No permission to access the file '/mnt/data/settings/syslog': "
         L"'Access denied'");
 
-    m_sim->Printer().SetDiskCapacity(m_sim->Printer().DiskUsed() + 2);
+    m_printer.Printer().SetDiskCapacity(m_printer.Printer().DiskUsed() + 2);
     ExpectFailure<host::OutOfDiskspaceException>(
         [&] { m_gateway.PutFile(L"/mnt/data/jobs/b.job", m_dir.WFile("a.job")); },
         L"QRVDeviceGateway::PutFile(): Out of Diskspace '/mnt/data/jobs/b.job': 'Out of disk space'");
@@ -121,10 +109,10 @@ TEST_F(GatewayOnSimulator, PrinterFailuresBecomeHostKinds) {
     ExpectFailure<host::InvalidFileNameException>([&] { m_gateway.DeleteFile(withZero); },
                                                   L"QRVDeviceGateway::DeleteFile() Invalid Filename '" +
                                                       withZero + L"': 'Invalid path characters found'");
-    EXPECT_TRUE(m_sim->Printer().ReadFile("/mnt/data/jobs/a.job").has_value());
+    EXPECT_TRUE(m_printer.Printer().ReadFile("/mnt/data/jobs/a.job").has_value());
 
     // A time-out is a transport failure (retried only for bad replies: one read time-out).
-    m_sim->Printer().InjectFault(Fault::Silence().For(RequestKind::versionQuery).Persistent());
+    m_printer.Printer().InjectFault(Fault::Silence().For(RequestKind::versionQuery).Persistent());
     ExpectFailure<host::PrinterException>(
         [&] { m_gateway.GetDeviceID(); },
         L"QRVDeviceGateway::GetDeviceID(): Unknown Error: Unable to read data from UsbPrint device, timeout");
@@ -194,7 +182,7 @@ TEST_F(GatewayOnSimulator, EveryWireValueOfEveryStatusFieldMeansWhatTheHostIsTol
             SCOPED_TRACE(testing::Message() << "kind " << v(row.kind) << " wire value " << int(wire));
             vela::sim::StatusFields fields;
             fields.*row.field = wire;
-            m_sim->Printer().SetStatus(fields);
+            m_printer.Printer().SetStatus(fields);
             const auto items = m_gateway.GetPrinterStatus();
             ASSERT_EQ(items.size(), 11u);
             EXPECT_EQ(items[v(row.kind)], host::PrinterStatusItem(row.kind, row.meaning[wire]));
@@ -212,12 +200,12 @@ TEST_F(GatewayOnSimulator, EveryWireValueOfEveryStatusFieldMeansWhatTheHostIsTol
     vela::sim::StatusFields mixed;
     mixed.door = 1, mixed.printHead = 1, mixed.cutter = 2, mixed.label = 3, mixed.print = 2,
     mixed.externalPower = 1, mixed.battery = 3, mixed.charging = 1, mixed.power = 1, mixed.cassetteMemory = 2;
-    m_sim->Printer().SetStatus(mixed);
+    m_printer.Printer().SetStatus(mixed);
     EXPECT_EQ(m_gateway.GetFilteredPrinterErrorStatus(),
               (std::vector<host::PrinterStatusItem>{{K::cassetteDoorStatus, v(Door::open)},
                                                     {K::cutterStatus, v(Cutter::jammed)}}));
     const vela::sim::StatusFields worst{2, 3, 1, 2, 7, 6, 3, 7, 3, 7, 3};
-    m_sim->Printer().SetStatus(worst);
+    m_printer.Printer().SetStatus(worst);
     EXPECT_EQ(m_gateway.GetFilteredPrinterErrorStatus().size(), 11u);
 }
 
@@ -248,8 +236,8 @@ TEST_F(GatewayOnSimulator, StatusAndInterruptEventsFromTheMonitorThread) {
     // The monitor's channel may open after Open returned and miss a change: jam again until heard.
     bool heard = false;
     for (int attempt = 0; attempt < 20 && !heard; ++attempt) {
-        m_sim->Printer().SetCutterJammed(false);
-        m_sim->Printer().SetCutterJammed(true);
+        m_printer.Printer().SetCutterJammed(false);
+        m_printer.Printer().SetCutterJammed(true);
         heard = events.WaitFor(hasJam, milliseconds(500)).has_value();
     }
     ASSERT_TRUE(heard);
@@ -264,7 +252,7 @@ TEST_F(GatewayOnSimulator, StatusAndInterruptEventsFromTheMonitorThread) {
     EXPECT_TRUE(m_gateway.IsOpen());
 
     // A change carries only what changed.
-    m_sim->Printer().SetCutterJammed(false);
+    m_printer.Printer().SetCutterJammed(false);
     const auto freed = events.WaitFor([&](const auto& items) { return !hasJam(items); });
     ASSERT_TRUE(freed.has_value());
     EXPECT_EQ(*freed,
