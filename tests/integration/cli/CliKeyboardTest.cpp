@@ -4,6 +4,8 @@
 #include "TextTable.h"
 #include "support/TestSupport.h"
 
+#include <chrono>
+
 namespace vela::test {
 namespace {
 
@@ -91,6 +93,20 @@ TEST_F(CliKeyboard, LinesFitANarrowTerminalAndAFailureIsSaidOnce) {
     EXPECT_EQ(failure.code, 5);
     EXPECT_EQ(failure.err.find("qrv error:"), std::string::npos) << failure.err;
     EXPECT_EQ(failure.err.find("qrv warning:"), std::string::npos) << failure.err;
+}
+
+// Its own simulator (--simulate), spawned: the fixed pause is real, so one print order only.
+TEST(CliBinary, SimulateAnswersAndExitsWithTheCodeOfTheFailure) {
+    ScopedEnvironment none("QRV_VIRTUAL_PRINTERS", std::wstring());
+    const auto start = std::chrono::steady_clock::now();
+    const CliResult feed = RunTool({"--simulate", "--json", "feed"});
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(5000));
+    ASSERT_EQ(feed.code, 0) << feed.err;
+    EXPECT_EQ(feed.Json()["printer"], "QRV Simulator");
+
+    const CliResult missing = RunTool({"--printer", "Nobody Here", "--json", "status"});
+    EXPECT_EQ(missing.code, 3);
+    EXPECT_EQ(missing.Json()["error"]["kind"], "printerNotFound");
 }
 
 } // namespace

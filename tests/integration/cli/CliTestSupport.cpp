@@ -2,7 +2,6 @@
 
 #include "CommandLine.h"
 #include "common/StringConverter.h"
-#include "sim/RequestDecoder.h"
 #include "support/TestSupport.h"
 
 #include <sstream>
@@ -13,7 +12,6 @@ namespace {
 vela::sim::Simulator::Options SimulatorOptions() {
     vela::sim::Simulator::Options options;
     options.name = CliTest::kPrinter;
-    options.model = "410";
     return options;
 }
 } // namespace
@@ -73,16 +71,6 @@ CliResult CliTest::Run(std::vector<std::string> arguments, bool namePrinter) {
         arguments.insert(arguments.begin(), {"--printer", kPrinter});
     }
     return RunInProcess(arguments);
-}
-
-std::vector<uint8_t> CliTest::OrderCodes(vela::sim::RequestKind kind) {
-    std::vector<uint8_t> codes;
-    for (const auto& record : m_simulator.Printer().Requests()) {
-        if (record.kind == kind) {
-            codes.push_back(vela::sim::DecodeRequest(record.raw).request.code);
-        }
-    }
-    return codes;
 }
 
 } // namespace vela::test

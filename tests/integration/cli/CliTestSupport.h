@@ -53,8 +53,6 @@ protected:
     // Runs `qrvctl --printer "CLI Test Printer" ARGS...` and captures its two streams.
     CliResult Run(std::vector<std::string> arguments, bool namePrinter = true);
     vela::sim::SimPrinter& Printer() { return m_simulator.Printer(); }
-    // The order codes of the print-control (or device-control) requests the printer received.
-    std::vector<uint8_t> OrderCodes(vela::sim::RequestKind kind);
 
     vela::sim::Simulator m_simulator;
     ScopedEnvironment m_environment;
