@@ -13,11 +13,6 @@ namespace {
 
 using namespace vela::test;
 
-uint64_t FromEnvironment(const char* name, uint64_t fallback) {
-    const char* value = std::getenv(name);
-    return value != nullptr && *value != '\0' ? std::strtoull(value, nullptr, 10) : fallback;
-}
-
 #ifdef _WIN32
 constexpr uint64_t kDefaultTransactions = 1000;
 #else
@@ -25,7 +20,9 @@ constexpr uint64_t kDefaultTransactions = 10000;
 #endif
 
 TEST(Soak, StatusTransactionsLeaveNothingBehind) {
-    const uint64_t transactions = FromEnvironment("QRV_SOAK_STATUS_TRANSACTIONS", kDefaultTransactions);
+    const char* set = std::getenv("QRV_SOAK_STATUS_TRANSACTIONS");
+    const uint64_t transactions =
+        set != nullptr && *set != '\0' ? std::strtoull(set, nullptr, 10) : kDefaultTransactions;
     QuietLog quiet;
     SimulatedPrinter printer;
     (void)printer.Device().GetStatus();
