@@ -219,7 +219,6 @@ TEST_F(PrinterAccessSynchronizerTest, PlantedSymlinkIsRefusedWithASystemError) {
 #endif
 
 TEST_F(PrinterAccessSynchronizerTest, WaiterIsNotStarvedByAHolderThatRetakesAtOnce) {
-    // A holder that re-takes the lock within microseconds must not starve a waiter.
     const std::string name = Name();
     ChildProcess churner({"lock-churn", name, "6000"});
     ASSERT_EQ(churner.ReadLine(), "churning");

@@ -19,8 +19,7 @@ constexpr const char* kPrinterFile = "/mnt/data/images/big.bin";
 
 class InterruptedTransfer : public OnSimulatedPrinter {
 protected:
-    // One status query, answered at once: no retry, and (unless the channel had stale bytes to
-    // drain) no warning.
+    // One status query, answered at once: no retry, and no warning unless stale bytes were drained.
     void ExpectNextCommandAnsweredAtOnce(bool staleExpected = false) {
         Printer().ClearRequests();
         log.Clear();

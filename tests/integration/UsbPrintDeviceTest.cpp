@@ -85,7 +85,6 @@ TEST_F(UsbPrintDeviceTest, PrinterThatStopsTakingDataTimesOutOnTheStalledChunk) 
     EXPECT_TRUE(log.Contains(L"UsbPrintDevice::WriteBytes(" + path + L") failed: timeout"));
 }
 
-// Reconnecting after an unplug is the disconnect sweep's next run.
 TEST_F(UsbPrintDeviceTest, UnpluggedPrinterFailsFastWithTypedErrors) {
     LogCapture log;
     UsbPrintDevice device(path);
