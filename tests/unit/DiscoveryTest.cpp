@@ -130,32 +130,26 @@ public:
         }
     }
     bool Add(const std::wstring& name, DWORD attributes, const wchar_t* deviceInstanceId) {
-        HKEY key = nullptr;
-        if (RegCreateKeyExW(HKEY_LOCAL_MACHINE, (kRoot + name).c_str(), 0, nullptr, 0, KEY_ALL_ACCESS,
-                            nullptr, &key, nullptr) != ERROR_SUCCESS) {
-            return false;
-        }
         m_names.push_back(name);
-        bool ok = Set(key, L"Name", name) && Set(key, L"Port", L"FILE:") &&
-                  Set(key, L"Printer Driver", L"Generic / Text Only") &&
-                  Set(key, L"Print Processor", L"winprint") && Set(key, L"Datatype", L"RAW") &&
-                  RegSetValueExW(key, L"Attributes", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&attributes),
-                                 sizeof(attributes)) == ERROR_SUCCESS;
-        HKEY pnp = nullptr;
-        if (ok && deviceInstanceId != nullptr) {
-            ok = RegCreateKeyExW(key, L"PnPData", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &pnp, nullptr) ==
-                     ERROR_SUCCESS &&
-                 Set(pnp, L"DeviceInstanceId", deviceInstanceId);
-            RegCloseKey(pnp);
+        const std::wstring key = kRoot + name;
+        bool ok = RegSetKeyValueW(HKEY_LOCAL_MACHINE, key.c_str(), L"Attributes", REG_DWORD, &attributes,
+                                  sizeof(attributes)) == ERROR_SUCCESS;
+        for (const auto& [value, text] :
+             std::vector<std::pair<const wchar_t*, std::wstring>>{{L"Name", name},
+                                                                  {L"Port", L"FILE:"},
+                                                                  {L"Printer Driver", L"Generic / Text Only"},
+                                                                  {L"Print Processor", L"winprint"},
+                                                                  {L"Datatype", L"RAW"}}) {
+            ok = ok && Set(key, value, text);
         }
-        RegCloseKey(key);
-        return ok;
+        return ok && (deviceInstanceId == nullptr ||
+                      Set(key + L"\\PnPData", L"DeviceInstanceId", deviceInstanceId));
     }
 
 private:
-    static bool Set(HKEY key, const wchar_t* name, const std::wstring& value) {
-        return RegSetValueExW(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
-                              static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t))) == ERROR_SUCCESS;
+    static bool Set(const std::wstring& key, const wchar_t* name, const std::wstring& text) {
+        return RegSetKeyValueW(HKEY_LOCAL_MACHINE, key.c_str(), name, REG_SZ, text.c_str(),
+                               static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t))) == ERROR_SUCCESS;
     }
     const std::wstring kRoot = L"System\\CurrentControlSet\\Control\\Print\\Printers\\";
     std::vector<std::wstring> m_names;
