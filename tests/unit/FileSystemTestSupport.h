@@ -11,10 +11,6 @@
 
 namespace vela::test {
 
-inline std::string Narrow(const std::wstring& text) {
-    return vela::common::StringConverter::ToUtf8(text);
-}
-
 // The 257-byte path field built independently of the library.
 inline std::vector<uint8_t> PathField(const std::string& utf8) {
     std::vector<uint8_t> field(utf8.begin(), utf8.end());

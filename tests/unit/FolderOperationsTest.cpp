@@ -4,6 +4,7 @@
 #include "kom/filesystem/FolderListingParser.h"
 
 #include <climits>
+#include <tuple>
 
 using namespace vela::kom;
 using namespace vela::test;
@@ -16,20 +17,19 @@ std::vector<FolderListingEntry> Parse(const std::string& text) {
     return ParseFolderListing(reinterpret_cast<const uint8_t*>(text.data()), text.size(), kListing);
 }
 
-class FolderOperations : public FileSystemTest {};
+using FolderOperations = FileSystemTest;
 using FolderListingParser = FileSystemTest;
+using PathRules = FileSystemTest;
 
 } // namespace
 
 TEST_F(FolderListingParser, SizesConvertLikeACIntegerConversion) {
-    auto entries = Parse("a:12ab:f,b:abc:f,c: -7:f,d:99999999999:f,e:-99999999999:f,");
-    ASSERT_EQ(entries.size(), 5u);
-    EXPECT_EQ(entries[0].size, 12);
-    EXPECT_EQ(entries[1].size, 0);
-    EXPECT_TRUE(entries[1].isFile); // a size field that is not a number still makes a file
-    EXPECT_EQ(entries[2].size, -7);
-    EXPECT_EQ(entries[3].size, INT32_MAX);
-    EXPECT_EQ(entries[4].size, INT32_MIN);
+    std::vector<int32_t> sizes;
+    for (const auto& entry : Parse("a:12ab:f,b:abc:f,c: -7:f,d:99999999999:f,e:-99999999999:f,")) {
+        EXPECT_TRUE(entry.isFile); // also where the size field is not a number
+        sizes.push_back(entry.size);
+    }
+    EXPECT_EQ(sizes, (std::vector<int32_t>{12, 0, -7, INT32_MAX, INT32_MIN}));
 }
 
 TEST_F(FolderListingParser, TypeLettersMustAgreeWithTheSize) {
@@ -50,20 +50,15 @@ TEST_F(FolderListingParser, TypeLettersMustAgreeWithTheSize) {
 TEST_F(FolderOperations, ListingPausesUnderTheLockThenSendsBothRequests) {
     printer.QueueCompletion(2, 0);
     printer.QueueReply(ListingReplyPayload("a.txt:12:f,no colon,\xC3\xA9t\xC3\xA9::d,unfinished"));
-    auto content = device.GetFolderContent(L"/mnt/data/images");
-
-    ASSERT_EQ(content.size(), 2u);
-    EXPECT_EQ(content[0]->Name(), L"a.txt");
-    EXPECT_TRUE(content[0]->IsFile());
-    EXPECT_FALSE(content[0]->IsDirectory());
-    EXPECT_EQ(content[0]->Size(), 12);
-    EXPECT_EQ(content[1]->Name(), L"\u00e9t\u00e9");
-    EXPECT_TRUE(content[1]->IsDirectory());
+    std::vector<std::tuple<std::wstring, bool, bool, int32_t>> seen;
+    for (const auto& entry : device.GetFolderContent(L"/mnt/data/images")) {
+        seen.emplace_back(entry->Name(), entry->IsFile(), entry->IsDirectory(), entry->Size());
+    }
+    EXPECT_EQ(seen, (decltype(seen){{L"a.txt", true, false, 12}, {L"\u00e9t\u00e9", false, true, 0}}));
 
     EXPECT_EQ(ToHex(printer.AllWritten()), ToHex(Concat({PathRequest(0x2A, "/mnt/data/images"), kPoll,
                                                          PathRequest(0x22, "/mnt/data/images")})));
-    ASSERT_FALSE(pauses.Pauses().empty());
-    EXPECT_EQ(pauses.Pauses().front(), 1000u);
+    EXPECT_EQ(pauses.Pauses(), (std::vector<uint32_t>{1000, 250})); // the listing's pause, then the poll's
     ExpectReleased();
     EXPECT_TRUE(log.Contains(L"PrinterDevice::GetFolderContent()"));
 }
@@ -119,4 +114,66 @@ TEST_F(FolderOperations, DiskSpaceDecodesBothCountsOfAnExact18ByteReply) {
     printer.QueueReply(reply(0x24));
     ExpectThrow<ReplyException>([&] { device.GetDiskSpace(first, second); }, L"'Wrong reply'", source);
     ExpectReleased();
+}
+
+// Length (in UTF-16 code units), then the leading delimiter, then characters: the first broken wins.
+TEST_F(PathRules, LengthThenDelimiterThenForbiddenCharacters) {
+    const std::wstring longest = L"/" + std::wstring(255, L'a');
+    const std::wstring nonBmp = vela::common::StringConverter::FromUtf8("\xF0\x9F\x98\x80"); // U+1F600
+    std::wstring wide = L"/"; // 127 characters outside the basic plane: 254 code units
+    for (int i = 0; i < 127; ++i) {
+        wide += nonBmp;
+    }
+    const std::wstring length = L"PrinterDevice::CheckPath(): PathException: 'Invalid path length'";
+    const std::wstring delimiter =
+        L"PrinterDevice::CheckPath(): PathSeparatorException: 'PATH_DELIMITER not found'";
+    std::vector<std::pair<std::wstring, std::wstring>> rows = {
+        {longest, L""},
+        {L"/", L""},
+        {wide + L"b", L""},
+        {L"//double//slashes/", L""},
+        {L"/with space/file name.txt", L""},
+        {L"/tab\there/\u00e9t\u00e9", L""}, // control characters and non-ASCII are not on the list
+        {longest + L"a", length},
+        {wide + nonBmp, length},
+        {std::wstring(257, L'a'), length}, // too long and relative
+        {L"", length},                     // wraps round into the length rule
+        {L"a/b", delimiter},
+        {L" /x", delimiter},
+        {L"\\x", delimiter},
+    };
+    for (wchar_t c : std::wstring(L"\\?*:|\"<>,")) {
+        rows.push_back({std::wstring(L"/dir/a") + c + L"b",
+                        L"PrinterDevice::IsValidFileName(): InvalidPathCharsException: 'Invalid path "
+                        L"characters found'"});
+    }
+    for (const auto& [path, expected] : rows) {
+        SCOPED_TRACE(vela::common::StringConverter::ToUtf8(path));
+        std::wstring failure;
+        try {
+            device.CheckPath(path);
+        } catch (const vela::common::Exception& e) {
+            failure = e.Source() + L": " + e.ExceptionName() + L": " + e.Message();
+        }
+        EXPECT_EQ(failure, expected);
+        EXPECT_TRUE(expected.empty() || log.Contains(expected));
+    }
+}
+
+TEST_F(PathRules, ABadPathNeverReachesTheLockOrTheWire) {
+    const std::wstring host = dir.WFile("host.bin");
+    WriteHostFile(dir.File("host.bin"), {1, 2, 3});
+    EXPECT_THROW(device.PutFile(L"relative", host), PathSeparatorException);
+    EXPECT_THROW(device.GetFile(L"/a:b", host), InvalidPathCharsException);
+    EXPECT_THROW(device.DeleteFile(L""), PathException);
+    EXPECT_THROW(device.GetFolderContent(L"/a*"), InvalidPathCharsException);
+    // The old path is checked first; a valid old path does not let a bad new one through.
+    EXPECT_THROW(device.RenameFile(L"old", L""), PathSeparatorException);
+    EXPECT_THROW(device.RenameFile(L"/old", L"new"), PathSeparatorException);
+
+    EXPECT_EQ(NoOpSynchronizer::Taken(), 0);
+    EXPECT_EQ(printer.Opens(), 0);
+    EXPECT_TRUE(printer.RawWrites().empty());
+    EXPECT_TRUE(pauses.Pauses().empty()); // not even the listing's pause
+    EXPECT_EQ(ReadHostFile(dir.File("host.bin")), (std::vector<uint8_t>{1, 2, 3}));
 }
