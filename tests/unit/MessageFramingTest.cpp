@@ -10,21 +10,6 @@ using vela::common::UsbPrintDeviceConnectionException;
 using vela::common::UsbPrintDeviceReadException;
 using vela::common::WaitResult;
 
-namespace {
-
-std::vector<uint8_t> Header(uint32_t total, uint8_t start = 0xC3) {
-    return {start, uint8_t(total >> 24), uint8_t(total >> 16), uint8_t(total >> 8), uint8_t(total), 0x60,
-            0x04};
-}
-
-std::vector<uint32_t> PollPauses(size_t polls) {
-    std::vector<uint32_t> pauses{250};
-    pauses.insert(pauses.end(), polls, 500);
-    return pauses;
-}
-
-} // namespace
-
 class FramingTest : public ProtocolFixture {
 protected:
     FakeTransport transport{L"fake-path"};
@@ -60,7 +45,7 @@ TEST_F(FramingTest, AHugeAnnouncedCountCostsOnlyTheBytesThatArrive) {
 TEST_F(FramingTest, ReplyHeaders) {
     // One failed header read is retried; a second failure propagates.
     printer.QueueReadFailure();
-    printer.QueueBytes(Header(8));
+    printer.QueueBytes(Hex("C3 00 00 00 08 60 04"));
     EXPECT_EQ(device.GetReplyDataLength(transport), 1u);
     printer.QueueReadFailure();
     printer.QueueReadFailure();
@@ -68,7 +53,7 @@ TEST_F(FramingTest, ReplyHeaders) {
 }
 
 TEST_F(FramingTest, PergeQueueDropsOneMessageOrLogsTheSilence) {
-    printer.QueueBytes(Header(10, 0x00)); // the start byte is not examined
+    printer.QueueBytes(Hex("00 00 00 00 0A 60 04")); // the start byte is not examined
     printer.QueueBytes({7, 7, 7});
     printer.QueueBytes(Frame({0x01, 0x80}));
     device.PergeQueue(transport);
@@ -84,7 +69,7 @@ TEST_F(FramingTest, PergeQueueDropsOneMessageOrLogsTheSilence) {
 TEST_F(FramingTest, CompletionPollTicks) {
     printer.QueueCompletion(2, 9);
     EXPECT_EQ(device.WaitForCompletion(transport), 9); // codes from 8 on are results
-    EXPECT_EQ(pauses.Pauses(), PollPauses(0));
+    EXPECT_EQ(pauses.Pauses(), std::vector<uint32_t>{250});
     EXPECT_EQ(ToHex(printer.AllWritten()), "C3 00 00 00 09 60 04 01 80");
 
     // Ten busy answers: 20 ticks exactly, the poll gives up.
@@ -93,7 +78,9 @@ TEST_F(FramingTest, CompletionPollTicks) {
         printer.QueueCompletion(1);
     }
     EXPECT_EQ(device.WaitForCompletion(transport), -1);
-    EXPECT_EQ(pauses.Pauses(), PollPauses(10));
+    std::vector<uint32_t> ticks(11, 500); // 250 ms first, then 500 ms per poll
+    ticks[0] = 250;
+    EXPECT_EQ(pauses.Pauses(), ticks);
     EXPECT_EQ(printer.PendingBytes(), 12u); // the eleventh answer was never asked for
     std::vector<uint8_t> rest;
     device.ReadData(transport, rest, 12);

@@ -34,11 +34,6 @@ PrinterStatus With(std::initializer_list<std::pair<size_t, uint32_t>> set) {
     return PrinterStatus(f[0], f[1], f[2], f[3], f[4], f[5], f[6], f[7], f[8], f[9], f[10], f[11], f[12]);
 }
 
-// A report carrying status bytes b1 (cutter/label), b3 (charging) and b6 (value); the rest 0.
-Report MakeReport(uint8_t b1, uint8_t b3, uint8_t b6) {
-    return Report{1, 0, b1, 0, b3, 0, 0, b6};
-}
-
 class ListenerRegistration : public ::testing::Test {
 protected:
     // Records each run; waits for its stop event at most 10 s, so that a broken stop fails.
@@ -127,8 +122,9 @@ TEST(ReportHandling, ListenersHearChangesOnceFirmwareReportsAlwaysAndEachNewInte
     state->AppendListener(&first);
     state->AppendListener(&second);
 
-    const Report calm = MakeReport(0, 0, 7), jammed = MakeReport(2, 0, 7),
-                 jammedCharging = MakeReport(2, 1, 7);
+    // Status bytes b1 (cutter/label), b3 (charging) and b6 (value) follow the report's id.
+    const Report calm{1, 0, 0, 0, 0, 0, 0, 7}, jammed{1, 0, 2, 0, 0, 0, 0, 7},
+        jammedCharging{1, 0, 2, 0, 1, 0, 0, 7};
     Report special = calm;
     special[PrinterStatusThread::kFirmwareMarkerIndex] = PrinterStatusThread::kFirmwareMarker;
     Report previous{};
