@@ -247,13 +247,11 @@ TEST(HostFile, NamesThatNameNoFile) {
 
 #ifndef _WIN32
 // What only Linux shows: links, FIFOs, a write failure mid-get (a size limit for a full disk).
-TEST_F(HostFileLinux, AFileWhereAFolderIsExpectedIsAMissingPath) {
+TEST_F(HostFileLinux, AFileInThePathIsAMissingPathAndAReplacedFileKeepsItsModeAndItsLinks) {
     WriteHostFile(dir.File("plain"), {1});
     EXPECT_EQ(HostFileReader().Open(dir.WFile("plain/x")).failure, HostFileFailure::pathNotFound);
     EXPECT_EQ(HostFileReplacer().Open(dir.WFile("plain/x")).failure, HostFileFailure::pathNotFound);
-}
 
-TEST_F(HostFileLinux, AReplacedFileKeepsItsModeAndItsLinks) {
     WriteHostFile(dir.File("real"), {1});
     ASSERT_EQ(::chmod(dir.File("real").c_str(), 0640), 0);
     ASSERT_EQ(::symlink("real", dir.File("link").c_str()), 0);
@@ -318,16 +316,15 @@ TEST_F(GetWriteFailure, IsReportedWithItsCauseAndLeavesTheOldFile) {
 }
 #endif
 
-TEST_F(FolderListingParser, SizesConvertLikeACIntegerConversion) {
+TEST_F(FolderListingParser, SizesConvertLikeACIntegerConversionAndTypeLettersAgreeWithThem) {
     std::vector<int32_t> sizes;
     for (const auto& entry : Parse("a:12ab:f,b:abc:f,c: -7:f,d:99999999999:f,e:-99999999999:f,")) {
         EXPECT_TRUE(entry.isFile); // also where the size field is not a number
         sizes.push_back(entry.size);
     }
     EXPECT_EQ(sizes, (std::vector<int32_t>{12, 0, -7, INT32_MAX, INT32_MIN}));
-}
 
-TEST_F(FolderListingParser, TypeLettersMustAgreeWithTheSize) {
+    // The type letter must agree with the size.
     ExpectThrow<ReplyException>([] { Parse("a:5:d,"); }, L"'Found directory instead of file name'", kListing);
     ExpectThrow<ReplyException>([] { Parse("docs::f,"); }, L"'Found file name instead of directory'",
                                 kListing);

@@ -56,9 +56,7 @@ TEST(PrinterStatusDecoding, EachFieldTakesOnlyItsAcceptedValuesFromItsOwnBits) {
             EXPECT_EQ(Fields(PrinterStatus(block)), expected) << "field " << f << " value " << value;
         }
     }
-}
 
-TEST(PrinterStatusDecoding, OperatingStatusValueAndBlockLength) {
     // A set operating bit never stores 1: the field keeps its default 2. Bits 2-6 of b3, b4 and
     // b5 are not decoded.
     EXPECT_EQ(PrinterStatus({0, 0, 0, 0x80, 0, 0, 0, 0}).GetOperatingStatus(), 2u);
@@ -75,12 +73,17 @@ TEST(PrinterStatusDecoding, OperatingStatusValueAndBlockLength) {
 using StatusQueryTest = ProtocolFixture;
 using DeviceInformationTest = ProtocolFixture;
 
-// The block's request and decoding are met through the gateway on the simulator.
-TEST_F(StatusQueryTest, CassettePresenceZeroAndTwoCountAsPresent) {
+// The block's request and decoding are met through the gateway on the simulator, the SKU itself
+// by qrvctl info (CliTest.StatusAndInfoNameEveryField).
+TEST_F(StatusQueryTest, CassettePresenceZeroAndTwoCountAsPresentAndWithoutACassetteNoMemoryIsAskedFor) {
     for (uint8_t presence : {0, 1, 2, 3}) {
         printer.QueueReply({0x00, 0x80, uint8_t(presence << 4), 0, 0, 0, 0, 0, 0, 0});
         EXPECT_EQ(device.IsCassettePresent(), presence == 0 || presence == 2) << int(presence);
     }
+    printer.QueueReply({0x00, 0x80, 0x10, 0, 0, 0, 0, 0, 0, 0}); // presence 1: absent
+    ExpectThrow<NoCassettePresentException>([&] { device.GetSkuNumber(); }, L"'No cassette present'",
+                                            L"PrinterDevice::GetSkuNumber()");
+    EXPECT_EQ(printer.RawWrites().size(), 5u); // status queries only
     ExpectReleased();
 }
 
@@ -129,15 +132,6 @@ TEST_F(DeviceInformationTest, ReplySizeAndCommandAreChecked) {
                                     L"PrinterDevice::GetCassetteEepromData()");
         EXPECT_EQ(printer.PendingBytes(), 0u);
     }
-    ExpectReleased();
-}
-
-// The SKU itself is read from the simulator by qrvctl info (CliTest.StatusAndInfoNameEveryField).
-TEST_F(DeviceInformationTest, WithoutACassetteTheMemoryIsNeverAskedFor) {
-    printer.QueueReply({0x00, 0x80, 0x10, 0, 0, 0, 0, 0, 0, 0}); // presence 1: absent
-    ExpectThrow<NoCassettePresentException>([&] { device.GetSkuNumber(); }, L"'No cassette present'",
-                                            L"PrinterDevice::GetSkuNumber()");
-    EXPECT_EQ(printer.RawWrites().size(), 1u);
     ExpectReleased();
 }
 
