@@ -9,6 +9,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <vector>
 
 namespace vela::fuzz {
@@ -22,9 +24,15 @@ using ExactBytes = std::vector<uint8_t>;
 using FuzzDevice = vela::kom::PrinterDeviceBase<vela::test::FakeTransport, vela::test::NoOpSynchronizer,
                                                 vela::common::StringConverter>;
 
-FuzzDevice& Device();
+inline FuzzDevice& Device() {
+    static FuzzDevice device(vela::kom::ConnectedPrinter{0x0922, 0x0025, L"fuzz-channel", L"Fuzz Printer"});
+    return device;
+}
 
-[[noreturn]] void Fail(const char* what);
+[[noreturn]] inline void Fail(const char* what) {
+    std::fprintf(stderr, "fuzz check failed: %s\n", what);
+    std::abort();
+}
 inline void Check(bool condition, const char* what) {
     if (!condition) {
         Fail(what);
@@ -60,7 +68,11 @@ template <class Parse> bool RunParser(Parse&& parse) {
 }
 
 // The bytes after the control byte, and after the 7-byte reply header too (empty when shorter).
-ExactBytes AfterControlByte(const uint8_t* data, size_t size);
-ExactBytes PayloadAfterHeader(const uint8_t* data, size_t size);
+inline ExactBytes AfterControlByte(const uint8_t* data, size_t size) {
+    return size > 1 ? ExactBytes(data + 1, data + size) : ExactBytes();
+}
+inline ExactBytes PayloadAfterHeader(const uint8_t* data, size_t size) {
+    return size > 8 ? ExactBytes(data + 8, data + size) : ExactBytes();
+}
 
 } // namespace vela::fuzz

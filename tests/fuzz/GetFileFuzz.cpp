@@ -9,26 +9,16 @@
 
 using namespace vela::fuzz;
 
-namespace {
-
-const std::vector<uint8_t> kOriginal{'o', 'r', 'i', 'g', 'i', 'n', 'a', 'l'};
-
-// Removed at exit; fuzz-run puts it on a memory file system (the host writer flushes to disk).
-const vela::test::TempDir& Folder() {
-    static const vela::test::TempDir dir;
-    return dir;
-}
-
-void CheckNothingElse() {
-    Check(vela::test::ListDirectory(Folder().Path()) == std::vector<std::string>{"received.bin"},
-          "a temporary file was left beside the host file");
-}
-
-} // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const std::string target = Folder().File("received.bin");
-    const std::wstring hostFile = Folder().WFile("received.bin");
+    static const std::vector<uint8_t> kOriginal{'o', 'r', 'i', 'g', 'i', 'n', 'a', 'l'};
+    // Removed at exit; fuzz-run puts it on a memory file system (the host writer flushes to disk).
+    static const vela::test::TempDir folder;
+    const std::string target = folder.File("received.bin");
+    const std::wstring hostFile = folder.WFile("received.bin");
+    const auto checkNothingElse = [&] {
+        Check(vela::test::ListDirectory(folder.Path()) == std::vector<std::string>{"received.bin"},
+              "a temporary file was left beside the host file");
+    };
 
     // The pure check: a length it accepts lies inside the reply.
     const ExactBytes payload = PayloadAfterHeader(data, size);
@@ -51,7 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     } else {
         Check(afterSave == kOriginal, "a failed SaveFile changed the host file");
     }
-    CheckNothingElse();
+    checkNothingElse();
 
     // GetFile through the channel.
     vela::test::WriteHostFile(target, kOriginal);
@@ -62,6 +52,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (!got || result != 0) {
         Check(afterGet == kOriginal, "a failed or refused get changed the host file");
     }
-    CheckNothingElse();
+    checkNothingElse();
     return 0;
 }

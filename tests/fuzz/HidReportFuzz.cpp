@@ -22,13 +22,11 @@ public:
         Check(items.size() <= 11, "more changed items than status fields");
     }
     void OnPrinterInterruptEvent(uint32_t code, uint32_t value) override {
-        ++interrupts;
         Check(code <= 13, "an interrupt code outside 0..13 reported");
         Check(value <= 0xFFFF, "an interrupt value wider than 16 bits");
         (void)vela::kom::StatusConversion::GetPrintInterruptIssue(code);
     }
     int changes = 0;
-    int interrupts = 0;
 };
 
 } // namespace

@@ -1,11 +1,11 @@
 // qrv-fuzz-replay TARGET FILE-OR-FOLDER...: a target over committed inputs where libFuzzer is not.
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -17,55 +17,38 @@ struct ReplayTarget {
 extern const ReplayTarget kReplayTargets[];
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
 
-namespace {
-
-int (*g_target)(const uint8_t*, size_t) = nullptr;
-
-bool RunFile(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        std::fprintf(stderr, "cannot read %s\n", path.string().c_str());
-        return false;
-    }
-    const std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    // An exactly sized heap copy, as libFuzzer hands its inputs over.
-    const std::vector<uint8_t> exact(bytes.begin(), bytes.end());
-    static const uint8_t kEmpty = 0;
-    g_target(exact.empty() ? &kEmpty : exact.data(), exact.size());
-    return true;
-}
-
-} // namespace
-
 int main(int argc, char** argv) {
-    for (const ReplayTarget* t = kReplayTargets; argc > 1 && t->name != nullptr; ++t) {
-        g_target = std::string(argv[1]) == t->name ? t->run : g_target;
+    const ReplayTarget* target = kReplayTargets;
+    while (target->name != nullptr && (argc < 2 || std::string(argv[1]) != target->name)) {
+        ++target;
     }
-    if (g_target == nullptr) {
+    if (target->name == nullptr) {
         std::fprintf(stderr, "usage: qrv-fuzz-replay TARGET FILE-OR-FOLDER...\n");
         return 2;
     }
     LLVMFuzzerInitialize(&argc, &argv);
-    size_t count = 0;
-    bool ok = true;
+    std::set<std::filesystem::path> files; // in name order, as the corpus is committed
     for (int i = 2; i < argc; ++i) {
         std::error_code ec;
-        std::vector<std::filesystem::path> files;
         if (std::filesystem::is_directory(argv[i], ec)) {
             for (const auto& entry : std::filesystem::directory_iterator(argv[i])) {
                 if (entry.is_regular_file()) {
-                    files.push_back(entry.path());
+                    files.insert(entry.path());
                 }
             }
         } else if (std::filesystem::exists(argv[i], ec)) {
-            files.push_back(argv[i]);
-        }
-        std::sort(files.begin(), files.end());
-        for (const auto& file : files) {
-            ok = RunFile(file) && ok;
-            ++count;
+            files.insert(argv[i]);
         }
     }
-    std::printf("replayed %zu inputs\n", count);
-    return ok ? 0 : 1;
+    for (const auto& file : files) {
+        std::ifstream in(file, std::ios::binary);
+        const std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)),
+                                         std::istreambuf_iterator<char>());
+        // An exactly sized heap copy, as libFuzzer hands its inputs over.
+        const std::vector<uint8_t> exact(bytes.begin(), bytes.end());
+        static const uint8_t kEmpty = 0;
+        target->run(exact.empty() ? &kEmpty : exact.data(), exact.size());
+    }
+    std::printf("replayed %zu inputs\n", files.size());
+    return 0;
 }

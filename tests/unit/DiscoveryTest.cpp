@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <tuple>
 
 #ifdef _WIN32
 #include "common/StringConverter.h"
@@ -27,48 +28,38 @@ using namespace vela::kom;
 using vela::common::LogLevel;
 using vela::test::LogCapture;
 
-namespace {
-
-std::pair<uint32_t, uint32_t> VidPid(const std::wstring& id) {
-    uint32_t vendorId = 0xFFFF;
-    uint32_t productId = 0xFFFF;
-    ParseVidPid(id, vendorId, productId);
-    return {vendorId, productId};
-}
-
-} // namespace
-
 TEST(ParseVidPid, ReadsFourHexDigitsBehindEachMarker) {
-    using Ids = std::pair<uint32_t, uint32_t>;
-    EXPECT_EQ(VidPid(L"usb\\vid_0922&pid_0025&rev_0100"), Ids(0x0922, 0x0025));
-    EXPECT_EQ(VidPid(L"USB\\VID_Fe1A&PID_0B2c&MI_00\\7&1a2b&0&0000"), Ids(0xFE1A, 0x0B2C));
-    EXPECT_EQ(VidPid(L"HID\\VID_0922&PID_0024&MI_01\\8&2c&0&0000"), Ids(0x0922, 0x0024));
-
-    // A missing marker reads the 4 characters from position 3 (lenient on purpose).
-    EXPECT_EQ(VidPid(L"ABC1234&PID_0025"), Ids(0x1234, 0x0025));
-    EXPECT_EQ(VidPid(L"ABC12"), Ids(0x12, 0x12));
-    EXPECT_EQ(VidPid(L"AB"), Ids(0, 0));
+    const std::tuple<const wchar_t*, uint32_t, uint32_t> rows[] = {
+        {L"usb\\vid_0922&pid_0025&rev_0100", 0x0922, 0x0025},
+        {L"USB\\VID_Fe1A&PID_0B2c&MI_00\\7&1a2b&0&0000", 0xFE1A, 0x0B2C},
+        {L"HID\\VID_0922&PID_0024&MI_01\\8&2c&0&0000", 0x0922, 0x0024},
+        // A missing marker reads the 4 characters from position 3 (lenient on purpose).
+        {L"ABC1234&PID_0025", 0x1234, 0x0025},
+        {L"ABC12", 0x12, 0x12},
+        {L"AB", 0, 0},
+    };
+    for (const auto& [id, vendor, product] : rows) {
+        uint32_t vendorId = 0xFFFF, productId = 0xFFFF;
+        ParseVidPid(id, vendorId, productId);
+        EXPECT_EQ(std::make_pair(vendorId, productId), std::make_pair(vendor, product)) << id;
+    }
 }
 
 TEST(VirtualPrinters, ParsesEntriesAndSkipsMalformedOnesWithOneWarningEach) {
+    const std::vector<std::wstring> malformed = {L"no model|/dev/pts/8||", L"|/dev/pts/9||410",
+                                                 L"too|many|fields|410|serial|extra", L"no channel|||210",
+                                                 L"wrong model|/dev/pts/3||310"};
+    std::wstring value = L"\u00c9tiquettes Lager|/dev/pts/7|/tmp/hid.sock|410|SIM0001;;  ;"
+                         L"Bench 210|\\\\.\\pipe\\qrv-sim||210;";
+    for (const std::wstring& entry : malformed) {
+        value += entry + L";";
+    }
     LogCapture log;
-    std::vector<VirtualPrinter> printers =
-        ParseVirtualPrinters(L"Étiquettes Lager|/dev/pts/7|/tmp/hid.sock|410|SIM0001;"
-                             L"Bench 210|\\\\.\\pipe\\qrv-sim||210;"
-                             L"no model|/dev/pts/8||;"
-                             L"|/dev/pts/9||410;"
-                             L"too|many|fields|410|serial|extra;"
-                             L"no channel|||210;"
-                             L"wrong model|/dev/pts/3||310;"
-                             L";  ;");
     // Every test on a simulator reads the fields of a good entry this way.
-    EXPECT_EQ(printers.size(), 2u);
-
+    EXPECT_EQ(ParseVirtualPrinters(value).size(), 2u);
     EXPECT_EQ(log.Count(LogLevel::warning), 5u);
-    for (const wchar_t* entry :
-         {L"'no model|/dev/pts/8||'", L"'|/dev/pts/9||410'", L"'too|many|fields|410|serial|extra'",
-          L"'no channel|||210'", L"'wrong model|/dev/pts/3||310'"}) {
-        EXPECT_TRUE(log.ContainsSubstring(std::wstring(L"QRV_VIRTUAL_PRINTERS entry ") + entry)) << entry;
+    for (const std::wstring& entry : malformed) {
+        EXPECT_TRUE(log.ContainsSubstring(L"QRV_VIRTUAL_PRINTERS entry '" + entry + L"'")) << entry;
     }
 }
 
@@ -130,32 +121,26 @@ public:
         }
     }
     bool Add(const std::wstring& name, DWORD attributes, const wchar_t* deviceInstanceId) {
-        HKEY key = nullptr;
-        if (RegCreateKeyExW(HKEY_LOCAL_MACHINE, (kRoot + name).c_str(), 0, nullptr, 0, KEY_ALL_ACCESS,
-                            nullptr, &key, nullptr) != ERROR_SUCCESS) {
-            return false;
-        }
         m_names.push_back(name);
-        bool ok = Set(key, L"Name", name) && Set(key, L"Port", L"FILE:") &&
-                  Set(key, L"Printer Driver", L"Generic / Text Only") &&
-                  Set(key, L"Print Processor", L"winprint") && Set(key, L"Datatype", L"RAW") &&
-                  RegSetValueExW(key, L"Attributes", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&attributes),
-                                 sizeof(attributes)) == ERROR_SUCCESS;
-        HKEY pnp = nullptr;
-        if (ok && deviceInstanceId != nullptr) {
-            ok = RegCreateKeyExW(key, L"PnPData", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &pnp, nullptr) ==
-                     ERROR_SUCCESS &&
-                 Set(pnp, L"DeviceInstanceId", deviceInstanceId);
-            RegCloseKey(pnp);
+        const std::wstring key = kRoot + name;
+        bool ok = RegSetKeyValueW(HKEY_LOCAL_MACHINE, key.c_str(), L"Attributes", REG_DWORD, &attributes,
+                                  sizeof(attributes)) == ERROR_SUCCESS;
+        for (const auto& [value, text] :
+             std::vector<std::pair<const wchar_t*, std::wstring>>{{L"Name", name},
+                                                                  {L"Port", L"FILE:"},
+                                                                  {L"Printer Driver", L"Generic / Text Only"},
+                                                                  {L"Print Processor", L"winprint"},
+                                                                  {L"Datatype", L"RAW"}}) {
+            ok = ok && Set(key, value, text);
         }
-        RegCloseKey(key);
-        return ok;
+        return ok && (deviceInstanceId == nullptr ||
+                      Set(key + L"\\PnPData", L"DeviceInstanceId", deviceInstanceId));
     }
 
 private:
-    static bool Set(HKEY key, const wchar_t* name, const std::wstring& value) {
-        return RegSetValueExW(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
-                              static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t))) == ERROR_SUCCESS;
+    static bool Set(const std::wstring& key, const wchar_t* name, const std::wstring& text) {
+        return RegSetKeyValueW(HKEY_LOCAL_MACHINE, key.c_str(), name, REG_SZ, text.c_str(),
+                               static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t))) == ERROR_SUCCESS;
     }
     const std::wstring kRoot = L"System\\CurrentControlSet\\Control\\Print\\Printers\\";
     std::vector<std::wstring> m_names;
