@@ -1,21 +1,13 @@
 #include "support/PauseRecorder.h"
 
-#include <chrono>
-#include <thread>
-
 namespace vela::test {
 
-PauseRecorder::PauseRecorder(vela::common::WaitResult result, uint32_t sleepBelowMs)
-    : m_result(result), m_sleepBelowMs(sleepBelowMs) {
+PauseRecorder::PauseRecorder() {
     m_previous = vela::common::SetPauseHandler([this](uint32_t ms) {
-        if (ms < m_sleepBelowMs) {
-            // A real pause ends as a time-out on an event nobody sets; sleeping is the same wait.
-            std::this_thread::sleep_for(std::chrono::milliseconds(ms));
-            return vela::common::WaitResult::timeout;
-        }
         std::unique_lock<std::mutex> lock(m_mutex);
         const auto chosen = m_overrides.find(m_pauses.size());
-        const vela::common::WaitResult result = chosen != m_overrides.end() ? chosen->second : m_result;
+        const vela::common::WaitResult result =
+            chosen != m_overrides.end() ? chosen->second : vela::common::WaitResult::timeout;
         m_pauses.push_back(ms);
         const std::function<void(uint32_t)> hook = m_hook;
         lock.unlock();

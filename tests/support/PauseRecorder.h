@@ -10,12 +10,10 @@
 
 namespace vela::test {
 
-// Replaces the fixed pauses while it lives: each is recorded and returns at once with `result`.
-// Pauses shorter than `sleepBelowMs` are slept for real and not recorded.
+// Replaces the fixed pauses while it lives: each is recorded and returns at once as a time-out.
 class PauseRecorder {
 public:
-    explicit PauseRecorder(vela::common::WaitResult result = vela::common::WaitResult::timeout,
-                           uint32_t sleepBelowMs = 0);
+    PauseRecorder();
     ~PauseRecorder();
     PauseRecorder(const PauseRecorder&) = delete;
     PauseRecorder& operator=(const PauseRecorder&) = delete;
@@ -31,8 +29,6 @@ private:
     mutable std::mutex m_mutex;
     std::vector<uint32_t> m_pauses;
     std::map<size_t, vela::common::WaitResult> m_overrides;
-    vela::common::WaitResult m_result;
-    uint32_t m_sleepBelowMs;
     std::function<void(uint32_t)> m_hook;
     vela::common::PauseHandler m_previous;
 };

@@ -19,23 +19,16 @@ std::string UniquePrinterName(const std::string& base) {
     return base + " " + std::to_string(CurrentProcessId()) + "-" + std::to_string(++counter);
 }
 
-SimulatedPrinter::Options FacadeOptions() {
-    SimulatedPrinter::Options options;
-    options.hid = true;
-    options.updateBusyReports = 2;
-    return options;
-}
-
 } // namespace
 
 SimulatedPrinter::SimulatedPrinter() : SimulatedPrinter(Options()) {}
 
-SimulatedPrinter::SimulatedPrinter(Options options) : m_options(options) {
+SimulatedPrinter::SimulatedPrinter(Options options) {
     vela::sim::Simulator::Options simOptions;
     simOptions.name = UniquePrinterName("Simulated");
     simOptions.model = "410";
     simOptions.hid = options.hid;
-    simOptions.printer.rebootDelay = options.rebootDelay;
+    simOptions.printer.rebootDelay = std::chrono::milliseconds(300);
     if (std::getenv("QRV_TEST_TRACE") != nullptr) {
         // Every frame, fault and disconnect on standard error, to see why a case failed.
         simOptions.trace = [](const std::string& line) { std::fprintf(stderr, "%s\n", line.c_str()); };
@@ -68,7 +61,8 @@ bool SimulatedPrinter::WaitUntilBack(uint32_t disconnects) {
     return m_sim->WaitForReconnections(disconnects, std::chrono::seconds(10));
 }
 
-OnSimulatedPrinter::OnSimulatedPrinter() : m_printer(FacadeOptions()) {
+OnSimulatedPrinter::OnSimulatedPrinter()
+    : m_printer(SimulatedPrinter::Options{true, 2}) { // HID, a busy updater
     m_facade = std::make_unique<vela::kom::NativeQRVDevice>(Name(), 0);
     m_facade->SetPrinterName(Name());
     Printer().ClearRequests();

@@ -21,10 +21,7 @@ class SimulatedPrinter {
 public:
     struct Options {
         bool hid = false;
-        std::chrono::milliseconds reconnectAfter{20}; // off the channel after an injected disconnect
-        std::chrono::milliseconds rebootDelay{300};
-        // Reports the updater stays busy for (0: an update installs at once).
-        uint32_t updateBusyReports = 0;
+        uint32_t updateBusyReports = 0; // reports the updater stays busy for (0: installs at once)
     };
 
     SimulatedPrinter();
@@ -39,13 +36,13 @@ public:
     std::wstring Name() const { return m_connection.printerName; }
     std::string NameUtf8() const;
     std::string ChannelPath() const;
-    std::chrono::milliseconds ReconnectAfter() const { return m_options.reconnectAfter; }
+    // Off the channel after an injected disconnect.
+    static std::chrono::milliseconds ReconnectAfter() { return std::chrono::milliseconds(20); }
 
     // Until it is back after `disconnects` injected disconnects in all; false after ten seconds.
     bool WaitUntilBack(uint32_t disconnects);
 
 private:
-    Options m_options;
     std::unique_ptr<vela::sim::Simulator> m_sim;
     vela::kom::ConnectedPrinter m_connection;
     std::unique_ptr<ScopedEnvironment> m_environment;

@@ -12,26 +12,17 @@ using vela::test::MockUsbPrinter;
 using vela::test::PrivateCupsd;
 using vela::test::ScopedEnvironment;
 
-namespace {
-
-// Two printers on the mocked USB bus; a 210 whose device id repeats the make in the model.
-class CupsDiscovery : public vela::test::MockedDiscoveryTest {
-protected:
-    void SetUp() override {
-        MockedDiscoveryTest::SetUp();
-        m_testbed.Add(vela::test::PrinterAt("1-1", 0, 0));
-        MockUsbPrinter office = vela::test::PrinterAt("1-2", 1, -1, "QRV-0002");
-        office.idProduct = "0024";
-        office.product = "VELA QRV 210";
-        office.ieee1284Id = "MANUFACTURER:VELA;MODEL:VELA QRV 210;SERIALNUMBER:QRV-0002;";
-        m_testbed.Add(office);
-    }
-};
-
-} // namespace
+using CupsDiscovery = vela::test::MockedDiscoveryTest;
 
 // The scheduler's listing as reported, and each printer named after its first local queue.
+// Two printers on the mocked USB bus; a 210 whose device id repeats the make in the model.
 TEST_F(CupsDiscovery, QueuesOfTheSchedulerNameTheirPrinters) {
+    m_testbed.Add(vela::test::PrinterAt("1-1", 0, 0));
+    MockUsbPrinter office = vela::test::PrinterAt("1-2", 1, -1, "QRV-0002");
+    office.idProduct = "0024";
+    office.product = "VELA QRV 210";
+    office.ieee1284Id = "MANUFACTURER:VELA;MODEL:VELA QRV 210;SERIALNUMBER:QRV-0002;";
+    m_testbed.Add(office);
     PrivateCupsd cupsd({{"Zentrale", "usb://VELA/QRV%20410?serial=SIM0001", true},
                         {"Étiquettes-Lager", "usb://VELA/QRV%20410?serial=SIM0001"},
                         {"Lager_B", "usb://vela/qrv+210?serial=qrv-0002&interface=0"},

@@ -3,7 +3,6 @@
 #include <cups/cups.h>
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <fstream>
 #include <iterator>
@@ -63,26 +62,20 @@ PrivateCupsd::PrivateCupsd(const std::vector<Queue>& queues) : m_socket(m_dir.Fi
 }
 
 bool PrivateCupsd::Start(std::string& problem) {
-    if (::access("/usr/sbin/cupsd", X_OK) != 0) {
-        problem = "cupsd is not installed";
-        return false;
-    }
     // The scheduler must see the real system, not this process's mocked device tree.
     m_cupsd = std::make_unique<SpawnedProgram>(
         "/usr/bin/env",
         std::vector<std::string>{"-u", "LD_PRELOAD", "-u", "UMOCKDEV_DIR", "/usr/sbin/cupsd", "-f", "-c",
                                  m_dir.File("cupsd.conf"), "-s", m_dir.File("cups-files.conf")},
         SpawnedProgram::Output::pipes);
-    const bool answered = Eventually([&] { return m_cupsd->Wait(0) >= 0 || Answers(m_socket); }, 15000);
-    const int status = m_cupsd->Wait(0);
-    if (status >= 0) {
-        problem = "cupsd ended at start (status " + std::to_string(status) + "): " + ErrorLogTail();
-        return false;
-    }
-    if (answered) {
+    if (Eventually([&] { return m_cupsd->Wait(0) >= 0 || Answers(m_socket); }, 15000) &&
+        m_cupsd->Wait(0) < 0) {
         return true;
     }
-    problem = "cupsd did not answer on " + m_socket + " within 15 s: " + ErrorLogTail();
+    const int status = m_cupsd->Wait(0); // 127 when it is not installed
+    problem = (status >= 0 ? "cupsd ended at start (status " + std::to_string(status) + ")"
+                           : "cupsd did not answer on " + m_socket + " within 15 s") +
+              ": " + ErrorLogTail();
     m_cupsd.reset();
     return false;
 }

@@ -2,6 +2,9 @@
 #include "support/TestSupport.h"
 #include "system/MockedDiscoveryTest.h"
 
+#include <map>
+#include <tuple>
+
 using namespace vela::kom;
 using vela::common::LogLevel;
 using vela::test::LogCapture;
@@ -63,25 +66,23 @@ TEST_F(UdevDiscovery, PrintersKeepTheirOwnNodesAndVirtualPrintersFollow) {
 // Devices of other kinds are skipped silently, whatever the letter case of their ids; devices
 // that cannot be read are skipped after one warning each.
 TEST_F(UdevDiscovery, OtherDevicesAreSkippedSilentlyUnreadableOnesAfterOneWarningEach) {
-    MockUsbPrinter otherProduct = PrinterAt("1-1", 0, 0);
-    otherProduct.idProduct = "0026";
-    MockUsbPrinter otherVendorLower = PrinterAt("1-2", 1);
-    otherVendorLower.idVendor = "fe1a";
-    otherVendorLower.idProduct = "0b2c";
-    MockUsbPrinter otherVendorUpper = PrinterAt("1-3", 2);
-    otherVendorUpper.idVendor = "FE1A";
-    otherVendorUpper.idProduct = "0B2C";
-    MockUsbPrinter noIds = PrinterAt("1-4", 4);
-    noIds.idVendor = "";
-    noIds.idProduct = "";
-    MockUsbPrinter badProduct = PrinterAt("1-5", -1, 1);
-    badProduct.idProduct = "zz25";
+    // Other products and vendors, in either letter case; no ids at all; a product id that is no number.
+    std::map<std::string, std::wstring> syspaths;
+    for (const auto& [port, lp, hidraw, vendor, product] :
+         std::vector<std::tuple<std::string, int, int, std::string, std::string>>{
+             {"1-1", 0, 0, "0922", "0026"},
+             {"1-2", 1, -1, "fe1a", "0b2c"},
+             {"1-3", 2, -1, "FE1A", "0B2C"},
+             {"1-4", 4, -1, "", ""},
+             {"1-5", -1, 1, "0922", "zz25"}}) {
+        MockUsbPrinter other = PrinterAt(port, lp, hidraw);
+        other.idVendor = vendor;
+        other.idProduct = product;
+        const std::string syspath = m_testbed.Add(other);
+        syspaths[port] = std::wstring(syspath.begin(), syspath.end());
+    }
     MockUsbPrinter supported = PrinterAt("2-1", 3, -1, "abc-def"); // lower case goes into the name as it is
     supported.idProduct = "0024";
-    for (const MockUsbPrinter& printer : {otherProduct, otherVendorLower, otherVendorUpper}) {
-        m_testbed.Add(printer);
-    }
-    const std::string noIdsPath = m_testbed.Add(noIds), badProductPath = m_testbed.Add(badProduct);
     m_testbed.Add(PrinterAt("1-6", 5, 2, "GOOD1"));
     // A node of the printer class's subsystem that is not a printer node.
     m_testbed.AddDevice("usbmisc", "hiddev0", m_testbed.Add(supported) + "/2-1:1.0", "/dev/usb/hiddev0", {});
@@ -102,8 +103,8 @@ TEST_F(UdevDiscovery, OtherDevicesAreSkippedSilentlyUnreadableOnesAfterOneWarnin
                   {0x0922, 0x0024, L"/dev/usb/lp3", L"VELA QRV 210 (abc-def)"},
               }));
     EXPECT_EQ(log.Count(LogLevel::warning), 2u);
-    EXPECT_TRUE(log.Contains(L"UsbFilter() for '/dev/usb/lp4' failed: cannot read idVendor of " +
-                             std::wstring(noIdsPath.begin(), noIdsPath.end())));
+    EXPECT_TRUE(
+        log.Contains(L"UsbFilter() for '/dev/usb/lp4' failed: cannot read idVendor of " + syspaths["1-4"]));
     EXPECT_TRUE(log.Contains(L"UsbFilter() for '/dev/usb/lp6' failed: it is not on a USB device"));
 
     log.Clear();
@@ -111,7 +112,6 @@ TEST_F(UdevDiscovery, OtherDevicesAreSkippedSilentlyUnreadableOnesAfterOneWarnin
               (std::vector<ConnectedPrinter>{{0x0922, 0x0025, L"/dev/hidraw2", good}}));
     EXPECT_EQ(log.Count(LogLevel::warning), 1u);
     EXPECT_TRUE(log.Contains(L"HidFilter() for '/dev/hidraw1' failed: idProduct 'zz25' of " +
-                             std::wstring(badProductPath.begin(), badProductPath.end()) +
-                             L" is not a USB id"));
+                             syspaths["1-5"] + L" is not a USB id"));
     EXPECT_EQ(log.Count(LogLevel::error), 0u);
 }

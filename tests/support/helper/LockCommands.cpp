@@ -18,9 +18,7 @@ using vela::test::Say;
 using Clock = std::chrono::steady_clock;
 
 vela::kom::ConnectedPrinter PrinterNamed(const std::string& name) {
-    vela::kom::ConnectedPrinter printer;
-    printer.printerName = StringConverter::FromUtf8(name);
-    return printer;
+    return {0, 0, L"", StringConverter::FromUtf8(name)};
 }
 
 vela::test::HelperCommand holdLock("hold-lock NAME MS", [](const std::vector<std::string>& args) {

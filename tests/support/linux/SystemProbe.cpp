@@ -5,26 +5,21 @@
 #include "common/StringConverter.h"
 #include "kom/connection/PrinterAccessSynchronizer.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
+
+#include <filesystem>
+#include <iterator>
 
 namespace vela::test {
 
 namespace {
 
 size_t CountEntries(const char* folder) { // the folder's own descriptor counts, the same each time
-    size_t count = 0;
-    if (DIR* dir = ::opendir(folder)) {
-        while (const dirent* entry = ::readdir(dir)) {
-            if (entry->d_name[0] != '.') {
-                ++count;
-            }
-        }
-        ::closedir(dir);
-    }
-    return count;
+    std::error_code ec;
+    const std::filesystem::directory_iterator entries(folder, ec);
+    return static_cast<size_t>(std::distance(begin(entries), end(entries)));
 }
 
 } // namespace

@@ -3,7 +3,7 @@
 #include "support/TestSupport.h"
 
 #include <algorithm>
-#include <dirent.h>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <stdexcept>
@@ -46,10 +46,6 @@ void WriteUdc(const std::string& value) {
     }
 }
 
-bool IsGadgetNode(const std::string& target) {
-    return target.rfind(kPrinterNode, 0) == 0 || target.rfind(kHidNode, 0) == 0;
-}
-
 } // namespace
 
 UsbGadget::UsbGadget() {
@@ -85,7 +81,7 @@ bool UsbGadget::WaitUntilReleased(pid_t pid, std::chrono::milliseconds timeout) 
     return Within(timeout, [pid] {
         const std::vector<std::string> files = OpenFiles(pid);
         return std::none_of(files.begin(), files.end(), [](const std::string& target) {
-            return IsGadgetNode(target) && target.find(" (deleted)") != std::string::npos;
+            return target == kPrinterNode + " (deleted)" || target == kHidNode + " (deleted)";
         });
     });
 }
@@ -99,22 +95,14 @@ bool UsbGadget::WaitUntilServed(pid_t pid, std::chrono::milliseconds timeout) co
 
 std::vector<std::string> OpenFiles(pid_t pid) {
     std::vector<std::string> targets;
-    const std::string folder = "/proc/" + std::to_string(pid) + "/fd";
-    DIR* dir = ::opendir(folder.c_str());
-    if (dir == nullptr) {
-        return targets;
-    }
-    while (dirent* entry = ::readdir(dir)) {
-        if (entry->d_name[0] == '.') {
-            continue;
-        }
-        char target[512];
-        ssize_t n = ::readlink((folder + "/" + entry->d_name).c_str(), target, sizeof target - 1);
-        if (n > 0) {
-            targets.emplace_back(target, static_cast<size_t>(n));
+    std::error_code ec;
+    for (const auto& entry :
+         std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd", ec)) {
+        const std::filesystem::path target = std::filesystem::read_symlink(entry.path(), ec);
+        if (!ec) {
+            targets.push_back(target.string());
         }
     }
-    ::closedir(dir);
     return targets;
 }
 
