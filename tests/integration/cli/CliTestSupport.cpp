@@ -8,6 +8,14 @@
 
 namespace vela::test {
 
+namespace {
+vela::sim::Simulator::Options SimulatorOptions() {
+    vela::sim::Simulator::Options options;
+    options.name = CliTest::kPrinter;
+    return options;
+}
+} // namespace
+
 std::string SharedTextBuffer::Text() const {
     std::lock_guard<std::mutex> lock(m_mutex);
     return m_text;
@@ -41,7 +49,7 @@ nlohmann::json CliResult::Json() const {
 }
 
 CliTest::CliTest()
-    : m_simulator(vela::sim::Simulator::Options{kPrinter}),
+    : m_simulator(SimulatorOptions()),
       m_environment("QRV_VIRTUAL_PRINTERS",
                     vela::common::StringConverter::FromUtf8(m_simulator.EntryText())) {}
 
