@@ -66,17 +66,33 @@ public:
         return token;
     }
 
-    // False when the token is unknown (never issued, or already removed).
+    // False when the token is unknown (never issued, or already removed). A token removed
+    // before whose subscriber is still in a call elsewhere (it removed itself, or that removal
+    // gave up) is waited for all the same: whichever removal returns last, the caller of each
+    // may rely on the subscriber having ended.
     bool Remove(Token token) {
         std::shared_ptr<Subscriber> removed;
+        bool known = false;
         {
             std::lock_guard<std::mutex> lock(m_mutex);
             for (auto it = m_subscribers.begin(); it != m_subscribers.end(); ++it) {
                 if ((*it)->token == token) {
                     removed = *it;
                     m_subscribers.erase(it);
+                    known = true;
                     break;
                 }
+            }
+            for (auto it = m_leaving.begin(); it != m_leaving.end();) {
+                const std::shared_ptr<Subscriber> leaving = it->lock();
+                if (!leaving) {
+                    it = m_leaving.erase(it);
+                    continue;
+                }
+                if (!removed && leaving->token == token) {
+                    removed = leaving;
+                }
+                ++it;
             }
         }
         if (!removed) {
@@ -93,11 +109,16 @@ public:
             }
             return true;
         });
+        const bool stillCalled = !removed->callers.empty();
         lock.unlock();
         if (!ended) {
             detail::ReportStuckSubscriber(token, m_removeWaitMs);
         }
-        return true;
+        if (known && stillCalled) {
+            std::lock_guard<std::mutex> listLock(m_mutex);
+            m_leaving.push_back(removed); // until the raise that calls it lets go
+        }
+        return known;
     }
 
     void Raise(Args... args) const {
@@ -178,6 +199,7 @@ private:
     const uint32_t m_removeWaitMs;
     mutable std::mutex m_mutex;
     std::vector<std::shared_ptr<Subscriber>> m_subscribers;
+    std::vector<std::weak_ptr<Subscriber>> m_leaving; // removed while still in a call
     Token m_nextToken = 1;
 };
 

@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <functional>
 #include <new>
 #include <stdexcept>
@@ -113,6 +115,26 @@ TEST(HostEvent, SubscribersMayChangeTheListWhileBeingCalled) {
     EXPECT_EQ(calls, (std::vector<int>{1, 3}));
     event.Raise(0);
     EXPECT_EQ(calls, (std::vector<int>{1, 3, 3, 4}));
+}
+
+// A removal that finds the subscriber gone (it removed itself) still waits for its call to end.
+TEST(HostEvent, ALateRemovalWaitsForASubscriberThatRemovedItselfAndStillRuns) {
+    HostEvent<uint32_t> event(5000);
+    std::atomic<bool> removedItself{false}, running{false};
+    HostEvent<uint32_t>::Token token = 0;
+    token = event.Add([&](uint32_t) {
+        running = true;
+        removedItself = event.Remove(token);
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        running = false;
+    });
+    std::thread raiser([&] { event.Raise(0); });
+    while (!removedItself) {
+        std::this_thread::yield();
+    }
+    EXPECT_FALSE(event.Remove(token));
+    EXPECT_FALSE(running);
+    raiser.join();
 }
 
 TEST(HostEvent, AFailingSubscriberDoesNotSilenceTheOthers) {
