@@ -21,7 +21,9 @@ TEST_F(UdevDiscovery, PrintersKeepTheirOwnNodesAndVirtualPrintersFollow) {
     noSerial.product = "VELA QRV 210";
     noSerial.ieee1284Id = "MANUFACTURER:VELA;MODEL:VELA QRV 210;"; // the long keys; the make repeated
     m_testbed.Add(PrinterAt("1-1", 2, 3));
-    m_testbed.Add(PrinterAt("1-2", 1, -1, "SIM0002"));
+    MockUsbPrinter shortModel = PrinterAt("1-2", 1, -1, "SIM0002");
+    shortModel.ieee1284Id = "MFG:VELA;MDL:VELA 4;SN:SIM0002;"; // the make repeated before a one-letter model
+    m_testbed.Add(shortModel);
     m_testbed.Add(noSerial);
     m_testbed.Add(PrinterAt("1-5", -1, 4, "SIM0005")); // listed, but its printer interface has no node
     ScopedEnvironment virtualPrinter("QRV_VIRTUAL_PRINTERS", L"Simulator|/dev/pts/9|/tmp/sim-hid|210|SIM-V");
@@ -47,18 +49,21 @@ TEST_F(UdevDiscovery, PrintersKeepTheirOwnNodesAndVirtualPrintersFollow) {
                   {0x0922, 0x0025, L"/dev/hidraw4", L"VELA QRV 410 (SIM0005)"},
                   {0x0922, 0x0024, L"/tmp/sim-hid", L"Simulator"},
               }));
-    std::vector<std::wstring> rows; // name, model, serial, printer node, HID node; queue or virtual
+    std::vector<std::wstring> rows; // name, model, serial, printer node, HID node, URI; queue or virtual
     for (const DiscoveredPrinter& p : printers.ListPrinters()) {
         rows.push_back(p.printerName + L"|" + p.modelName + L"|" + p.serialNumber + L"|" + p.printerPath +
-                       L"|" + p.hidPath + (p.hasQueue ? L"|queue" : L"") + (p.isVirtual ? L"|virtual" : L""));
+                       L"|" + p.hidPath + L"|" + p.deviceUri + (p.hasQueue ? L"|queue" : L"") +
+                       (p.isVirtual ? L"|virtual" : L""));
     }
-    EXPECT_EQ(rows, (std::vector<std::wstring>{
-                        first + L"|VELA QRV 410|SIM0001|/dev/usb/lp2|/dev/hidraw3",
-                        second + L"|VELA QRV 410|SIM0002|/dev/usb/lp1|",
-                        third + L"|VELA QRV 210||/dev/usb/lp0|/dev/hidraw1",
-                        L"VELA QRV 410 (SIM0005)|VELA QRV 410|SIM0005||/dev/hidraw4",
-                        L"Simulator|VELA QRV 210|SIM-V|/dev/pts/9|/tmp/sim-hid|virtual",
-                    }));
+    EXPECT_EQ(
+        rows,
+        (std::vector<std::wstring>{
+            first + L"|VELA QRV 410|SIM0001|/dev/usb/lp2|/dev/hidraw3|usb://VELA/QRV%20410?serial=SIM0001",
+            second + L"|VELA QRV 410|SIM0002|/dev/usb/lp1||usb://VELA/4?serial=SIM0002",
+            third + L"|VELA QRV 210||/dev/usb/lp0|/dev/hidraw1|usb://VELA/QRV%20210",
+            L"VELA QRV 410 (SIM0005)|VELA QRV 410|SIM0005||/dev/hidraw4|usb://VELA/QRV%20410?serial=SIM0005",
+            L"Simulator|VELA QRV 210|SIM-V|/dev/pts/9|/tmp/sim-hid|usb://VELA/QRV%20210?serial=SIM-V|virtual",
+        }));
     EXPECT_EQ(log.Count(LogLevel::warning), 0u);
     EXPECT_EQ(log.Count(LogLevel::error), 0u);
 }

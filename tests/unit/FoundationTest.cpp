@@ -1,3 +1,4 @@
+#include "common/Event.h"
 #include "common/Exception.h"
 #include "common/Log.h"
 #include "common/LogAndThrow.h"
@@ -7,6 +8,10 @@
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
 
 using namespace vela::common;
 using namespace vela::kom;
@@ -70,4 +75,23 @@ TEST(StringConverter, RoundTripsAndReplacesInvalidInput) {
     EXPECT_EQ(StringConverter::FromUtf8(std::string("\xC0\xAF")), L"\uFFFD\uFFFD"); // overlong
     EXPECT_EQ(StringConverter::FromUtf8(std::string("\xED\xA0\x80")), L"\uFFFD");   // encoded surrogate
     EXPECT_EQ(StringConverter::ToUtf8(std::wstring(1, static_cast<wchar_t>(0xD800))), "\xEF\xBF\xBD");
+}
+
+// One Set of an auto-reset event wakes one of two waiters; the other waits out its time.
+TEST(Event, AnAutoResetSignalGoesToOneWaiterAndATimeOutLastsItsWholeTime) {
+    Event event;
+    std::atomic<int> counts[3] = {}; // by WaitResult
+    auto waiter = [&] { counts[static_cast<int>(event.Wait(400))]++; };
+    std::thread first(waiter), second(waiter);
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_TRUE(event.Set());
+    first.join();
+    second.join();
+    EXPECT_EQ(counts[static_cast<int>(WaitResult::signalled)], 1);
+    EXPECT_EQ(counts[static_cast<int>(WaitResult::timeout)], 1);
+#ifndef _WIN32 // WaitForSingleObject may end a little early by design
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(event.Wait(30), WaitResult::timeout);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(30));
+#endif
 }

@@ -104,9 +104,16 @@ TEST(CliBinary, SimulateAnswersAndExitsWithTheCodeOfTheFailure) {
     ASSERT_EQ(feed.code, 0) << feed.err;
     EXPECT_EQ(feed.Json()["printer"], "QRV Simulator");
 
+    // QRV_LOG_FILE takes the library's lines off the error stream.
+    TempDir logs;
+    ScopedEnvironment level("QRV_LOG_LEVEL", L"info"), file("QRV_LOG_FILE", logs.WFile("qrv.log"));
     const CliResult missing = RunTool({"--printer", "Nobody Here", "--json", "status"});
     EXPECT_EQ(missing.code, 3);
     EXPECT_EQ(missing.Json()["error"]["kind"], "printerNotFound");
+    const std::vector<uint8_t> logged = ReadHostFile(logs.File("qrv.log"));
+    EXPECT_NE(std::string(logged.begin(), logged.end()).find("qrv info: QRVDeviceGateway::"),
+              std::string::npos);
+    EXPECT_EQ(missing.err.find("qrv "), std::string::npos) << missing.err;
 }
 
 } // namespace
