@@ -83,6 +83,8 @@ public:
                     break;
                 }
             }
+            // Pruned below once no raise holds it any more; kept from the same moment the
+            // subscriber leaves the list, so no later removal can miss a call in progress.
             for (auto it = m_leaving.begin(); it != m_leaving.end();) {
                 const std::shared_ptr<Subscriber> leaving = it->lock();
                 if (!leaving) {
@@ -93,6 +95,9 @@ public:
                     removed = leaving;
                 }
                 ++it;
+            }
+            if (known) {
+                m_leaving.push_back(removed);
             }
         }
         if (!removed) {
@@ -109,14 +114,9 @@ public:
             }
             return true;
         });
-        const bool stillCalled = !removed->callers.empty();
         lock.unlock();
         if (!ended) {
             detail::ReportStuckSubscriber(token, m_removeWaitMs);
-        }
-        if (known && stillCalled) {
-            std::lock_guard<std::mutex> listLock(m_mutex);
-            m_leaving.push_back(removed); // until the raise that calls it lets go
         }
         return known;
     }
@@ -199,7 +199,7 @@ private:
     const uint32_t m_removeWaitMs;
     mutable std::mutex m_mutex;
     std::vector<std::shared_ptr<Subscriber>> m_subscribers;
-    std::vector<std::weak_ptr<Subscriber>> m_leaving; // removed while still in a call
+    std::vector<std::weak_ptr<Subscriber>> m_leaving; // removed, perhaps still in a call
     Token m_nextToken = 1;
 };
 
