@@ -7,12 +7,11 @@
 #include <functional>
 #include <mutex>
 #include <optional>
-#include <thread>
 #include <vector>
 
 namespace vela::test {
 
-// What a gateway's events delivered, in order, and on which threads.
+// What a gateway's events delivered, in order.
 class HostEventLog {
 public:
     using Items = std::vector<vela::printer::communication::PrinterStatusItem>;
@@ -23,7 +22,6 @@ public:
             [this](const vela::printer::communication::PrinterStatusEventArgs& args) {
                 std::lock_guard<std::mutex> lock(m_mutex);
                 m_changes.push_back(args.Items());
-                m_threads.push_back(std::this_thread::get_id());
                 m_changed.notify_all();
             });
         gateway.OnPrintInterrupt().Add(
@@ -51,10 +49,6 @@ public:
         std::lock_guard<std::mutex> lock(m_mutex);
         return m_interrupts;
     }
-    std::vector<std::thread::id> Threads() const {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_threads;
-    }
 
 private:
     mutable std::mutex m_mutex;
@@ -62,7 +56,6 @@ private:
     std::vector<Items> m_changes;
     size_t m_looked = 0;
     std::vector<Issue> m_interrupts;
-    std::vector<std::thread::id> m_threads;
 };
 
 } // namespace vela::test
