@@ -1,3 +1,4 @@
+#include "support/BuildPaths.h"
 #include "support/TestSupport.h"
 #include "support/linux/SpawnedProgram.h"
 
@@ -11,7 +12,7 @@ struct ChildProcess::Impl {
 };
 
 ChildProcess::ChildProcess(const std::vector<std::string>& helperArgs)
-    : m_impl(new Impl{{QRV_TEST_HELPER_PATH, helperArgs, SpawnedProgram::Output::pipes}}) {}
+    : m_impl(new Impl{{kTestHelperPath, helperArgs, SpawnedProgram::Output::pipes}}) {}
 
 ChildProcess::~ChildProcess() {
     Kill();

@@ -1,3 +1,4 @@
+#include "support/BuildPaths.h"
 #include "support/TestSupport.h"
 
 #include "BuiltProgram.h"
@@ -30,7 +31,7 @@ struct ChildProcess::Impl {
 };
 
 ChildProcess::ChildProcess(const std::vector<std::string>& helperArgs) : m_impl(std::make_unique<Impl>()) {
-    m_impl->started = StartBuiltProgram(QRV_TEST_HELPER_PATH, helperArgs, false);
+    m_impl->started = StartBuiltProgram(kTestHelperPath, helperArgs, false);
 }
 
 ChildProcess::~ChildProcess() {

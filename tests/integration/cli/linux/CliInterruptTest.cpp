@@ -1,5 +1,6 @@
 // The executable on a terminal, stopped by signals, waiting for the lock, watching an unplug.
 #include "CliTestSupport.h"
+#include "support/BuildPaths.h"
 #include "support/linux/SpawnedProgram.h"
 
 #include "common/StringConverter.h"
@@ -22,7 +23,7 @@ TEST_F(CliInterrupt, CtrlCCancelsTheTransferAndASecondQuitsAtOnce) {
     for (const int presses : {1, 2}) {
         SCOPED_TRACE(presses);
         TempDir host;
-        SpawnedProgram tool(QRVCTL_PATH, {"get", "/mnt/data/images/big.bin", host.File("big.bin")},
+        SpawnedProgram tool(kQrvctlPath, {"get", "/mnt/data/images/big.bin", host.File("big.bin")},
                             SpawnedProgram::Output::terminal);
         // On a terminal the progress is a bar redrawn in place, never plain lines.
         ASSERT_TRUE(tool.ReadUntil(" / 48.0 MiB", 20000)) << tool.Out();
@@ -56,7 +57,7 @@ TEST_F(CliInterrupt, ALockWaitNamesItsHolderAndTheTimeLimitEndsIt) {
 }
 
 TEST_F(CliInterrupt, WatchSaysWhenThePrinterGoesAndComesBack) {
-    SpawnedProgram tool(QRVCTL_PATH, {"--json", "status", "--watch"}, SpawnedProgram::Output::pipes);
+    SpawnedProgram tool(kQrvctlPath, {"--json", "status", "--watch"}, SpawnedProgram::Output::pipes);
     ASSERT_TRUE(tool.ReadUntil("\"event\":\"snapshot\"", 20000)) << tool.Out();
     Printer().SetRebootDelay(std::chrono::milliseconds(3000));
     EXPECT_EQ(RunTool({"reboot"}).code, 0);

@@ -1,5 +1,6 @@
 #include "CliTestSupport.h"
 
+#include "support/BuildPaths.h"
 #include "support/windows/BuiltProgram.h"
 
 #include <windows.h>
@@ -37,7 +38,7 @@ std::thread Drain(HANDLE pipe, HANDLE process, std::string& sink) {
 } // namespace
 
 CliResult RunTool(const std::vector<std::string>& arguments, uint32_t timeoutMs) {
-    const StartedProgram tool = StartBuiltProgram(QRVCTL_PATH, arguments, true);
+    const StartedProgram tool = StartBuiltProgram(kQrvctlPath, arguments, true);
     CliResult result;
     std::thread outReader = Drain(tool.output.Get(), tool.process.Get(), result.out);
     std::thread errReader = Drain(tool.error.Get(), tool.process.Get(), result.err);
