@@ -10,10 +10,10 @@
 #include <cerrno>
 #include <chrono>
 #include <fcntl.h>
+#include <memory>
 #include <poll.h>
 #include <string>
 #include <unistd.h>
-#include <vector>
 
 namespace vela::common {
 
@@ -252,10 +252,11 @@ uint32_t UsbPrintDevice::ReadBytes(uint8_t* buffer, uint32_t capacity) {
 
 uint64_t UsbPrintDevice::DrainRawInput(uint32_t quietMs, uint32_t limitMs) {
     const auto deadline = Clock::now() + std::chrono::milliseconds(limitMs);
-    std::vector<uint8_t> scrap(kDrainReadSize);
+    // Not cleared: every channel open drains, and what it reads is thrown away.
+    const std::unique_ptr<uint8_t[]> scrap(new uint8_t[kDrainReadSize]);
     uint64_t dropped = 0;
     while (Clock::now() < deadline) {
-        const ssize_t n = ::read(m_writeHandle, scrap.data(), scrap.size());
+        const ssize_t n = ::read(m_writeHandle, scrap.get(), kDrainReadSize);
         if (n > 0) {
             dropped += static_cast<uint64_t>(n);
             continue;
