@@ -72,6 +72,13 @@ public:
     static void LogError(const std::wstring& text) { Write(LogLevel::error, text); }
     static void LogWarning(const std::wstring& text) { Write(LogLevel::warning, text); }
     static void LogInfo(const std::wstring& text) { Write(LogLevel::info, text); }
+    // Every transaction logs its origin at info level, which is off by default: a literal is
+    // only turned into a string when the line will be written.
+    static void LogInfo(const wchar_t* text) {
+        if (Enabled(LogLevel::info)) {
+            Write(LogLevel::info, text);
+        }
+    }
 
     template <class A, class... Args>
     static void LogError(const std::wstring& format, const A& a, const Args&... args) {
