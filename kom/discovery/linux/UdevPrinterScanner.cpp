@@ -8,6 +8,7 @@
 #include <libudev.h>
 
 #include <cerrno>
+#include <cstring>
 #include <memory>
 
 namespace vela::kom {
@@ -58,14 +59,20 @@ public:
         }
     }
 
-    void Scan(const char* subsystem, const char* sysname, bool printerNodes) {
+    // The printer nodes (usbmisc lp*) and the HID nodes, in one enumeration: each enumeration
+    // walks every bus and class of /sys, which was most of what naming a printer cost. The
+    // printer nodes are taken first, as they come, then the HID nodes.
+    void ScanNodes() {
         UdevEnumerate enumerate(udev_enumerate_new(m_udev.get()));
         if (!enumerate) {
             common::LogAndThrow(common::Win32Error(errno != 0 ? errno : ENOMEM, m_origin));
         }
-        int result = udev_enumerate_add_match_subsystem(enumerate.get(), subsystem);
-        if (result >= 0 && sysname != nullptr) {
-            result = udev_enumerate_add_match_sysname(enumerate.get(), sysname);
+        int result = 0;
+        for (const char* subsystem : {"usbmisc", "hidraw"}) {
+            result = result >= 0 ? udev_enumerate_add_match_subsystem(enumerate.get(), subsystem) : result;
+        }
+        for (const char* sysname : {"lp*", "hidraw*"}) {
+            result = result >= 0 ? udev_enumerate_add_match_sysname(enumerate.get(), sysname) : result;
         }
         if (result >= 0) {
             result = udev_enumerate_scan_devices(enumerate.get());
@@ -73,9 +80,19 @@ public:
         if (result < 0) {
             common::LogAndThrow(common::Win32Error(static_cast<uint32_t>(-result), m_origin));
         }
+        std::vector<const char*> hidNodes;
         udev_list_entry* entry = nullptr;
         udev_list_entry_foreach(entry, udev_enumerate_get_list_entry(enumerate.get())) {
-            AddNode(udev_list_entry_get_name(entry), printerNodes);
+            const char* syspath = udev_list_entry_get_name(entry);
+            const char* slash = std::strrchr(syspath, '/');
+            if (std::strncmp(slash != nullptr ? slash + 1 : syspath, "lp", 2) == 0) {
+                AddNode(syspath, true);
+            } else {
+                hidNodes.push_back(syspath); // owned by `enumerate`
+            }
+        }
+        for (const char* syspath : hidNodes) {
+            AddNode(syspath, false);
         }
     }
 
@@ -244,8 +261,7 @@ private:
 std::vector<UsbPrinterNodes> ScanUsbPrinters(const QRVPrintersBase& models, ReportFailures report,
                                              const std::wstring& origin) {
     Scanner scanner(models, report, origin);
-    scanner.Scan("usbmisc", "lp*", true);
-    scanner.Scan("hidraw", nullptr, false);
+    scanner.ScanNodes();
     if (report == ReportFailures::all) {
         scanner.ScanUsbDevices();
     }
