@@ -6,6 +6,6 @@ namespace vela::test {
 // (tests/CMakeLists.txt), not passed as definitions to every test compile: the paths name the
 // checkout, and the compiler cache would then serve no test file to a second clone.
 extern const char* const kTestHelperPath;
-extern const char* const kQrvctlPath;
+extern const char* const kQrvctlPath; // empty in a build without the tool
 
 } // namespace vela::test
