@@ -73,10 +73,6 @@ std::string TypedCommand(const std::vector<std::string>& arguments) {
     return std::string();
 }
 
-bool IsCommand(const std::string& typed, const CLI::App& app) {
-    return !app.get_subcommands([&](const CLI::App* c) { return c->check_name(typed); }).empty();
-}
-
 // An unknown command's error, with the nearest known one when it is near enough.
 std::string UnknownCommand(const std::string& typed, const CLI::App& app) {
     std::string nearest;
@@ -96,15 +92,35 @@ std::string UnknownCommand(const std::string& typed, const CLI::App& app) {
     return message;
 }
 
-// Adds a command whose only work is `run`, marking it as the one to run when it is parsed.
-CLI::App* AddCommand(CLI::App& app, Action& chosen, const std::string& name, const std::string& description,
-                     Action run) {
-    CLI::App* command = app.add_subcommand(name, description);
-    command->fallthrough();
+// Whether a word asks for help: --help, -h, or -h among combined short flags (-vh).
+bool AsksForHelp(const std::string& word) {
+    return word == "--help" ||
+           (word.size() > 1 && word[0] == '-' && word[1] != '-' && word.find('h') != std::string::npos);
+}
+
+// One command: its name and one-line description, its own options and footer (declared on its
+// CLI::App), and its work, run once the whole line has been parsed.
+struct Command {
+    std::string name;
+    std::string description;
+    std::function<void(CLI::App&)> declare;
+    Action run;
+    bool hidden = false;
+};
+
+// Declares `command` on `app`, marking it as the one to run when it is parsed.
+void Declare(CLI::App& app, Action& chosen, const Command& command) {
+    CLI::App* declared = app.add_subcommand(command.name, command.description);
+    declared->fallthrough();
     // Printer paths start with '/': never take them for Windows-style options.
-    command->allow_windows_style_options(false);
-    command->callback([&chosen, run] { chosen = run; });
-    return command;
+    declared->allow_windows_style_options(false);
+    declared->callback([&chosen, run = command.run] { chosen = run; });
+    if (command.declare) {
+        command.declare(*declared);
+    }
+    if (command.hidden) {
+        declared->group("");
+    }
 }
 
 ExitCode Done(const std::function<void()>& work) {
@@ -139,84 +155,95 @@ int CommandLine::Run(const std::vector<std::string>& arguments, Console& console
         ->type_name("SECONDS")
         ->check(CLI::PositiveNumber);
 
-    AddCommand(app, chosen, "list",
-               "List the attached and virtual printers: name, model, serial, USB id, paths",
-               [&](PrinterSession& s) { return Done([&] { ListCommand::Run(console, s); }); });
-
     bool watch = false;
-    AddCommand(app, chosen, "status", "Show every status field of the printer and what needs attention",
-               [&](PrinterSession& s) {
-                   return Done(
-                       [&] { watch ? StatusCommand::Watch(console, s) : StatusCommand::Show(console, s); });
-               })
-        ->add_flag("--watch", watch,
-                   "Then show status changes and print interrupts as the printer reports them, until Ctrl+C");
-
-    AddCommand(
-        app, chosen, "info",
-        "Show versions, device id, cassette SKU, battery, external power, disk space and library folders",
-        [&](PrinterSession& s) { return Done([&] { InfoCommand::Run(console, s); }); });
-
     std::string folder;
-    AddCommand(app, chosen, "ls", "List a folder on the printer",
-               [&](PrinterSession& s) { return Done([&] { FileCommands::List(console, s, folder); }); })
-        ->add_option("PATH", folder, "Printer folder, e.g. /mnt/data/images")
-        ->required();
-
     std::string printerPath;
     std::string hostFile;
     bool noClobber = false;
     bool force = false;
-    auto* get = AddCommand(
-        app, chosen, "get", "Copy a file from the printer to this computer", [&](PrinterSession& s) {
-            return Done([&] { FileCommands::Get(console, s, printerPath, hostFile, noClobber); });
-        });
-    get->add_option("PRINTER_PATH", printerPath, "File on the printer, e.g. /mnt/data/images/logo.png")
-        ->required();
-    get->add_option("HOST_FILE", hostFile,
-                    "Where to write it (a folder keeps the printer's file name; '-': standard output)")
-        ->required();
-    get->add_flag("--no-clobber", noClobber, "Refuse to replace an existing host file");
-    get->footer("The host file is written completely or not at all; Ctrl+C cancels the copy and leaves "
-                "no host file. Progress goes to standard error.");
-
-    auto* put = AddCommand(
-        app, chosen, "put", "Copy a file from this computer to the printer", [&](PrinterSession& s) {
-            return Done([&] { FileCommands::Put(console, s, hostFile, printerPath, force); });
-        });
-    put->add_option("HOST_FILE", hostFile, "The file to copy")->required();
-    put->add_option(
-           "PRINTER_PATH", printerPath,
-           "Where it goes on the printer, e.g. /mnt/data/images/logo.png (ending in '/': keeps its name)")
-        ->required();
-    put->add_flag("--force", force, "Replace an existing printer file (it is deleted first)");
-    put->footer(
-        "Only the library folders can be written (`qrvctl info` names them); an existing printer file "
-        "is replaced only with --force. Ctrl+C cancels the copy; nothing is stored then. Progress goes "
-        "to standard error.");
-
     std::string from;
     std::string to;
-    auto* mv = AddCommand(app, chosen, "mv", "Rename or move a file on the printer", [&](PrinterSession& s) {
-        return Done([&] { FileCommands::Move(console, s, from, to); });
-    });
-    mv->add_option("OLD", from, "The file's printer path")->required();
-    mv->add_option("NEW", to, "Its new printer path")->required();
-
-    AddCommand(
-        app, chosen, "rm", "Delete a file on the printer",
-        [&](PrinterSession& s) { return Done([&] { FileCommands::Remove(console, s, printerPath); }); })
-        ->add_option("PATH", printerPath, "The file's printer path")
-        ->required();
-
-    AddCommand(app, chosen, "df", "Show the printer's free and used disk space",
-               [&](PrinterSession& s) { return Done([&] { FileCommands::DiskSpace(console, s); }); });
-
     std::string fetch;
-    AddCommand(app, chosen, "logs", "List the printer's log files, or fetch them with --fetch",
-               [&](PrinterSession& s) { return Done([&] { FileCommands::Logs(console, s, fetch); }); })
-        ->add_option("--fetch", fetch, "Copy every log file into this folder (made when missing)")
-        ->type_name("DIR");
+    std::string package;
+
+    std::vector<Command> commands;
+    commands.push_back({"list", "List the attached and virtual printers: name, model, serial, USB id, paths",
+                        nullptr,
+                        [&](PrinterSession& s) { return Done([&] { ListCommand::Run(console, s); }); }});
+    commands.push_back(
+        {"status", "Show every status field of the printer and what needs attention",
+         [&](CLI::App& c) {
+             c.add_flag(
+                 "--watch", watch,
+                 "Then show status changes and print interrupts as the printer reports them, until Ctrl+C");
+         },
+         [&](PrinterSession& s) {
+             return Done([&] { watch ? StatusCommand::Watch(console, s) : StatusCommand::Show(console, s); });
+         }});
+    commands.push_back(
+        {"info",
+         "Show versions, device id, cassette SKU, battery, external power, disk space and library folders",
+         nullptr, [&](PrinterSession& s) { return Done([&] { InfoCommand::Run(console, s); }); }});
+    commands.push_back(
+        {"ls", "List a folder on the printer",
+         [&](CLI::App& c) {
+             c.add_option("PATH", folder, "Printer folder, e.g. /mnt/data/images")->required();
+         },
+         [&](PrinterSession& s) { return Done([&] { FileCommands::List(console, s, folder); }); }});
+    commands.push_back(
+        {"get", "Copy a file from the printer to this computer",
+         [&](CLI::App& c) {
+             c.add_option("PRINTER_PATH", printerPath, "File on the printer, e.g. /mnt/data/images/logo.png")
+                 ->required();
+             c.add_option("HOST_FILE", hostFile,
+                          "Where to write it (a folder keeps the printer's file name; '-': standard output)")
+                 ->required();
+             c.add_flag("--no-clobber", noClobber, "Refuse to replace an existing host file");
+             c.footer("The host file is written completely or not at all; Ctrl+C cancels the copy and leaves "
+                      "no host file. Progress goes to standard error.");
+         },
+         [&](PrinterSession& s) {
+             return Done([&] { FileCommands::Get(console, s, printerPath, hostFile, noClobber); });
+         }});
+    commands.push_back(
+        {"put", "Copy a file from this computer to the printer",
+         [&](CLI::App& c) {
+             c.add_option("HOST_FILE", hostFile, "The file to copy")->required();
+             c.add_option(
+                  "PRINTER_PATH", printerPath,
+                  "Where it goes on the printer, e.g. /mnt/data/images/logo.png (ending in '/': keeps "
+                  "its name)")
+                 ->required();
+             c.add_flag("--force", force, "Replace an existing printer file (it is deleted first)");
+             c.footer(
+                 "Only the library folders can be written (`qrvctl info` names them); an existing "
+                 "printer file is replaced only with --force. Ctrl+C cancels the copy; nothing is stored "
+                 "then. Progress goes to standard error.");
+         },
+         [&](PrinterSession& s) {
+             return Done([&] { FileCommands::Put(console, s, hostFile, printerPath, force); });
+         }});
+    commands.push_back(
+        {"mv", "Rename or move a file on the printer",
+         [&](CLI::App& c) {
+             c.add_option("OLD", from, "The file's printer path")->required();
+             c.add_option("NEW", to, "Its new printer path")->required();
+         },
+         [&](PrinterSession& s) { return Done([&] { FileCommands::Move(console, s, from, to); }); }});
+    commands.push_back(
+        {"rm", "Delete a file on the printer",
+         [&](CLI::App& c) { c.add_option("PATH", printerPath, "The file's printer path")->required(); },
+         [&](PrinterSession& s) { return Done([&] { FileCommands::Remove(console, s, printerPath); }); }});
+    commands.push_back({"df", "Show the printer's free and used disk space", nullptr, [&](PrinterSession& s) {
+                            return Done([&] { FileCommands::DiskSpace(console, s); });
+                        }});
+    commands.push_back(
+        {"logs", "List the printer's log files, or fetch them with --fetch",
+         [&](CLI::App& c) {
+             c.add_option("--fetch", fetch, "Copy every log file into this folder (made when missing)")
+                 ->type_name("DIR");
+         },
+         [&](PrinterSession& s) { return Done([&] { FileCommands::Logs(console, s, fetch); }); }});
 
     using Order = ControlCommands::Order;
     const std::pair<Order, const char*> orders[] = {
@@ -229,37 +256,55 @@ int CommandLine::Run(const std::vector<std::string>& arguments, Console& console
     };
     for (const auto& [order, description] : orders) {
         const Order which = order;
-        AddCommand(app, chosen, ControlCommands::Name(which), description,
-                   [&console, which](PrinterSession& s) {
-                       return Done([&] { ControlCommands::Run(console, s, which); });
-                   });
+        commands.push_back(
+            {ControlCommands::Name(which), description, nullptr, [&console, which](PrinterSession& s) {
+                 return Done([&] { ControlCommands::Run(console, s, which); });
+             }});
     }
 
-    std::string package;
-    auto* update = AddCommand(
-        app, chosen, "update", "Install a firmware update package (takes at least 24 s)",
-        [&](PrinterSession& s) { return Done([&] { ControlCommands::Update(console, s, package); }); });
-    update->add_option("PACKAGE", package, "The update package file on this computer")->required();
-    update->footer("Steps: wait until the printer runs no update, copy the package into its update folder "
-                   "(a package of the same name left by an earlier update is removed first), a fixed 4 s "
-                   "pause, the order to install, a fixed 20 s pause, wait until the printer is idle, delete "
-                   "the package. Do not unplug the printer meanwhile: Ctrl+C cancels the copy, but once the "
-                   "printer installs a first Ctrl+C is refused. Progress goes to standard error.");
+    commands.push_back(
+        {"update", "Install a firmware update package (takes at least 24 s)",
+         [&](CLI::App& c) {
+             c.add_option("PACKAGE", package, "The update package file on this computer")->required();
+             c.footer(
+                 "Steps: wait until the printer runs no update, copy the package into its update folder "
+                 "(a package of the same name left by an earlier update is removed first), a fixed 4 s "
+                 "pause, the order to install, a fixed 20 s pause, wait until the printer is idle, "
+                 "delete the package. Do not unplug the printer meanwhile: Ctrl+C cancels the copy, but "
+                 "once the printer installs a first Ctrl+C is refused. Progress goes to standard error.");
+         },
+         [&](PrinterSession& s) { return Done([&] { ControlCommands::Update(console, s, package); }); }});
+    commands.push_back(
+        {"doctor", "Find out why a printer cannot be used, and how to fix it",
+         [](CLI::App& c) {
+             c.footer(
+                 "Linux: is the printer on USB, is the usblp driver bound, can this user open its printer "
+                 "and HID nodes (else: the udev rule in udev/60-qrv-printers.rules), is there a CUPS "
+                 "queue, can the access lock be taken. Windows: what discovery sees. Exit code: that of "
+                 "the first failed check, 0 when nothing stands in the way.");
+         },
+         [&](PrinterSession& s) { return DoctorCommand::Run(console, s); }});
+    commands.push_back({"demo", "Run the guided demo against a simulated printer", nullptr,
+                        [&](PrinterSession&) {
+                            return DemoCommand::Run(console,
+                                                    [&console](const std::vector<std::string>& line) {
+                                                        return CommandLine::Run(line, console);
+                                                    });
+                        },
+                        true});
 
-    auto* doctor =
-        AddCommand(app, chosen, "doctor", "Find out why a printer cannot be used, and how to fix it",
-                   [&](PrinterSession& s) { return DoctorCommand::Run(console, s); });
-    doctor->footer(
-        "Linux: is the printer on USB, is the usblp driver bound, can this user open its printer and "
-        "HID nodes (else: the udev rule in udev/60-qrv-printers.rules), is there a CUPS queue, can "
-        "the access lock be taken. Windows: what discovery sees. Exit code: that of the first "
-        "failed check, 0 when nothing stands in the way.");
-
-    AddCommand(app, chosen, "demo", "Run the guided demo against a simulated printer", [&](PrinterSession&) {
-        return DemoCommand::Run(console, [&console](const std::vector<std::string>& line) {
-            return CommandLine::Run(line, console);
-        });
-    })->group("");
+    // A command line that names a known command needs only that command declared: declaring all
+    // of them (a parser object and its options each) costs more than a status exchange with the
+    // printer. Help (which may list them all) and every mistake get the full set.
+    const std::string typed = TypedCommand(arguments);
+    const bool known = std::any_of(commands.begin(), commands.end(),
+                                   [&](const Command& command) { return command.name == typed; });
+    const bool all = !known || std::any_of(arguments.begin(), arguments.end(), AsksForHelp);
+    for (const Command& command : commands) {
+        if (all || command.name == typed) {
+            Declare(app, chosen, command);
+        }
+    }
 
     if (arguments.empty()) {
         console.Out() << HelpText::Fit(app.help(), console.Columns());
@@ -267,8 +312,7 @@ int CommandLine::Run(const std::vector<std::string>& arguments, Console& console
     }
     const bool previousJson = console.Json();
     console.SetJson(WantsJson(arguments));
-    const std::string typed = TypedCommand(arguments);
-    if (!typed.empty() && !IsCommand(typed, app)) {
+    if (!typed.empty() && !known) {
         ErrorReport{ExitCode::usage, UnknownCommand(typed, app), "`qrvctl --help` lists the commands."}.Print(
             console);
         console.SetJson(previousJson);
