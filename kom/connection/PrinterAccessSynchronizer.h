@@ -28,7 +28,8 @@ using LockWaitNotice = std::function<void(const LockWaitInfo&)>;
 // VELA.DeviceWait.<escaped queue name>, so a holder that re-takes at once cannot starve them.
 // Before the named lock, Linux takes a second lock keyed by the identity of the device the
 // printer's channel leads to (VELA.Device.<identity>), so that two names of one device (a queue
-// and an alias of the same node) exclude each other too.
+// and an alias of the same node) exclude each other too. Linux keeps released lock files open
+// for the process's next transaction (CloseIdleFiles).
 // The constructor blocks up to 10000 ms and throws PrinterBuzyException
 // "Unable to acquire '<full name>' event" when the lock stays taken, Win32Error when the system
 // refuses. Not re-entrant. The destructor never throws.
@@ -50,12 +51,20 @@ public:
     // expired one is not called. A notice that throws has its failure logged and ignored.
     static void SetWaitNotice(std::weak_ptr<const LockWaitNotice> notice);
 
+    // Linux: closes the lock files that released locks left open for later transactions (at
+    // most a few per printer; each holder still opens a file of its own, so they hold no lock).
+    // For programs that count their open descriptors. Any thread. Nothing on Windows.
+    static void CloseIdleFiles();
+
 private:
     // Calls this thread's notice, if it has one that is still alive.
     static void NotifyWait(const LockWaitInfo& info);
 
     vela::common::NativeHandle m_handle = vela::common::InvalidNativeHandle();
     vela::common::NativeHandle m_deviceHandle = vela::common::InvalidNativeHandle();
+    // Linux: the paths of the two files, to hand them back to the idle files on release.
+    std::string m_lockFile;
+    std::string m_deviceLockFile;
 };
 
 } // namespace vela::kom

@@ -19,6 +19,8 @@
 #include <windows.h>
 #else
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 #endif
 
 using vela::common::StringConverter;
@@ -215,6 +217,51 @@ TEST_F(PrinterAccessSynchronizerTest, PlantedSymlinkIsRefusedWithASystemError) {
     std::filesystem::create_symlink(target.File("victim"), lockFile);
     EXPECT_THROW(PrinterAccessSynchronizer{Printer(name)}, vela::common::Win32Error);
     EXPECT_FALSE(vela::test::HostFileExists(target.File("victim")));
+}
+#endif
+
+#ifndef _WIN32
+// A released lock's files stay open for the next transaction: never to be shared with a child
+// process (the same open file would make both holders), never once their path is gone (a new
+// file there is the lock everybody else takes), and never many.
+TEST_F(PrinterAccessSynchronizerTest, KeptLockFilesAreNotSharedNotStaleAndFew) {
+    const std::string name = Name();
+    { PrinterAccessSynchronizer warm(Printer(name)); }
+    int ready[2];
+    ASSERT_EQ(::pipe(ready), 0);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        { PrinterAccessSynchronizer lock(Printer(name)); }
+        PrinterAccessSynchronizer lock(Printer(name));
+        (void)!::write(ready[1], "x", 1);
+        ::usleep(400000);
+        ::_exit(0);
+    }
+    char byte = 0;
+    ASSERT_EQ(::read(ready[0], &byte, 1), 1);
+    auto start = Clock::now();
+    { PrinterAccessSynchronizer lock(Printer(name)); }
+    EXPECT_GE(SecondsSince(start), 0.2) << "took the lock a child process holds";
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    ::close(ready[0]);
+    ::close(ready[1]);
+
+    RemoveLockFiles(name);
+    auto holder = StartHolder(name, 500);
+    start = Clock::now();
+    { PrinterAccessSynchronizer lock(Printer(name)); }
+    EXPECT_GE(SecondsSince(start), 0.2) << "took a removed lock file";
+
+    const auto openFiles = [] {
+        const std::filesystem::directory_iterator entries("/proc/self/fd");
+        return std::distance(begin(entries), end(entries));
+    };
+    const auto before = openFiles();
+    for (int i = 0; i < 40; ++i) {
+        PrinterAccessSynchronizer lock(Printer(Name()));
+    }
+    EXPECT_LE(openFiles(), before + 16);
 }
 #endif
 

@@ -7,12 +7,16 @@
 #include "kom/QRVException.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
+#include <mutex>
+#include <new>
+#include <pthread.h>
 #include <sstream>
 #include <string>
 #include <sys/file.h>
@@ -20,6 +24,8 @@
 #include <sys/sysmacros.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 
 namespace vela::kom {
 
@@ -47,7 +53,11 @@ bool IsUsableFolder(const char* path) {
 // user's runtime folder and then to the temporary folder; processes that land in different
 // folders do not exclude each other, which is the best such a system allows.
 std::string LockFolder() {
-    if (IsUsableFolder("/run/lock")) {
+    // Asked once per process while the answer is yes: it is the usual answer, and a machine
+    // does not take /run/lock away from a running program.
+    static std::atomic<bool> s_runLock{false};
+    if (s_runLock.load(std::memory_order_relaxed) || IsUsableFolder("/run/lock")) {
+        s_runLock.store(true, std::memory_order_relaxed);
         return "/run/lock";
     }
     const char* runtime = std::getenv("XDG_RUNTIME_DIR");
@@ -112,6 +122,108 @@ int OpenLockFile(const std::string& path) {
     }
     errno = EAGAIN;
     return -1;
+}
+
+// Lock files that this process opened and does not use just now, by path. A transaction takes
+// two locks, each with its waiting room: opening four files (path walks, new open files) costs
+// more than all their flock() calls, so a released file waits here for the next transaction.
+// Each holder and waiter still has an open file of its own (flock() belongs to the open file),
+// so two objects of one process exclude each other as two processes do. A file whose path was
+// removed meanwhile is closed instead of taken. A child process closes the files it inherited:
+// they are its parent's open files, and a lock taken on one would be the parent's lock too.
+class IdleLockFiles {
+public:
+    // Never destroyed: a lock released during the program's exit still finds it.
+    static IdleLockFiles& Instance() {
+        alignas(IdleLockFiles) static unsigned char storage[sizeof(IdleLockFiles)];
+        static IdleLockFiles* const instance = [] {
+            IdleLockFiles* files = new (storage) IdleLockFiles;
+            ::pthread_atfork([] { Instance().m_mutex.lock(); }, [] { Instance().m_mutex.unlock(); },
+                             [] {
+                                 IdleLockFiles& files = Instance();
+                                 files.m_mutex.unlock();
+                                 files.CloseAll();
+                             });
+            return files;
+        }();
+        return *instance;
+    }
+
+    // An idle file of `path` whose path still leads to it; an invalid handle when there is none.
+    UniqueHandle Take(const std::string& path) {
+        for (;;) {
+            UniqueHandle file;
+            {
+                std::lock_guard<std::mutex> lock(m_mutex);
+                for (auto it = m_files.rbegin(); it != m_files.rend(); ++it) {
+                    if (it->first == path) {
+                        file = std::move(it->second);
+                        m_files.erase(std::next(it).base());
+                        break;
+                    }
+                }
+            }
+            if (!file.IsValid()) {
+                return file;
+            }
+            struct stat info {};
+            if (::fstat(file.Get(), &info) == 0 && info.st_nlink > 0) {
+                return file;
+            }
+        }
+    }
+
+    // Keeps an unlocked file for the next transaction; the oldest goes when there are too many.
+    void Give(const std::string& path, UniqueHandle file) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        size_t samePath = 0;
+        for (const auto& entry : m_files) {
+            samePath += entry.first == path ? 1 : 0;
+        }
+        if (samePath >= kPerPath) {
+            return; // closes it
+        }
+        if (m_files.size() >= kTotal) {
+            m_files.erase(m_files.begin());
+        }
+        m_files.emplace_back(path, std::move(file));
+    }
+
+    void CloseAll() {
+        std::vector<std::pair<std::string, UniqueHandle>> files;
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            files.swap(m_files);
+        }
+    }
+
+private:
+    // Two objects of one process rarely wait for one printer at once; a program rarely uses
+    // many printers.
+    static constexpr size_t kPerPath = 2;
+    static constexpr size_t kTotal = 16;
+
+    std::mutex m_mutex;
+    std::vector<std::pair<std::string, UniqueHandle>> m_files;
+};
+
+// An idle lock file of `path`, else one opened now.
+UniqueHandle TakeLockFile(const std::string& path) {
+    UniqueHandle file = IdleLockFiles::Instance().Take(path);
+    if (!file.IsValid()) {
+        file.Reset(OpenLockFile(path));
+        if (!file.IsValid()) {
+            LogAndThrow(Win32Error(LastSystemError(), kOpenSource));
+        }
+    }
+    return file;
+}
+
+// Unlocks `file` and keeps it for a later transaction; a file that will not unlock is closed.
+void ReleaseLockFile(const std::string& path, UniqueHandle file) {
+    if (::flock(file.Get(), LOCK_UN) == 0) {
+        IdleLockFiles::Instance().Give(path, std::move(file));
+    }
 }
 
 // Takes `operation` (LOCK_EX, LOCK_SH) without waiting; false when somebody else is in the way.
@@ -224,19 +336,19 @@ namespace {
 // growing back-off), so a waiter of long standing is as quick as a newcomer.
 UniqueHandle Acquire(const std::string& lockPath, const std::string& roomPath, Wait& wait,
                      const std::function<void(const LockWaitInfo&)>& notify) {
-    UniqueHandle lock(OpenLockFile(lockPath));
-    if (!lock.IsValid()) {
-        LogAndThrow(Win32Error(LastSystemError(), kOpenSource));
-    }
-    UniqueHandle room(OpenLockFile(roomPath));
-    if (!room.IsValid()) {
-        LogAndThrow(Win32Error(LastSystemError(), kOpenSource));
-    }
+    UniqueHandle lock = TakeLockFile(lockPath);
+    UniqueHandle room = TakeLockFile(roomPath);
     bool queued = false;
     for (;;) {
         if (queued || !IsOccupied(room.Get())) {
             if (TryLock(lock.Get(), LOCK_EX)) {
-                return lock; // closing `room` now lets the next one in line see that we left the queue
+                if (queued) {
+                    // Leaving the room lets the next one in line see that we left the queue.
+                    ReleaseLockFile(roomPath, std::move(room));
+                } else {
+                    IdleLockFiles::Instance().Give(roomPath, std::move(room));
+                }
+                return lock;
             }
         }
         if (!queued) {
@@ -245,6 +357,8 @@ UniqueHandle Acquire(const std::string& lockPath, const std::string& roomPath, W
         }
         const auto now = Clock::now();
         if (now >= wait.deadline) {
+            ReleaseLockFile(roomPath, std::move(room));
+            ReleaseLockFile(lockPath, std::move(lock));
             return UniqueHandle();
         }
         if (!wait.noticed &&
@@ -275,10 +389,11 @@ PrinterAccessSynchronizer::PrinterAccessSynchronizer(const ConnectedPrinter& pri
     // The device's own lock first, then the named one: every program takes them in this order,
     // so two names of one device queue on the first and never hold one each.
     UniqueHandle device;
+    std::string deviceLockFile;
     const std::string identity = DeviceIdentity(printer.devicePath);
     if (!identity.empty()) {
-        const std::string devicePath = folder + "/VELA.Device." + identity;
-        device = Acquire(devicePath, devicePath + ".waiting", wait, notify);
+        deviceLockFile = folder + "/VELA.Device." + identity;
+        device = Acquire(deviceLockFile, deviceLockFile + ".waiting", wait, notify);
     }
     // Its own prefix keeps the named lock's waiting room apart from every printer's lock file.
     UniqueHandle named;
@@ -287,30 +402,47 @@ PrinterAccessSynchronizer::PrinterAccessSynchronizer(const ConnectedPrinter& pri
             Acquire(lockPath, folder + "/VELA.DeviceWait." + EscapeName(printer.printerName), wait, notify);
     }
     if (!named.IsValid()) {
-        device.Close();
+        if (device.IsValid()) {
+            ReleaseLockFile(deviceLockFile, std::move(device));
+        }
         LogAndThrow(PrinterBuzyException(vela::common::Format(L"Unable to acquire '%s' event", wait.lockName),
                                          kSource));
     }
     m_deviceHandle = device.Release();
     m_handle = named.Release();
+    m_deviceLockFile = std::move(deviceLockFile);
+    m_lockFile = lockPath;
 }
 
 PrinterAccessSynchronizer::~PrinterAccessSynchronizer() {
     // The named lock goes first, in the reverse order of taking.
-    for (vela::common::NativeHandle* handle : {&m_handle, &m_deviceHandle}) {
+    const std::pair<vela::common::NativeHandle*, const std::string*> held[] = {
+        {&m_handle, &m_lockFile}, {&m_deviceHandle, &m_deviceLockFile}};
+    for (const auto& [handle, path] : held) {
         if (!vela::common::IsValidNativeHandle(*handle)) {
             continue;
         }
-        if (::flock(*handle, LOCK_UN) != 0) {
+        UniqueHandle file(*handle);
+        *handle = vela::common::InvalidNativeHandle();
+        if (::flock(file.Get(), LOCK_UN) != 0) {
             Log::LogWarning(L"~PrinterAccessSynchronizer(): flock() failed: %s",
                             Win32Error::Format(LastSystemError()));
+            if (!file.Close()) {
+                Log::LogWarning(L"~PrinterAccessSynchronizer(): close() failed: %s",
+                                Win32Error::Format(LastSystemError()));
+            }
+            continue;
         }
-        if (!vela::common::CloseNativeHandle(*handle)) {
-            Log::LogWarning(L"~PrinterAccessSynchronizer(): close() failed: %s",
-                            Win32Error::Format(LastSystemError()));
+        try {
+            IdleLockFiles::Instance().Give(*path, std::move(file));
+        } catch (...) {
+            // No memory to keep it: it is closed instead, which is all a release needs.
         }
-        *handle = vela::common::InvalidNativeHandle();
     }
+}
+
+void PrinterAccessSynchronizer::CloseIdleFiles() {
+    IdleLockFiles::Instance().CloseAll();
 }
 
 } // namespace vela::kom

@@ -27,6 +27,8 @@ constexpr uint32_t kInvalidArgument = 0x80070057u;
 
 } // namespace
 
+void PrinterAccessSynchronizer::CloseIdleFiles() {}
+
 std::wstring PrinterAccessSynchronizer::LockName(const std::wstring& printerName) {
     return kPrefix + printerName;
 }
