@@ -64,6 +64,8 @@ TEST_F(UdevDiscovery, PrintersKeepTheirOwnNodesAndVirtualPrintersFollow) {
             L"VELA QRV 410 (SIM0005)|VELA QRV 410|SIM0005||/dev/hidraw4|usb://VELA/QRV%20410?serial=SIM0005",
             L"Simulator|VELA QRV 210|SIM-V|/dev/pts/9|/tmp/sim-hid|usb://VELA/QRV%20210?serial=SIM-V|virtual",
         }));
+    // A printer interface without a node is known from the USB device's own interfaces.
+    EXPECT_TRUE(printers.ListPrinters().at(3).hasPrinterInterface);
     EXPECT_EQ(log.Count(LogLevel::warning), 0u);
     EXPECT_EQ(log.Count(LogLevel::error), 0u);
 }

@@ -59,20 +59,28 @@ public:
         }
     }
 
-    // The printer nodes (usbmisc lp*) and the HID nodes, in one enumeration: each enumeration
-    // walks every bus and class of /sys, which was most of what naming a printer cost. The
-    // printer nodes are taken first, as they come, then the HID nodes.
-    void ScanNodes() {
+    // The printer nodes (usbmisc lp*), the HID nodes and, with `usbDevices`, the USB devices and
+    // interfaces, in one enumeration: each enumeration walks every bus and class of /sys, which
+    // was most of what naming a printer cost. The printer nodes are taken first, as they come,
+    // then the HID nodes, then the USB devices.
+    void Scan(bool usbDevices) {
         UdevEnumerate enumerate(udev_enumerate_new(m_udev.get()));
         if (!enumerate) {
             common::LogAndThrow(common::Win32Error(errno != 0 ? errno : ENOMEM, m_origin));
         }
         int result = 0;
-        for (const char* subsystem : {"usbmisc", "hidraw"}) {
-            result = result >= 0 ? udev_enumerate_add_match_subsystem(enumerate.get(), subsystem) : result;
+        for (const char* subsystem : {"usbmisc", "hidraw", "usb"}) {
+            if (usbDevices || std::strcmp(subsystem, "usb") != 0) {
+                result =
+                    result >= 0 ? udev_enumerate_add_match_subsystem(enumerate.get(), subsystem) : result;
+            }
         }
+        // A name filter would also drop the USB devices ("1-1", "1-1:1.0"): with them the names
+        // are sorted out below.
         for (const char* sysname : {"lp*", "hidraw*"}) {
-            result = result >= 0 ? udev_enumerate_add_match_sysname(enumerate.get(), sysname) : result;
+            if (!usbDevices) {
+                result = result >= 0 ? udev_enumerate_add_match_sysname(enumerate.get(), sysname) : result;
+            }
         }
         if (result >= 0) {
             result = udev_enumerate_scan_devices(enumerate.get());
@@ -80,39 +88,35 @@ public:
         if (result < 0) {
             common::LogAndThrow(common::Win32Error(static_cast<uint32_t>(-result), m_origin));
         }
-        std::vector<const char*> hidNodes;
+        std::vector<const char*> hidNodes; // owned by `enumerate`
+        std::vector<const char*> usb;
         udev_list_entry* entry = nullptr;
         udev_list_entry_foreach(entry, udev_enumerate_get_list_entry(enumerate.get())) {
             const char* syspath = udev_list_entry_get_name(entry);
             const char* slash = std::strrchr(syspath, '/');
-            if (std::strncmp(slash != nullptr ? slash + 1 : syspath, "lp", 2) == 0) {
+            const char* name = slash != nullptr ? slash + 1 : syspath;
+            if (std::strncmp(name, "lp", 2) == 0) {
                 AddNode(syspath, true);
+            } else if (std::strncmp(name, "hidraw", 6) == 0) {
+                hidNodes.push_back(syspath);
             } else {
-                hidNodes.push_back(syspath); // owned by `enumerate`
+                usb.push_back(syspath); // also other usbmisc nodes (hiddev*), which have no USB type
             }
         }
         for (const char* syspath : hidNodes) {
             AddNode(syspath, false);
         }
+        if (usbDevices) {
+            AddUsbDevices(usb);
+        }
     }
 
+private:
     // Every supported usb_device, and the classes and driver of its interfaces.
-    void ScanUsbDevices() {
-        UdevEnumerate enumerate(udev_enumerate_new(m_udev.get()));
-        if (!enumerate) {
-            common::LogAndThrow(common::Win32Error(errno != 0 ? errno : ENOMEM, m_origin));
-        }
-        int result = udev_enumerate_add_match_subsystem(enumerate.get(), "usb");
-        if (result >= 0) {
-            result = udev_enumerate_scan_devices(enumerate.get());
-        }
-        if (result < 0) {
-            common::LogAndThrow(common::Win32Error(static_cast<uint32_t>(-result), m_origin));
-        }
+    void AddUsbDevices(const std::vector<const char*>& syspaths) {
         std::vector<UdevDevice> interfaces;
-        udev_list_entry* entry = nullptr;
-        udev_list_entry_foreach(entry, udev_enumerate_get_list_entry(enumerate.get())) {
-            UdevDevice device(udev_device_new_from_syspath(m_udev.get(), udev_list_entry_get_name(entry)));
+        for (const char* syspath : syspaths) {
+            UdevDevice device(udev_device_new_from_syspath(m_udev.get(), syspath));
             const char* type = device ? udev_device_get_devtype(device.get()) : nullptr;
             if (type == nullptr) {
                 continue;
@@ -154,6 +158,7 @@ public:
         }
     }
 
+public:
     std::vector<UsbPrinterNodes> TakeResult() { return std::move(m_printers); }
 
 private:
@@ -261,10 +266,7 @@ private:
 std::vector<UsbPrinterNodes> ScanUsbPrinters(const QRVPrintersBase& models, ReportFailures report,
                                              const std::wstring& origin) {
     Scanner scanner(models, report, origin);
-    scanner.ScanNodes();
-    if (report == ReportFailures::all) {
-        scanner.ScanUsbDevices();
-    }
+    scanner.Scan(report == ReportFailures::all);
     return scanner.TakeResult();
 }
 
