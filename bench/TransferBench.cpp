@@ -14,7 +14,8 @@
 //   library get : GetFile from the simulator into a host file
 //   raw get     : the same bytes copied out of the peer's memory and sent, read through a
 //                 UsbPrintDevice in raw reads of 1024 bytes (the channel's read unit) and
-//                 written to a host file
+//                 written to a host file as the library must write it, never half-written: to
+//                 a temporary file beside it, flushed to the disk and renamed over the target
 //
 // Each figure is the median over paired repetitions of one run (raw time / library time per
 // pair, the two alternating which goes first), with the smallest and largest beside it; the
@@ -223,9 +224,10 @@ int ChildMain(const std::vector<std::string>& a) {
         const uint64_t size = std::stoull(a.at(3));
         ChildFigures f = Measure([&] {
             UsbPrintDevice device(Wide(channel));
-            const int fd = ::open(hostFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+            const std::string temporary = hostFile + ".raw-part";
+            const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
             if (fd < 0) {
-                throw std::runtime_error("cannot create " + hostFile);
+                throw std::runtime_error("cannot create " + temporary);
             }
             const std::vector<uint8_t> command = RawPeer::Command('G', size);
             device.WriteBytes(command.data(), static_cast<uint32_t>(command.size()));
@@ -244,7 +246,15 @@ int ChildMain(const std::vector<std::string>& a) {
                     throw std::runtime_error("cannot write " + hostFile);
                 }
             }
-            ::close(fd);
+            if (::fsync(fd) != 0 || ::close(fd) != 0 || ::rename(temporary.c_str(), hostFile.c_str()) != 0) {
+                throw std::runtime_error("cannot save " + hostFile);
+            }
+            const std::string folder = hostFile.substr(0, hostFile.rfind('/') + 1);
+            const int dir = ::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+            if (dir >= 0) {
+                (void)::fsync(dir);
+                ::close(dir);
+            }
         });
         PrintChildFigures(f);
         return 0;
