@@ -2,6 +2,9 @@
 
 #include "common/HostFileSystem.h"
 
+#include <system_error>
+#include <thread>
+
 namespace vela::common {
 
 namespace {
@@ -72,8 +75,41 @@ bool HostFileReplacer::Commit() {
         m_lastError = host_file::NotOpenError();
         return false;
     }
-    if (!host_file::FlushAndClose(m_handle, m_lastError) ||
-        !host_file::RenameOver(m_temporary, m_target, m_lastError)) {
+    return host_file::FlushAndClose(m_handle, m_lastError) && RenameIntoPlace();
+}
+
+bool HostFileReplacer::Commit(const std::function<void(const std::wstring& temporary)>& meanwhile) {
+    if (!m_handle.IsValid()) {
+        m_lastError = host_file::NotOpenError();
+        return false;
+    }
+    const std::wstring temporary = FromHostPath(m_temporary);
+    bool flushed = false;
+    uint32_t flushError = 0;
+    std::thread flusher;
+    try {
+        flusher = std::thread(
+            [this, &flushed, &flushError] { flushed = host_file::FlushAndClose(m_handle, flushError); });
+    } catch (const std::system_error&) {
+        meanwhile(temporary);
+        return Commit();
+    }
+    try {
+        meanwhile(temporary);
+    } catch (...) {
+        flusher.join();
+        throw;
+    }
+    flusher.join();
+    if (!flushed) {
+        m_lastError = flushError;
+        return false;
+    }
+    return RenameIntoPlace();
+}
+
+bool HostFileReplacer::RenameIntoPlace() {
+    if (!host_file::RenameOver(m_temporary, m_target, m_lastError)) {
         return false;
     }
     m_committed = true;

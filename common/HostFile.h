@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 
 namespace vela::common {
@@ -33,6 +34,7 @@ using HostPath = std::wstring;
 using HostPath = std::string;
 #endif
 HostPath ToHostPath(const std::wstring& path);
+std::wstring FromHostPath(const HostPath& path);
 
 // Sequential reading of an existing host file.
 class HostFileReader : NotCopyable {
@@ -69,11 +71,18 @@ public:
     // Flushes, closes and renames the temporary file over the target. False on failure
     // (LastError() set); the temporary file is then removed by the destructor.
     bool Commit();
+    // Commit(), running `meanwhile` on the calling thread while another thread flushes the file:
+    // a flush mostly waits for the disk, so work that only reads the written bytes (a get's
+    // digest) then costs no time of its own. `meanwhile` gets the temporary file's path, which
+    // stays in place until it returns. When it throws, the flush is waited for, nothing is
+    // renamed and the exception goes on. Without a thread to flush on, it runs before the flush.
+    bool Commit(const std::function<void(const std::wstring& temporary)>& meanwhile);
     uint32_t LastError() const { return m_lastError; }
     const HostPath& TemporaryPath() const { return m_temporary; }
 
 private:
     void Discard() noexcept;
+    bool RenameIntoPlace();
 
     UniqueHandle m_handle;
     HostPath m_target;

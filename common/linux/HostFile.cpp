@@ -82,6 +82,10 @@ HostPath ToHostPath(const std::wstring& path) {
     return StringConverter::ToUtf8(path);
 }
 
+std::wstring FromHostPath(const HostPath& path) {
+    return StringConverter::FromUtf8(path);
+}
+
 // ---- reading ------------------------------------------------------------------------------
 
 HostFileError HostFileReader::Open(const std::wstring& path) {

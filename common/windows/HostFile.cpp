@@ -49,6 +49,10 @@ HostPath ToHostPath(const std::wstring& path) {
     return path;
 }
 
+std::wstring FromHostPath(const HostPath& path) {
+    return path;
+}
+
 // ---- reading ------------------------------------------------------------------------------
 
 HostFileError HostFileReader::Open(const std::wstring& path) {

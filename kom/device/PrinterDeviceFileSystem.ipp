@@ -301,13 +301,15 @@ int32_t PrinterDeviceBase<T, S, C>::GetFile(const std::wstring& printerPath,
     // Bytes after the declared data belong to the reply too; they are read before the file is
     // committed, as the whole reply would have been.
     discard(unread);
-    saver.Commit();
 
     // The printer sends no digest to compare with; reading the saved file back through the digest
-    // makes a file that cannot be read back fail the get instead of failing its user later.
-    vela::common::MD5FileHash hash;
-    std::vector<uint8_t> digest;
-    hash.GetHash(hostFileName, digest);
+    // makes a file that cannot be read back fail the get instead of failing its user later. The
+    // reading runs while the file is flushed to the disk, which is mostly a wait for the disk.
+    saver.Commit([](const std::wstring& savedFile) {
+        vela::common::MD5FileHash hash;
+        std::vector<uint8_t> digest;
+        hash.GetHash(savedFile, digest);
+    });
     return result;
 }
 

@@ -88,4 +88,10 @@ void HostFileSaver::Commit() {
     }
 }
 
+void HostFileSaver::Commit(const std::function<void(const std::wstring& temporary)>& meanwhile) {
+    if (!m_file.Commit(meanwhile)) {
+        LogAndThrow(QRVException(L"'Couldn't save the file: " + Cause(m_file.LastError()) + L"'", m_source));
+    }
+}
+
 } // namespace vela::kom

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -46,6 +47,9 @@ public:
     vela::common::HostFileError Open(const std::wstring& hostFileName) { return m_file.Open(hostFileName); }
     void Write(const uint8_t* data, size_t count);
     void Commit();
+    // Commit(), with `meanwhile` run while the file is flushed (HostFileReplacer::Commit); what
+    // `meanwhile` throws goes on unchanged, and the target is then left as it was.
+    void Commit(const std::function<void(const std::wstring& temporary)>& meanwhile);
 
 private:
     vela::common::HostFileReplacer m_file;

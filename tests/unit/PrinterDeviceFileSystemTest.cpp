@@ -245,6 +245,31 @@ TEST(HostFile, NamesThatNameNoFile) {
     EXPECT_EQ(writer.Open(L"").failure, HostFileFailure::pathNotFound);
 }
 
+// What runs during the flush (a get's digest) reads the written bytes in place; when it fails,
+// the target keeps its old contents and the temporary file goes.
+TEST_F(FileDigest, WorkDuringTheFlushSeesTheBytesAndItsFailureReplacesNothing) {
+    WriteHostFile(dir.File("target"), {1});
+    const std::vector<uint8_t> bytes{'x', 'y'};
+    for (const bool fail : {true, false}) {
+        HostFileReplacer writer;
+        ASSERT_FALSE(writer.Open(dir.WFile("target")));
+        ASSERT_TRUE(writer.Write(bytes.data(), bytes.size()));
+        const auto read = [&](const std::wstring& file) {
+            EXPECT_EQ(ReadHostFile(vela::common::StringConverter::ToUtf8(file)), bytes);
+            if (fail) {
+                throw std::runtime_error("unreadable");
+            }
+        };
+        if (fail) {
+            EXPECT_THROW(writer.Commit(read), std::runtime_error);
+        } else {
+            EXPECT_TRUE(writer.Commit(read));
+        }
+        EXPECT_EQ(ReadHostFile(dir.File("target")), fail ? std::vector<uint8_t>{1} : bytes);
+    }
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.File("")), {}), 1);
+}
+
 #ifndef _WIN32
 // What only Linux shows: links, FIFOs, a write failure mid-get (a size limit for a full disk).
 TEST_F(HostFileLinux, AFileInThePathIsAMissingPathAndAReplacedFileKeepsItsModeAndItsLinks) {
