@@ -84,6 +84,13 @@ bool HostFileReplacer::Commit(const std::function<void(const std::wstring& tempo
         return false;
     }
     const std::wstring temporary = FromHostPath(m_temporary);
+    if (!host_file::ReadableWhileWritten()) {
+        if (!host_file::FlushAndClose(m_handle, m_lastError)) {
+            return false;
+        }
+        meanwhile(temporary);
+        return RenameIntoPlace();
+    }
     bool flushed = false;
     uint32_t flushError = 0;
     std::thread flusher;

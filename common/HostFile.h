@@ -75,7 +75,8 @@ public:
     // a flush mostly waits for the disk, so work that only reads the written bytes (a get's
     // digest) then costs no time of its own. `meanwhile` gets the temporary file's path, which
     // stays in place until it returns. When it throws, the flush is waited for, nothing is
-    // renamed and the exception goes on. Without a thread to flush on, it runs before the flush.
+    // renamed and the exception goes on. Without a thread to flush on, it runs before the flush;
+    // where the file cannot be read while it is open for writing (Windows), after it.
     bool Commit(const std::function<void(const std::wstring& temporary)>& meanwhile);
     uint32_t LastError() const { return m_lastError; }
     const HostPath& TemporaryPath() const { return m_temporary; }

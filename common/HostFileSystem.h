@@ -32,6 +32,9 @@ HostFileError CreateNew(const HostPath& path, bool keepMode, uint32_t mode, Uniq
 bool WriteAll(UniqueHandle& handle, const uint8_t* data, size_t count, uint64_t offset, uint32_t& error);
 // Flushes the file to the disk and closes it; a delayed write error shows up here.
 bool FlushAndClose(UniqueHandle& handle, uint32_t& error);
+// Whether others may open the file for reading while CreateNew's handle is open. Windows: no,
+// the file is created for this writer alone, so a reading waits for the close.
+bool ReadableWhileWritten();
 // Renames `from` over `to` (durably, where the system needs to be told).
 bool RenameOver(const HostPath& from, const HostPath& to, uint32_t& error);
 void Remove(const HostPath& path) noexcept;

@@ -245,6 +245,10 @@ bool WriteAll(UniqueHandle& handle, const uint8_t* data, size_t count, uint64_t 
     return true;
 }
 
+bool ReadableWhileWritten() {
+    return true;
+}
+
 bool FlushAndClose(UniqueHandle& handle, uint32_t& error) {
     // A delayed write error (quota, full disk on a network file system) shows up at fsync or
     // close; either one fails the transfer.

@@ -170,6 +170,10 @@ bool WriteAll(UniqueHandle& handle, const uint8_t* data, size_t count, uint64_t,
     return true;
 }
 
+bool ReadableWhileWritten() {
+    return false;
+}
+
 bool FlushAndClose(UniqueHandle& handle, uint32_t& error) {
     // A delayed write error shows up at the flush or the close; either one fails the transfer.
     if (!::FlushFileBuffers(handle.Get()) || !handle.Close()) {
