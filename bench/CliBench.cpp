@@ -19,6 +19,10 @@
 #include <string>
 #include <vector>
 
+// Where the build put the two programs (CliPaths.cpp, written by the build).
+extern const char* const kQrvctlPath;
+extern const char* const kBareStatusPath;
+
 namespace {
 
 using namespace vela::bench;
@@ -78,9 +82,9 @@ int ParentMain(int argc, char** argv) {
                 "these block ratios.\n%s\nLoad average at the start: %s\n",
                 cores.Describe().c_str(), LoadAverage().c_str());
 
-    TimedCommand status({QRV_BENCH_QRVCTL, "status"});
-    TimedCommand version({QRV_BENCH_QRVCTL, "--version"});
-    TimedCommand bare({QRV_BENCH_BARE_STATUS, channel});
+    TimedCommand status({kQrvctlPath, "status"});
+    TimedCommand version({kQrvctlPath, "--version"});
+    TimedCommand bare({kBareStatusPath, channel});
     for (int i = 0; i < 5; ++i) {
         status();
         version();
