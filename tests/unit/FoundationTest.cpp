@@ -61,12 +61,13 @@ TEST(LogFormat, ConversionsAreTypeSafe) {
 
 TEST(StringConverter, RoundTripsAndReplacesInvalidInput) {
     std::wstring text = L"a\u00e4\u20ac";
-    text += static_cast<wchar_t>(sizeof(wchar_t) == 2 ? 0xD83D : 0x1F600);
+    // A code point of the last plane reaches the top bits of a four-byte sequence.
+    text += static_cast<wchar_t>(sizeof(wchar_t) == 2 ? 0xDBFF : 0x10FFFD);
     if (sizeof(wchar_t) == 2) {
-        text += static_cast<wchar_t>(0xDE00);
+        text += static_cast<wchar_t>(0xDFFD);
     }
     std::string utf8 = StringConverter::ToUtf8(text);
-    EXPECT_EQ(utf8, "a\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80");
+    EXPECT_EQ(utf8, "a\xC3\xA4\xE2\x82\xAC\xF4\x8F\xBF\xBD");
     EXPECT_EQ(StringConverter::FromUtf8(utf8), text);
     EXPECT_EQ(StringConverter::FromUtf8(std::string("a\xFF"
                                                     "b")),
