@@ -2,6 +2,7 @@
 #include "kom/connection/PrinterStatusThread.h"
 #include "kom/connection/StatusMonitorState.h"
 #include "qrv/ManagedQRVDeviceGateway.h"
+#include "qrv/qrv.h"
 #include "sim/StatusFields.h"
 #include "support/HostEventLog.h"
 #include "support/PauseRecorder.h"
@@ -177,6 +178,9 @@ TEST_F(GatewayOnSimulator, EveryWireValueOfEveryStatusFieldMeansWhatTheHostIsTol
          K::chargingStatus,
          {v(Charging::notCharging), v(Charging::charging), v(Charging::unknown), v(Charging::error)}},
     };
+    // The C interface's record holds the same values, each in its own member.
+    qrv_printer* printer = nullptr;
+    ASSERT_EQ(qrv_open(vela::common::StringConverter::ToUtf8(m_printer.Name()).c_str(), &printer), QRV_OK);
     for (const Row& row : rows) {
         for (uint8_t wire = 0; wire < row.meaning.size(); ++wire) {
             SCOPED_TRACE(testing::Message() << "kind " << v(row.kind) << " wire value " << int(wire));
@@ -186,6 +190,15 @@ TEST_F(GatewayOnSimulator, EveryWireValueOfEveryStatusFieldMeansWhatTheHostIsTol
             const auto items = m_gateway.GetPrinterStatus();
             ASSERT_EQ(items.size(), 11u);
             EXPECT_EQ(items[v(row.kind)], host::PrinterStatusItem(row.kind, row.meaning[wire]));
+            qrv_status c{};
+            ASSERT_EQ(qrv_get_status(printer, &c), QRV_OK);
+            const uint32_t members[] = {
+                c.power,          c.cassette_door, c.cassette_presence, c.print_head_temperature,
+                c.cutter,         c.label,         c.cassette_memory,   c.print,
+                c.external_power, c.battery,       c.charging};
+            for (size_t k = 0; k < items.size(); ++k) {
+                EXPECT_EQ(members[k], items[k].Value()) << "member " << k;
+            }
             if (row.kind == K::batteryStatus) {
                 EXPECT_EQ(m_gateway.GetBatteryStatus(), static_cast<Battery>(row.meaning[wire]));
                 EXPECT_EQ(m_gateway.GetBatteryChargedPercentage(), wire <= 5 ? wire * 20u : 0u);
@@ -196,6 +209,7 @@ TEST_F(GatewayOnSimulator, EveryWireValueOfEveryStatusFieldMeansWhatTheHostIsTol
             }
         }
     }
+    qrv_close(printer);
     // Only what needs the user's action counts as an error: warnings and unknowns do not.
     vela::sim::StatusFields mixed;
     mixed.door = 1, mixed.printHead = 1, mixed.cutter = 2, mixed.label = 3, mixed.print = 2,
