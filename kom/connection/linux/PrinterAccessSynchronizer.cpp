@@ -317,6 +317,7 @@ struct Wait {
 
 } // namespace
 
+// The constructor builds the same path itself.
 std::wstring PrinterAccessSynchronizer::LockName(const std::wstring& printerName) {
     return StringConverter::FromUtf8(LockFolder() + "/VELA.DeviceSync." + EscapeName(printerName));
 }
@@ -380,10 +381,12 @@ UniqueHandle Acquire(const std::string& lockPath, const std::string& roomPath, W
 } // namespace
 
 PrinterAccessSynchronizer::PrinterAccessSynchronizer(const ConnectedPrinter& printer) {
+    // LockName's path, built here once: the name's escaped form also names the waiting room.
+    const std::string folder = LockFolder();
+    const std::string escaped = EscapeName(printer.printerName);
+    const std::string lockPath = folder + "/VELA.DeviceSync." + escaped;
     Wait wait;
-    wait.lockName = LockName(printer.printerName);
-    const std::string lockPath = StringConverter::ToUtf8(wait.lockName);
-    const std::string folder = lockPath.substr(0, lockPath.rfind('/'));
+    wait.lockName = StringConverter::FromUtf8(lockPath);
     const auto notify = [](const LockWaitInfo& info) { NotifyWait(info); };
 
     // The device's own lock first, then the named one: every program takes them in this order,
@@ -398,8 +401,7 @@ PrinterAccessSynchronizer::PrinterAccessSynchronizer(const ConnectedPrinter& pri
     // Its own prefix keeps the named lock's waiting room apart from every printer's lock file.
     UniqueHandle named;
     if (identity.empty() || device.IsValid()) {
-        named =
-            Acquire(lockPath, folder + "/VELA.DeviceWait." + EscapeName(printer.printerName), wait, notify);
+        named = Acquire(lockPath, folder + "/VELA.DeviceWait." + escaped, wait, notify);
     }
     if (!named.IsValid()) {
         if (device.IsValid()) {

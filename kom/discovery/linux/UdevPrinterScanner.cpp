@@ -77,8 +77,8 @@ public:
         }
         // A name filter would also drop the USB devices ("1-1", "1-1:1.0"): with them the names
         // are sorted out below.
-        for (const char* sysname : {"lp*", "hidraw*"}) {
-            if (!usbDevices) {
+        if (!usbDevices) {
+            for (const char* sysname : {"lp*", "hidraw*"}) {
                 result = result >= 0 ? udev_enumerate_add_match_sysname(enumerate.get(), sysname) : result;
             }
         }
