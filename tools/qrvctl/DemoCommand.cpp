@@ -186,6 +186,7 @@ private:
 
 ExitCode DemoCommand::Run(Console& console, const RunLine& runLine) {
     const auto start = Clock::now();
+    InterruptSignal::FlushOutputOnQuit();
 
     vela::sim::Simulator::Options options;
     options.name = kPrinterName;

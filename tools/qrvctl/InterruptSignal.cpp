@@ -10,8 +10,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <map>
+#include <memory>
 #include <mutex>
+#include <sstream>
 #include <thread>
+#include <unistd.h>
 
 namespace vela::qrvctl {
 
@@ -33,14 +36,55 @@ std::atomic<bool> g_timedOut{false};
 // to the signal (a watch that stopped), and the signal still means what it meant then.
 constexpr int kRecordedModes = 8;
 std::atomic<Mode> g_modeAtSignal[kRecordedModes];
+// Whether the watcher thread runs. Most commands never need it: a status query or a listing
+// stays in mode quit without a time limit, and a thread started and joined for each of them
+// costs more than their whole exchange with the printer. Until something needs it (another mode,
+// a time limit, a cleanup, output written piece by piece), the handler quits by itself.
+std::atomic<bool> g_watching{false};
+
+// What quitting prints, made in advance for the handler, which may only write bytes: the
+// output stream's part (the JSON error document) and the error stream's.
+struct QuitText {
+    std::string out;
+    std::string err;
+    int exitCode = 0;
+};
+std::atomic<const QuitText*> g_quitText{nullptr};
+
 static_assert(std::atomic<int>::is_always_lock_free && std::atomic<Mode>::is_always_lock_free &&
-                  std::atomic<vela::kom::ManagedQRVDeviceGateway*>::is_always_lock_free,
+                  std::atomic<vela::kom::ManagedQRVDeviceGateway*>::is_always_lock_free &&
+                  std::atomic<bool>::is_always_lock_free && std::atomic<const QuitText*>::is_always_lock_free,
               "the signal handler needs lock-free state");
+
+void WriteAll(int fd, const std::string& text) {
+    size_t done = 0;
+    while (done < text.size()) {
+        const ssize_t n = ::write(fd, text.data() + done, text.size() - done);
+        if (n <= 0) {
+            return;
+        }
+        done += static_cast<size_t>(n);
+    }
+}
+
+// Async-signal-safe: writes and _exit only. Nothing is buffered on the output stream at this
+// point, since a command whose output comes piece by piece keeps the watcher.
+[[noreturn]] void QuitFromHandler() {
+    const QuitText* text = g_quitText.load();
+    if (text != nullptr) {
+        WriteAll(STDOUT_FILENO, text->out);
+        WriteAll(STDERR_FILENO, text->err);
+    }
+    ::_exit(text != nullptr ? text->exitCode : 130);
+}
 
 extern "C" void OnSignal(int signal) {
     const Mode mode = g_mode.load();
     g_modeAtSignal[std::min(g_signals.load(), kRecordedModes - 1)].store(mode);
     const int count = g_signals.fetch_add(1) + 1;
+    if (!g_watching.load()) {
+        QuitFromHandler(); // only mode quit runs without the watcher
+    }
     // Some C libraries reset the handler after one delivery: keep catching until the guard ends.
     std::signal(signal, OnSignal);
     if (count == 1 && mode == Mode::transfer) {
@@ -65,6 +109,9 @@ struct Shared {
     bool stopWatcher = false;
     std::condition_variable stop; // wakes the watcher at once when the guard ends
     std::thread watcher;
+    // Every text made while the outermost guard lives: a handler on another thread may still
+    // read one that an inner guard gave up.
+    std::vector<std::unique_ptr<QuitText>> quitTexts;
     void (*previousInt)(int) = SIG_DFL;
     void (*previousTerm)(int) = SIG_DFL;
 };
@@ -92,6 +139,29 @@ void Say(Shared& state, const std::string& text) {
     }
 }
 
+const ErrorReport kInterrupted{ExitCode::interrupted, "interrupted", ""};
+
+// The last words of a process that quits at once, below a progress bar that may be open.
+void PrintQuit(Console& console, const ErrorReport& report) {
+    if (console.ErrorIsTerminal() && !console.Json()) {
+        console.Error("\n");
+    }
+    report.Print(console);
+}
+
+std::unique_ptr<QuitText> MakeQuitText(const Console& console) {
+    std::ostringstream out;
+    std::ostringstream err;
+    Console scratch(out, err, console.ErrorIsTerminal(), console.Columns());
+    scratch.SetJson(console.Json());
+    PrintQuit(scratch, kInterrupted);
+    auto text = std::make_unique<QuitText>();
+    text->out = out.str();
+    text->err = err.str();
+    text->exitCode = ToInt(kInterrupted.code);
+    return text;
+}
+
 [[noreturn]] void QuitNow(Shared& state, const ErrorReport& report) {
     for (auto& [id, cleanup] : state.cleanups) {
         try {
@@ -101,10 +171,7 @@ void Say(Shared& state, const std::string& text) {
         }
     }
     if (state.console != nullptr) {
-        if (state.console->ErrorIsTerminal() && !state.console->Json()) {
-            state.console->Error("\n");
-        }
-        report.Print(*state.console);
+        PrintQuit(*state.console, report);
         state.console->Out().flush();
     }
     std::fflush(nullptr);
@@ -128,7 +195,7 @@ void HandleSignal(Shared& state, int number) {
         Say(state, state.refusal + " (Ctrl+C again quits anyway)");
         return;
     case Mode::quit:
-        QuitNow(state, ErrorReport{ExitCode::interrupted, "interrupted", ""});
+        QuitNow(state, kInterrupted);
     }
 }
 
@@ -168,11 +235,20 @@ void Watch() {
     }
 }
 
+// Starts the watcher unless it runs; the caller holds the state's mutex.
+void EnsureWatcher(Shared& state) {
+    if (!state.watcher.joinable()) {
+        state.watcher = std::thread(Watch);
+        g_watching.store(true);
+    }
+}
+
 // What an enclosing guard had, for the inner one to give back.
 struct Saved {
     Console* console;
     double timeoutSeconds;
     Clock::time_point deadline;
+    const QuitText* quitText;
 };
 std::vector<Saved> g_saved; // only the command's thread touches it
 
@@ -180,9 +256,12 @@ std::vector<Saved> g_saved; // only the command's thread touches it
 
 InterruptSignal::InterruptSignal(Console& console, double timeoutSeconds) {
     Shared& state = State();
+    std::unique_ptr<QuitText> quitText = MakeQuitText(console);
     std::lock_guard<std::mutex> lock(state.mutex);
-    g_saved.push_back({state.console, state.timeoutSeconds, state.deadline});
+    g_saved.push_back({state.console, state.timeoutSeconds, state.deadline, g_quitText.load()});
     state.console = &console;
+    g_quitText.store(quitText.get());
+    state.quitTexts.push_back(std::move(quitText));
     if (timeoutSeconds > 0) {
         const auto limit = Clock::now() + std::chrono::duration_cast<Clock::duration>(
                                               std::chrono::duration<double>(timeoutSeconds));
@@ -195,15 +274,20 @@ InterruptSignal::InterruptSignal(Console& console, double timeoutSeconds) {
     g_signals.store(0);
     state.handled = 0;
     if (state.depth++ > 0) {
+        if (timeoutSeconds > 0) {
+            EnsureWatcher(state);
+        }
         return;
     }
     g_timedOut.store(false);
     g_mode.store(Mode::quit);
     state.graceEnd = Clock::time_point::max();
     state.stopWatcher = false;
+    if (timeoutSeconds > 0) {
+        EnsureWatcher(state);
+    }
     state.previousInt = std::signal(SIGINT, OnSignal);
     state.previousTerm = std::signal(SIGTERM, OnSignal);
-    state.watcher = std::thread(Watch);
 }
 
 InterruptSignal::~InterruptSignal() {
@@ -215,6 +299,7 @@ InterruptSignal::~InterruptSignal() {
     state.timeoutSeconds = saved.timeoutSeconds;
     state.deadline = saved.deadline;
     if (--state.depth > 0) {
+        g_quitText.store(saved.quitText);
         return;
     }
     state.stopWatcher = true;
@@ -224,16 +309,22 @@ InterruptSignal::~InterruptSignal() {
     if (watcher.joinable()) {
         watcher.join();
     }
+    g_watching.store(false);
     std::signal(SIGINT, state.previousInt == SIG_ERR ? SIG_DFL : state.previousInt);
     std::signal(SIGTERM, state.previousTerm == SIG_ERR ? SIG_DFL : state.previousTerm);
     g_mode.store(Mode::quit);
     g_gateway.store(nullptr);
+    g_quitText.store(nullptr);
+    state.quitTexts.clear();
 }
 
 InterruptSignal::Phase::Phase(Mode mode, vela::kom::ManagedQRVDeviceGateway* gateway, std::string refusal)
     : m_previousMode(g_mode.load()), m_previousGateway(g_gateway.load()) {
     Shared& state = State();
     std::lock_guard<std::mutex> lock(state.mutex);
+    if (mode != Mode::quit) {
+        EnsureWatcher(state);
+    }
     m_previousRefusal = std::move(state.refusal);
     state.refusal = std::move(refusal);
     g_gateway.store(gateway);
@@ -251,6 +342,7 @@ InterruptSignal::Phase::~Phase() {
 InterruptSignal::Cleanup::Cleanup(std::function<void()> cleanup) {
     Shared& state = State();
     std::lock_guard<std::mutex> lock(state.mutex);
+    EnsureWatcher(state);
     m_id = state.nextCleanup++;
     state.cleanups.emplace(m_id, std::move(cleanup));
 }
@@ -259,6 +351,14 @@ InterruptSignal::Cleanup::~Cleanup() {
     Shared& state = State();
     std::lock_guard<std::mutex> lock(state.mutex);
     state.cleanups.erase(m_id);
+}
+
+void InterruptSignal::FlushOutputOnQuit() {
+    Shared& state = State();
+    std::lock_guard<std::mutex> lock(state.mutex);
+    if (state.depth > 0) {
+        EnsureWatcher(state);
+    }
 }
 
 bool InterruptSignal::Active() {

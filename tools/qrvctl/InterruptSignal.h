@@ -26,9 +26,11 @@ namespace vela::qrvctl {
 // Quitting at once first runs the registered cleanups (a get's temporary host files).
 //
 // A signal handler only counts the signal (and, while transferring, calls the gateway's
-// async-signal-safe CancelTransfer); a watcher thread says and does the rest. One guard per
-// command line; guards nest (the demo runs command lines inside its own), the inner one taking
-// over until it ends. Construct and destroy on the command's thread.
+// async-signal-safe CancelTransfer); a watcher thread says and does the rest. The watcher starts
+// only when something needs it (a mode other than quit, a time limit, a cleanup, output written
+// piece by piece); until then the handler quits by itself, printing a text made in advance. One
+// guard per command line; guards nest (the demo runs command lines inside its own), the inner
+// one taking over until it ends. Construct and destroy on the command's thread.
 class InterruptSignal {
 public:
     enum class Mode { quit, transfer, refuse, stop };
@@ -68,6 +70,9 @@ public:
         size_t m_id;
     };
 
+    // For a command that writes its output piece by piece: quitting then flushes what was
+    // written before the error (the watcher does it; the handler alone could not).
+    static void FlushOutputOnQuit();
     // True while a signal only sets the flag (mode stop); any thread may ask.
     static bool Active();
     // Whether a Ctrl+C came since the guard started.

@@ -56,6 +56,27 @@ TEST_F(CliInterrupt, ALockWaitNamesItsHolderAndTheTimeLimitEndsIt) {
     EXPECT_NE(status.err.find("time limit of 3 s (--timeout)"), std::string::npos) << status.err;
 }
 
+// A command without a transfer quits at the first Ctrl+C, also while it waits for the printer,
+// and says so as its errors are said: a line, or the JSON error document.
+TEST_F(CliInterrupt, CtrlCWhileWaitingQuitsAtOnceAndSaysSo) {
+    ChildProcess holder({"hold-lock", kPrinter, "30000"});
+    ASSERT_EQ(holder.ReadLine(), "locked");
+    for (const bool json : {false, true}) {
+        SCOPED_TRACE(json);
+        SpawnedProgram tool(kQrvctlPath,
+                            json ? std::vector<std::string>{"--json", "status"}
+                                 : std::vector<std::string>{"status"},
+                            SpawnedProgram::Output::terminal);
+        ASSERT_TRUE(tool.ReadUntil("waiting for another program", 10000)) << tool.Out();
+        tool.Signal(SIGINT);
+        EXPECT_EQ(tool.Wait(2000), 130);
+        tool.ReadToEnd(1000);
+        EXPECT_NE(tool.Out().find(json ? "\"exitCode\": 130" : "\r\nqrvctl: interrupted\r\n"),
+                  std::string::npos)
+            << tool.Out();
+    }
+}
+
 TEST_F(CliInterrupt, WatchSaysWhenThePrinterGoesAndComesBack) {
     SpawnedProgram tool(kQrvctlPath, {"--json", "status", "--watch"}, SpawnedProgram::Output::pipes);
     ASSERT_TRUE(tool.ReadUntil("\"event\":\"snapshot\"", 20000)) << tool.Out();
