@@ -273,21 +273,17 @@ InterruptSignal::InterruptSignal(Console& console, double timeoutSeconds) {
     // Each command line counts its own Ctrl+C (the demo runs several in a row).
     g_signals.store(0);
     state.handled = 0;
-    if (state.depth++ > 0) {
-        if (timeoutSeconds > 0) {
-            EnsureWatcher(state);
-        }
-        return;
+    if (state.depth++ == 0) {
+        g_timedOut.store(false);
+        g_mode.store(Mode::quit);
+        state.graceEnd = Clock::time_point::max();
+        state.stopWatcher = false;
+        state.previousInt = std::signal(SIGINT, OnSignal);
+        state.previousTerm = std::signal(SIGTERM, OnSignal);
     }
-    g_timedOut.store(false);
-    g_mode.store(Mode::quit);
-    state.graceEnd = Clock::time_point::max();
-    state.stopWatcher = false;
     if (timeoutSeconds > 0) {
         EnsureWatcher(state);
     }
-    state.previousInt = std::signal(SIGINT, OnSignal);
-    state.previousTerm = std::signal(SIGTERM, OnSignal);
 }
 
 InterruptSignal::~InterruptSignal() {
