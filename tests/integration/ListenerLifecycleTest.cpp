@@ -220,12 +220,15 @@ public:
                 std::this_thread::sleep_for(milliseconds(2));
             }
         });
-        // At least 500 steps each, and on until the monitor thread made enough calls (slow on wine).
+        // At least 500 steps each, and on until the monitor thread made enough calls: on wine
+        // that rate varies with what ran before, so the limit is a time, not a number of steps.
+        const auto giveUp = steady_clock::now() + seconds(60);
         std::vector<std::thread> workers;
         for (int w = 0; w < 4; ++w) {
-            workers.emplace_back([this, w] {
+            workers.emplace_back([this, w, giveUp] {
                 std::mt19937 rng(20240611 + w);
-                for (int i = 0; i < 500 || (m_callbacks < kEnoughCalls && i < 4000); ++i) {
+                for (int i = 0; i < 500 || (m_callbacks < kEnoughCalls && steady_clock::now() < giveUp);
+                     ++i) {
                     Step(rng);
                     std::this_thread::sleep_for(microseconds(500)); // room for the monitor's calls
                 }
