@@ -94,4 +94,13 @@ TEST_F(DeviceMonitorSim, HoldsThePrinterUntilItRunsOutAndAnExclusiveRunTellsItsS
     device.reset();
     EXPECT_FALSE(Eventually([&] { return outcomes.Values().size() > 2; }, 300));
     Facade().GetPrinterStatus(); // the printer is free again
+
+    // Destroying a device stops its run: the printer is free at once, not when the run runs out.
+    device = std::make_unique<QRVDevice>(Record());
+    ASSERT_EQ(device->StartMonitor(outcomes.Callback()), 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    start = Clock::now();
+    device.reset();
+    Facade().GetPrinterStatus();
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(2));
 }
