@@ -78,7 +78,24 @@ void ReadMessage(UsbPrintDevice& device, std::vector<uint8_t>& buffer) {
     }
 }
 
-std::string RawLockPath();
+// The raw lock: a file in the library's lock folder, opened, locked, unlocked and closed.
+std::string RawLockPath() {
+    const std::string lockPath = StringConverter::ToUtf8(PrinterAccessSynchronizer::LockName(L"x"));
+    return lockPath.substr(0, lockPath.rfind('/')) + "/VELA.Bench.raw";
+}
+
+// One raw lock cycle; `inside` runs while the lock is held.
+template <class Inside> void RawLockCycle(const std::string& path, Inside&& inside) {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666);
+    if (fd < 0) {
+        throw std::runtime_error("cannot open " + path + ": " + std::strerror(errno));
+    }
+    while (::flock(fd, LOCK_EX) != 0 && errno == EINTR) {
+    }
+    inside();
+    ::flock(fd, LOCK_UN);
+    ::close(fd);
+}
 
 void StatusBenchmark(vela::sim::Simulator& sim) {
     const ConnectedPrinter printer = Printer(sim.PrinterPath(), StringConverter::FromUtf8(kPrinterName));
@@ -100,17 +117,7 @@ void StatusBenchmark(vela::sim::Simulator& sim) {
         ReadMessage(fresh, reply);
     };
     const std::string rawLockPath = RawLockPath();
-    auto rawWithOpenAndLock = [&] {
-        const int fd = ::open(rawLockPath.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666);
-        if (fd < 0) {
-            throw std::runtime_error("cannot open " + rawLockPath + ": " + std::strerror(errno));
-        }
-        while (::flock(fd, LOCK_EX) != 0 && errno == EINTR) {
-        }
-        rawWithOpen();
-        ::flock(fd, LOCK_UN);
-        ::close(fd);
-    };
+    auto rawWithOpenAndLock = [&] { RawLockCycle(rawLockPath, rawWithOpen); };
     auto library = [&] { (void)device.GetStatus(); };
     // warm up both paths
     for (int i = 0; i < 20; ++i) {
@@ -193,22 +200,6 @@ void ListingBenchmark(vela::sim::Simulator& sim, RawPeer& peer) {
 
 // ---- lock ------------------------------------------------------------------------------------------
 
-std::string RawLockPath() {
-    const std::string lockPath = StringConverter::ToUtf8(PrinterAccessSynchronizer::LockName(L"x"));
-    return lockPath.substr(0, lockPath.rfind('/')) + "/VELA.Bench.raw";
-}
-
-void RawLockCycle(const std::string& path) {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666);
-    if (fd < 0) {
-        throw std::runtime_error("cannot open " + path + ": " + std::strerror(errno));
-    }
-    while (::flock(fd, LOCK_EX) != 0 && errno == EINTR) {
-    }
-    ::flock(fd, LOCK_UN);
-    ::close(fd);
-}
-
 // Takes and releases the lock in a loop until `until`, holding it `holdUs` each time; prints the
 // number of cycles and the median and 99th percentile of the time to take it (microseconds).
 struct LoopFigures {
@@ -263,7 +254,7 @@ void LockBenchmark() {
     const ConnectedPrinter printer = Printer(L"", StringConverter::FromUtf8(name));
     const std::string rawPath = RawLockPath();
     auto library = [&] { PrinterAccessSynchronizer lock(printer); };
-    auto raw = [&] { RawLockCycle(rawPath); };
+    auto raw = [&] { RawLockCycle(rawPath, [] {}); };
     for (int i = 0; i < 100; ++i) {
         library();
         raw();
