@@ -104,7 +104,7 @@ void ControlCommands::Run(Console& console, PrinterSession& session, Order order
         }
     }
     console.Result({{"command", Name(order)}, {"printer", session.PrinterName()}},
-                   [&](std::ostream& out) { out << Done(order) << '\n'; });
+                   [&](TextWriter& out) { out << Done(order) << '\n'; });
 }
 
 void ControlCommands::Update(Console& console, PrinterSession& session, const std::string& package) {
@@ -175,7 +175,7 @@ void ControlCommands::Update(Console& console, PrinterSession& session, const st
                     {"firmwareBefore", before},
                     {"firmwareAfter", after},
                     {"seconds", static_cast<int64_t>(seconds + 0.5)}},
-                   [&](std::ostream& out) {
+                   [&](TextWriter& out) {
                        out << "Update applied: firmware " << (before.empty() ? "?" : before) << " -> "
                            << (after.empty() ? "?" : after) << '\n';
                    });

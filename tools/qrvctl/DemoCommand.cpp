@@ -95,27 +95,24 @@ public:
         : m_console(console), m_runLine(runLine), m_printer(printer) {}
 
     void Step(int number, const std::string& title, const std::string& why) {
-        m_console.Out() << "\n== " << number << "/" << kSteps << "  " << title << "\n"
-                        << Reflow(why, m_console.Columns()) << "\n";
-        m_console.Out().flush();
+        TextWriter text;
+        text << "\n== " << number << "/" << kSteps << "  " << title << "\n"
+             << Reflow(why, m_console.Columns()) << "\n";
+        m_console.Output(text.Text());
     }
 
     void Command(std::vector<std::string> arguments) {
         if (m_needsPrinterOption) {
             arguments.insert(arguments.begin(), {"--printer", kPrinterName});
         }
-        m_console.Out() << Shown(arguments) << "\n";
-        m_console.Out().flush();
+        m_console.Output(Shown(arguments) + "\n");
         const int code = m_runLine(arguments);
         if (code != 0) {
             throw StepFailed{code};
         }
     }
 
-    void Say(const std::string& text) {
-        m_console.Out() << Reflow(text, m_console.Columns()) << "\n";
-        m_console.Out().flush();
-    }
+    void Say(const std::string& text) { m_console.Output(Reflow(text, m_console.Columns()) + "\n"); }
 
     // Other printers attached besides the simulator: name it on every command line.
     void NameThePrinterWhenNeeded() {

@@ -2,8 +2,6 @@
 
 #include "DoctorChecks.h"
 
-#include <sstream>
-
 namespace vela::qrvctl {
 
 namespace {
@@ -34,13 +32,13 @@ const char* LevelTag(DoctorFinding::Level level) {
 
 // Continuation lines of a multi-line fix line up under its first line.
 std::string Indented(const std::string& text, const std::string& indent) {
-    std::istringstream lines(text);
-    std::string line;
     std::string result;
-    bool first = true;
-    while (std::getline(lines, line)) {
-        result += (first ? "" : "\n" + indent) + line;
-        first = false;
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '\n') {
+            result += text[i];
+        } else if (i + 1 < text.size()) {
+            result += "\n" + indent;
+        }
     }
     return result;
 }
@@ -60,7 +58,7 @@ ExitCode DoctorCommand::Run(Console& console, PrinterSession& session) {
                           {"detail", finding.detail},
                           {"fix", finding.fix.empty() ? nlohmann::json() : nlohmann::json(finding.fix)}});
     }
-    console.Result({{"ok", result == ExitCode::ok}, {"checks", checks}}, [&](std::ostream& out) {
+    console.Result({{"ok", result == ExitCode::ok}, {"checks", checks}}, [&](TextWriter& out) {
         for (const auto& finding : findings) {
             out << LevelTag(finding.level) << "  " << finding.check << ": " << finding.detail << '\n';
             if (!finding.fix.empty()) {

@@ -117,7 +117,7 @@ void ErrorReport::Print(Console& console) const {
     if (console.Json()) {
         nlohmann::json error{{"kind", KindName(code)}, {"exitCode", ToInt(code)}, {"message", message}};
         error["hint"] = hint.empty() ? nlohmann::json() : nlohmann::json(hint);
-        console.Result(nlohmann::json{{"error", error}}, [](std::ostream&) {});
+        console.Result(nlohmann::json{{"error", error}}, [](TextWriter&) {});
         return;
     }
     console.ErrorLine("qrvctl: " + message);

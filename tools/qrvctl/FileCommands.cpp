@@ -76,7 +76,7 @@ void FileCommands::List(Console& console, PrinterSession& session, const std::st
                              : FormatBytes(static_cast<uint64_t>(entry.Size() < 0 ? 0 : entry.Size())),
                       folder ? name + "/" : name});
     }
-    console.Result({{"path", printerFolder}, {"entries", list}}, [&](std::ostream& out) {
+    console.Result({{"path", printerFolder}, {"entries", list}}, [&](TextWriter& out) {
         table.Print(out);
         out << entries.size() << (entries.size() == 1 ? " entry" : " entries") << " in " << printerFolder
             << '\n';
@@ -117,13 +117,13 @@ void FileCommands::Get(Console& console, PrinterSession& session, const std::str
     const auto start = Clock::now();
     const uint64_t bytes = Fetch(console, gateway, printerPath, written);
     if (toOutput) {
-        HostPath::CopyTo(written, console.Out());
+        HostPath::CopyTo(written, [&console](std::string_view bytes) { return console.Output(bytes); });
         console.NoticeLine("Copied " + printerPath + " to standard output (" + FormatBytes(bytes) + " in " +
                            Duration(Clock::now() - start) + ")");
         return;
     }
     console.Result(
-        {{"printerPath", printerPath}, {"hostFile", target}, {"bytes", bytes}}, [&](std::ostream& out) {
+        {{"printerPath", printerPath}, {"hostFile", target}, {"bytes", bytes}}, [&](TextWriter& out) {
             out << HelpText::Fit("Copied " + printerPath + " to " + target + " (" + FormatBytes(bytes) +
                                      " in " + Duration(Clock::now() - start) + ")",
                                  console.Columns())
@@ -154,13 +154,12 @@ void FileCommands::Put(Console& console, PrinterSession& session, const std::str
         InterruptSignal::Phase phase(InterruptSignal::Mode::transfer, &gateway);
         gateway.PutFile(StringConverter::FromUtf8(target), HostPath::Wide(hostFile));
     }
-    console.Result(
-        {{"hostFile", hostFile}, {"printerPath", target}, {"bytes", bytes}}, [&](std::ostream& out) {
-            out << HelpText::Fit("Copied " + hostFile + " to " + target + " (" + FormatBytes(bytes) + " in " +
-                                     Duration(Clock::now() - start) + ")",
-                                 console.Columns())
-                << "\n";
-        });
+    console.Result({{"hostFile", hostFile}, {"printerPath", target}, {"bytes", bytes}}, [&](TextWriter& out) {
+        out << HelpText::Fit("Copied " + hostFile + " to " + target + " (" + FormatBytes(bytes) + " in " +
+                                 Duration(Clock::now() - start) + ")",
+                             console.Columns())
+            << "\n";
+    });
 }
 
 bool FileCommands::RemoveIfPresent(vela::kom::ManagedQRVDeviceGateway& gateway,
@@ -184,14 +183,14 @@ void FileCommands::Move(Console& console, PrinterSession& session, const std::st
     auto& gateway = session.Open();
     gateway.RenameFile(StringConverter::FromUtf8(from), StringConverter::FromUtf8(to));
     console.Result({{"from", from}, {"to", to}},
-                   [&](std::ostream& out) { out << "Renamed " << from << " to " << to << '\n'; });
+                   [&](TextWriter& out) { out << "Renamed " << from << " to " << to << '\n'; });
 }
 
 void FileCommands::Remove(Console& console, PrinterSession& session, const std::string& printerPath) {
     auto& gateway = session.Open();
     gateway.DeleteFile(StringConverter::FromUtf8(printerPath));
     console.Result({{"path", printerPath}},
-                   [&](std::ostream& out) { out << "Deleted " << printerPath << '\n'; });
+                   [&](TextWriter& out) { out << "Deleted " << printerPath << '\n'; });
 }
 
 void FileCommands::DiskSpace(Console& console, PrinterSession& session) {
@@ -200,7 +199,7 @@ void FileCommands::DiskSpace(Console& console, PrinterSession& session) {
     uint64_t usedKiB = 0;
     gateway.GetDiskSpaceKB(freeKiB, usedKiB);
     console.Result({{"freeKiB", freeKiB}, {"usedKiB", usedKiB}, {"totalKiB", freeKiB + usedKiB}},
-                   [&](std::ostream& out) {
+                   [&](TextWriter& out) {
                        TextTable table;
                        table.AddRow({"Free", FormatBytes(freeKiB << 10)});
                        table.AddRow({"Used", FormatBytes(usedKiB << 10)});
@@ -217,7 +216,7 @@ void FileCommands::Logs(Console& console, PrinterSession& session, const std::st
         for (const auto& log : logs) {
             list.push_back(StringConverter::ToUtf8(log));
         }
-        console.Result({{"logs", list}}, [&](std::ostream& out) {
+        console.Result({{"logs", list}}, [&](TextWriter& out) {
             for (const auto& log : logs) {
                 out << StringConverter::ToUtf8(log) << '\n';
             }
@@ -238,7 +237,7 @@ void FileCommands::Logs(Console& console, PrinterSession& session, const std::st
         list.push_back({{"printerPath", printerPath}, {"hostFile", hostFile}, {"bytes", bytes}});
         fetched.emplace_back(hostFile, bytes);
     }
-    console.Result({{"logs", list}}, [&](std::ostream& out) {
+    console.Result({{"logs", list}}, [&](TextWriter& out) {
         for (const auto& [hostFile, bytes] : fetched) {
             out << "Fetched " << hostFile << " (" << FormatBytes(bytes) << ")\n";
         }

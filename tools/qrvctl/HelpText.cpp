@@ -1,6 +1,6 @@
 #include "HelpText.h"
 
-#include <sstream>
+#include <algorithm>
 
 namespace vela::qrvctl {
 
@@ -47,10 +47,10 @@ std::string HelpText::Fit(const std::string& text, int columns) {
     // fills the last column.
     const size_t width = columns > 21 ? static_cast<size_t>(columns - 1) : 20;
     std::string out;
-    std::istringstream lines(text);
-    std::string line;
-    while (std::getline(lines, line)) {
-        FitLine(line, width, out);
+    for (size_t start = 0; start < text.size();) {
+        const size_t end = std::min(text.find('\n', start), text.size());
+        FitLine(text.substr(start, end - start), width, out);
+        start = end + 1;
     }
     if (!text.empty() && text.back() != '\n' && !out.empty()) {
         out.pop_back();

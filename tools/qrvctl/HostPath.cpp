@@ -8,7 +8,9 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
+#include <string_view>
 #include <system_error>
+#include <vector>
 
 #ifdef _WIN32
 #include <cstdio>
@@ -180,14 +182,24 @@ void HostPath::RemoveTemporaryFiles(const std::string& folder) {
     }
 }
 
-void HostPath::CopyTo(const std::string& path, std::ostream& out) {
+void HostPath::CopyTo(const std::string& path, const std::function<bool(std::string_view)>& write) {
 #ifdef _WIN32
     // The file's bytes as they are: no line-end translation on the way out.
     std::fflush(stdout);
     ::_setmode(::_fileno(stdout), _O_BINARY);
 #endif
     std::ifstream in(Native(path), std::ios::binary);
-    if (!in.is_open() || !(out << in.rdbuf()) || !out.flush()) {
+    std::vector<char> block(1 << 16);
+    bool copied = in.is_open();
+    while (copied) {
+        in.read(block.data(), static_cast<std::streamsize>(block.size()));
+        const auto got = static_cast<size_t>(in.gcount());
+        copied = !in.bad() && (got == 0 || write(std::string_view(block.data(), got)));
+        if (in.eof()) {
+            break;
+        }
+    }
+    if (!copied) {
         throw CommandError(ExitCode::failure, "cannot copy '" + path + "' to the standard output");
     }
 }

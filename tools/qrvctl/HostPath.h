@@ -1,9 +1,10 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
-#include <ostream>
 #include <string>
+#include <string_view>
 
 namespace vela::qrvctl {
 
@@ -34,8 +35,9 @@ public:
     // Removes the library's temporary files of this process in `folder` (a get cut short before
     // it could remove its own); never throws.
     static void RemoveTemporaryFiles(const std::string& folder);
-    // Copies the file to the output stream; throws CommandError when it cannot be read.
-    static void CopyTo(const std::string& path, std::ostream& out);
+    // Passes the file's bytes to `write` (the output stream) block by block; throws CommandError
+    // when it cannot be read or `write` fails.
+    static void CopyTo(const std::string& path, const std::function<bool(std::string_view)>& write);
     // Creates the folder and its parents; throws CommandError (accessDenied / failure).
     static void CreateFolder(const std::string& path);
     // The last component of a printer path ("/mnt/data/images/a.png" -> "a.png").

@@ -71,7 +71,7 @@ void InfoCommand::Run(Console& console, PrinterSession& session) {
     }
     document["folders"] = folderJson;
 
-    console.Result(document, [&](std::ostream& out) {
+    console.Result(document, [&](TextWriter& out) {
         TextTable table;
         table.AddRow({"Printer", session.PrinterName()});
         table.AddRow({"Model", StringConverter::ToUtf8(printer.model)});

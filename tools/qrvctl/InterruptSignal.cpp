@@ -12,7 +12,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <sstream>
+#include <string_view>
 #include <thread>
 #include <unistd.h>
 
@@ -150,14 +150,20 @@ void PrintQuit(Console& console, const ErrorReport& report) {
 }
 
 std::unique_ptr<QuitText> MakeQuitText(const Console& console) {
-    std::ostringstream out;
-    std::ostringstream err;
-    Console scratch(out, err, console.ErrorIsTerminal(), console.Columns());
+    auto text = std::make_unique<QuitText>();
+    QuitText& made = *text;
+    Console scratch(
+        [&made](std::string_view part) {
+            made.out.append(part);
+            return true;
+        },
+        [&made](std::string_view part) {
+            made.err.append(part);
+            return true;
+        },
+        console.ErrorIsTerminal(), console.Columns());
     scratch.SetJson(console.Json());
     PrintQuit(scratch, kInterrupted);
-    auto text = std::make_unique<QuitText>();
-    text->out = out.str();
-    text->err = err.str();
     text->exitCode = ToInt(kInterrupted.code);
     return text;
 }
@@ -172,7 +178,6 @@ std::unique_ptr<QuitText> MakeQuitText(const Console& console) {
     }
     if (state.console != nullptr) {
         PrintQuit(*state.console, report);
-        state.console->Out().flush();
     }
     std::fflush(nullptr);
     std::_Exit(ToInt(report.code));

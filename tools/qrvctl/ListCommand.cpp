@@ -47,7 +47,7 @@ void ListCommand::Run(Console& console, PrinterSession& session) {
         table.AddRow({StringConverter::ToUtf8(printer.name), OrDash(printer.model), OrDash(printer.serial),
                       UsbId(printer), kind});
     }
-    console.Result(nlohmann::json{{"printers", list}}, [&](std::ostream& out) {
+    console.Result(nlohmann::json{{"printers", list}}, [&](TextWriter& out) {
         if (printers.empty()) {
             out << "No QRV printer found. `qrvctl doctor` says why; `qrvctl --simulate ...` runs without "
                    "one.\n";

@@ -92,10 +92,10 @@ void PrintEvent(Console& console, const std::string& printer, const WatchEvent& 
                               {"issue", StatusText::IssueKey(event.issue)},
                               {"value", event.value}});
         } else {
-            console.Out() << LocalTime(event.time)
-                          << "  Print interrupted: " << StatusText::IssueText(event.issue) << " (code "
-                          << event.code << ")\n";
-            console.Out().flush();
+            TextWriter line;
+            line << LocalTime(event.time) << "  Print interrupted: " << StatusText::IssueText(event.issue)
+                 << " (code " << event.code << ")\n";
+            console.Output(line.Text());
         }
         return;
     }
@@ -111,9 +111,8 @@ void PrintEvent(Console& console, const std::string& printer, const WatchEvent& 
         text += (text.empty() ? "" : ", ") + std::string(StatusText::FieldLabel(item.Kind())) + ": " +
                 StatusText::ValueText(item);
     }
-    console.Out() << LocalTime(event.time) << "  "
-                  << (text.empty() ? std::string("(no field changed)") : text) << '\n';
-    console.Out().flush();
+    console.Output(LocalTime(event.time) + "  " + (text.empty() ? std::string("(no field changed)") : text) +
+                   '\n');
 }
 
 // Subscribes to the gateway's two events for its lifetime. The queue is shared with the
@@ -151,7 +150,7 @@ private:
     uint64_t m_interruptToken = 0;
 };
 
-void PrintTable(std::ostream& out, const std::string& printer, const StatusCommand::Items& items,
+void PrintTable(TextWriter& out, const std::string& printer, const StatusCommand::Items& items,
                 const StatusCommand::Items& attention) {
     TextTable table;
     table.AddRow({"Printer", printer});
@@ -178,7 +177,7 @@ void StatusCommand::Show(Console& console, PrinterSession& session) {
     const Items attention = vela::kom::ManagedQRVDeviceGateway::ErrorItemsOf(items);
     const std::string printer = session.PrinterName();
     console.Result({{"printer", printer}, {"status", ToJson(items)}, {"errors", ErrorsJson(attention)}},
-                   [&](std::ostream& out) { PrintTable(out, printer, items, attention); });
+                   [&](TextWriter& out) { PrintTable(out, printer, items, attention); });
 }
 
 void StatusCommand::Watch(Console& console, PrinterSession& session) {
@@ -203,8 +202,9 @@ void StatusCommand::Watch(Console& console, PrinterSession& session) {
                           {"printer", printer},
                           {"status", ToJson(items)}});
     } else {
-        PrintTable(console.Out(), printer, items, vela::kom::ManagedQRVDeviceGateway::ErrorItemsOf(items));
-        console.Out().flush();
+        TextWriter table;
+        PrintTable(table, printer, items, vela::kom::ManagedQRVDeviceGateway::ErrorItemsOf(items));
+        console.Output(table.Text());
         console.NoticeLine("Watching '" + printer +
                            "' for status changes and print interrupts; Ctrl+C stops.");
     }
@@ -238,8 +238,7 @@ void StatusCommand::Watch(Console& console, PrinterSession& session) {
                               {"time", IsoTime(std::chrono::system_clock::now())},
                               {"printer", printer}});
         } else {
-            console.Out() << LocalTime(std::chrono::system_clock::now()) << "  " << text << '\n';
-            console.Out().flush();
+            console.Output(LocalTime(std::chrono::system_clock::now()) + "  " + text + '\n');
         }
     };
 

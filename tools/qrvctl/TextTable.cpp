@@ -10,7 +10,7 @@ size_t TextTable::Width(const std::string& text) {
     }));
 }
 
-void TextTable::Print(std::ostream& out) const {
+void TextTable::Print(TextWriter& out) const {
     std::vector<size_t> widths;
     for (const auto& row : m_rows) {
         widths.resize(std::max(widths.size(), row.size()), 0);

@@ -1,6 +1,7 @@
 #pragma once
 
-#include <ostream>
+#include "TextWriter.h"
+
 #include <string>
 #include <vector>
 
@@ -11,7 +12,7 @@ class TextTable {
 public:
     void AddRow(std::vector<std::string> cells) { m_rows.push_back(std::move(cells)); }
     bool Empty() const { return m_rows.empty(); }
-    void Print(std::ostream& out) const;
+    void Print(TextWriter& out) const;
 
     // Characters (not bytes) in a UTF-8 text.
     static size_t Width(const std::string& text);

@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <csignal>
 #include <thread>
+#include <utility>
+#include <vector>
 
 namespace vela::test {
 namespace {
@@ -253,24 +255,59 @@ TEST_F(CliTest, PrinterChoiceAndUsageErrors) {
     EXPECT_EQ(listed["deviceUri"], "usb://VELA/QRV%20410?serial=TWIN0002");
     EXPECT_EQ(listed["usbId"], "0922:0025");
     EXPECT_EQ(listed["virtual"], true);
+}
 
-    for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
-             {"frobnicate"}, {"get", "/only/one"}, {"status", "--bogus"}, {}}) {
-        EXPECT_EQ(Run(arguments, false).code, 2);
+TEST_F(CliTest, CommandLineGrammar) {
+    // The program's options on either side of the command, with their value apart or after '='.
+    EXPECT_EQ(Run({"status", "--json", "--printer=" + std::string(kPrinter)}, false).Json()["printer"],
+              kPrinter);
+    EXPECT_EQ(Run({"--timeout=30", "status", "--json"}).Json()["printer"], kPrinter);
+    // $QRV_PRINTER names the printer unless --printer does.
+    ScopedEnvironment chosen("QRV_PRINTER", L"Nobody Here");
+    EXPECT_EQ(Run({"status"}, false).code, 3);
+    EXPECT_EQ(Run({"status"}).code, 0);
+    // After "--" a word that starts with '-' is an argument, not an option.
+    const CliResult dashed = Run({"ls", "--", "-folder"});
+    EXPECT_NE(dashed.code, 2) << dashed.err;
+
+    const std::pair<std::vector<std::string>, const char*> mistakes[] = {
+        {{"frobnicate"}, "unknown command 'frobnicate'"},
+        {{"get", "/only/one"}, "HOST_FILE is required"},
+        {{"rm", "/a", "/b"}, "unexpected argument '/b'"},
+        {{"status", "--bogus"}, "unknown option '--bogus'"},
+        {{"ls", "--watch", "/"}, "unknown option '--watch'"}, // another command's option
+        {{"status", "--printer"}, "--printer needs a value"},
+        {{"--json=yes", "status"}, "--json takes no value"},
+        {{"--timeout", "0", "status"}, "more than 0 seconds"},
+        {{"--timeout", "2s", "status"}, "'2s' is not a number of seconds"},
+        {{"-v"}, "no command given"},
+        {{}, ""}, // the help, on the output stream
+    };
+    for (const auto& [arguments, message] : mistakes) {
+        const CliResult result = Run(arguments, false);
+        EXPECT_EQ(result.code, 2) << arguments.size();
+        EXPECT_NE(result.err.find(message), std::string::npos) << result.err;
     }
-    const CliResult usage = Run({"--json", "ls"}, false);
-    EXPECT_EQ(usage.Json()["error"]["kind"], "usage");
+    EXPECT_EQ(Run({"--json", "ls"}, false).Json()["error"]["kind"], "usage");
 
-    EXPECT_EQ(Run({"--help"}, false).code, 0);
+    // Help anywhere on the line, also among short flags; a command's help lists its own options
+    // and those of the program.
+    const CliResult help = Run({"-vh"}, false);
+    EXPECT_EQ(help.code, 0);
+    EXPECT_NE(help.out.find("Commands:\n  list "), std::string::npos) << help.out;
+    const CliResult statusHelp = Run({"status", "--json", "--help"}, false);
+    EXPECT_EQ(statusHelp.code, 0);
+    for (const char* part : {"Usage: qrvctl status [OPTIONS]", "--watch", "--timeout SECONDS"}) {
+        EXPECT_NE(statusHelp.out.find(part), std::string::npos) << part << "\n" << statusHelp.out;
+    }
+    EXPECT_EQ(Run({"--version", "status"}, false).out, "qrvctl 0.1.0\n");
 }
 
 // The watch ends with Ctrl+C: here the signal is raised in this process once the events are in.
 TEST_F(CliTest, WatchShowsChangesAndInterruptsUntilCtrlC) {
-    SharedTextBuffer out;
-    SharedTextBuffer err;
-    std::ostream outStream(&out);
-    std::ostream errStream(&err);
-    vela::qrvctl::Console console(outStream, errStream, false, 80);
+    SharedText out;
+    SharedText err;
+    vela::qrvctl::Console console(out.Sink(), err.Sink(), false, 80);
     std::thread user([&] {
         if (out.WaitFor("\"event\":\"snapshot\"", 20000)) {
             Printer().SetDoorOpen(true);

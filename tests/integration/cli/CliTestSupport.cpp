@@ -4,8 +4,6 @@
 #include "common/StringConverter.h"
 #include "support/TestSupport.h"
 
-#include <sstream>
-
 namespace vela::test {
 
 namespace {
@@ -16,27 +14,21 @@ vela::sim::Simulator::Options SimulatorOptions() {
 }
 } // namespace
 
-std::string SharedTextBuffer::Text() const {
+vela::qrvctl::Console::Sink SharedText::Sink() {
+    return [this](std::string_view text) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_text.append(text);
+        return true;
+    };
+}
+
+std::string SharedText::Text() const {
     std::lock_guard<std::mutex> lock(m_mutex);
     return m_text;
 }
 
-bool SharedTextBuffer::WaitFor(const std::string& part, uint32_t timeoutMs) const {
+bool SharedText::WaitFor(const std::string& part, uint32_t timeoutMs) const {
     return Eventually([&] { return Text().find(part) != std::string::npos; }, timeoutMs);
-}
-
-SharedTextBuffer::int_type SharedTextBuffer::overflow(int_type c) {
-    if (!traits_type::eq_int_type(c, traits_type::eof())) {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_text.push_back(traits_type::to_char_type(c));
-    }
-    return traits_type::not_eof(c);
-}
-
-std::streamsize SharedTextBuffer::xsputn(const char* data, std::streamsize size) {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_text.append(data, static_cast<size_t>(size));
-    return size;
 }
 
 nlohmann::json CliResult::Json() const {
@@ -54,11 +46,9 @@ CliTest::CliTest()
                     vela::common::StringConverter::FromUtf8(m_simulator.EntryText())) {}
 
 CliResult RunInProcess(const std::vector<std::string>& arguments, bool terminal, int columns) {
-    SharedTextBuffer out;
-    SharedTextBuffer err;
-    std::ostream outStream(&out);
-    std::ostream errStream(&err);
-    vela::qrvctl::Console console(outStream, errStream, terminal, columns);
+    SharedText out;
+    SharedText err;
+    vela::qrvctl::Console console(out.Sink(), err.Sink(), terminal, columns);
     CliResult result;
     result.code = vela::qrvctl::CommandLine::Run(arguments, console);
     result.out = out.Text();

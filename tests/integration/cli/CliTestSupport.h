@@ -9,24 +9,20 @@
 #include <nlohmann/json.hpp>
 
 #include <mutex>
-#include <ostream>
-#include <streambuf>
 #include <string>
 #include <vector>
 
 namespace vela::test {
 
-// An output stream's buffer that several threads may write and one may read at the same time
-// (the watch writes events while a test waits for them).
-class SharedTextBuffer : public std::streambuf {
+// What the console wrote to one stream, which several threads may write and one may read at the
+// same time (the watch writes events while a test waits for them).
+class SharedText {
 public:
+    // Where the console writes; lives as long as this.
+    vela::qrvctl::Console::Sink Sink();
     std::string Text() const;
     // Waits until the text holds `part`; false after `timeoutMs`.
     bool WaitFor(const std::string& part, uint32_t timeoutMs) const;
-
-protected:
-    int_type overflow(int_type c) override;
-    std::streamsize xsputn(const char* data, std::streamsize size) override;
 
 private:
     mutable std::mutex m_mutex;
