@@ -183,7 +183,6 @@ private:
 
 ExitCode DemoCommand::Run(Console& console, const RunLine& runLine) {
     const auto start = Clock::now();
-    InterruptSignal::FlushOutputOnQuit();
 
     vela::sim::Simulator::Options options;
     options.name = kPrinterName;

@@ -68,7 +68,7 @@ void WriteAll(int fd, const std::string& text) {
 }
 
 // Async-signal-safe: writes and _exit only. Nothing is buffered on the output stream at this
-// point, since a command whose output comes piece by piece keeps the watcher.
+// point: the console flushes every write.
 [[noreturn]] void QuitFromHandler() {
     const QuitText* text = g_quitText.load();
     if (text != nullptr) {
@@ -352,14 +352,6 @@ InterruptSignal::Cleanup::~Cleanup() {
     Shared& state = State();
     std::lock_guard<std::mutex> lock(state.mutex);
     state.cleanups.erase(m_id);
-}
-
-void InterruptSignal::FlushOutputOnQuit() {
-    Shared& state = State();
-    std::lock_guard<std::mutex> lock(state.mutex);
-    if (state.depth > 0) {
-        EnsureWatcher(state);
-    }
 }
 
 bool InterruptSignal::Active() {

@@ -70,9 +70,6 @@ public:
         size_t m_id;
     };
 
-    // For a command that writes its output piece by piece: quitting then flushes what was
-    // written before the error (the watcher does it; the handler alone could not).
-    static void FlushOutputOnQuit();
     // True while a signal only sets the flag (mode stop); any thread may ask.
     static bool Active();
     // Whether a Ctrl+C came since the guard started.
