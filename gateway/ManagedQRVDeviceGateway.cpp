@@ -87,6 +87,7 @@ struct ManagedQRVDeviceGateway::Impl {
     ProgressCallback m_progress;
     UpdatePhaseCallback m_updatePhase;
     std::atomic<bool> m_cancelRequested{false};
+    bool m_statusEvents = true;
 
     // Lock waits of this thread go to this gateway's callback from here on (every operation
     // starts here); the weak reference ends with the gateway.
@@ -139,6 +140,10 @@ void ManagedQRVDeviceGateway::Open(const std::wstring& printerName) {
         if (impl.m_updatePhase) {
             impl.m_pNativeQRVDevice->SetUpdatePhaseCallback(NativeUpdatePhase(impl.m_updatePhase));
         }
+        impl.m_pNativeQRVDevice->SetPrinterName(printerName);
+        if (!impl.m_statusEvents) {
+            return;
+        }
         // Once the gateway is closed, a raise in progress calls no further subscriber.
         auto armed = std::make_shared<std::atomic<bool>>(true);
         auto stillOpen = [armed] { return armed->load(); };
@@ -152,7 +157,6 @@ void ManagedQRVDeviceGateway::Open(const std::wstring& printerName) {
                     m_onPrintInterrupt.RaiseWhile(stillOpen, InterruptArgs(code, value));
                 }},
             armed);
-        impl.m_pNativeQRVDevice->SetPrinterName(printerName);
         impl.m_pNativeQRVDevice->RegisterListener(impl.m_pNativeListener);
     } catch (const QRVException& e) {
         Release();
@@ -200,6 +204,10 @@ void ManagedQRVDeviceGateway::SetLockWaitCallback(LockWaitCallback callback) {
     m_impl->m_lockWait = std::make_shared<const LockWaitNotice>([callback](const LockWaitInfo& info) {
         callback(LockWait{info.lockName, info.holderProcessId, info.holderProgram, info.waitedMs});
     });
+}
+
+void ManagedQRVDeviceGateway::SetStatusEvents(bool enabled) {
+    m_impl->m_statusEvents = enabled;
 }
 
 void ManagedQRVDeviceGateway::SetUpdatePhaseCallback(UpdatePhaseCallback callback) {

@@ -87,10 +87,10 @@ public:
     ManagedQRVDeviceGateway& operator=(const ManagedQRVDeviceGateway&) = delete;
 
     // Closes what is open, finds the printer by its exact queue name and starts listening to its
-    // status reports. Throws PrinterCommunicationException when the printer is not connected or
-    // answers wrongly ("QRVDeviceGateway::CreateQRVDevice(): Printer Communication Error '<name>':
-    // <reason>"), PrinterException for other failures ("... Unknown Error '<name>': <reason>");
-    // the gateway is closed after a failure.
+    // status reports (unless told not to: SetStatusEvents). Throws PrinterCommunicationException
+    // when the printer is not connected or answers wrongly ("QRVDeviceGateway::CreateQRVDevice():
+    // Printer Communication Error '<name>': <reason>"), PrinterException for other failures
+    // ("... Unknown Error '<name>': <reason>"); the gateway is closed after a failure.
     void Open(const std::wstring& printerName) override;
     // Stops listening and releases the printer. Repeatable; never fails except when called from
     // inside an event subscriber of this gateway (PrinterException). Blocks up to 9 s for a
@@ -185,6 +185,13 @@ public:
     // gateway. What it throws is logged and ignored. Linux names the holder from /proc/locks
     // when it can. Kept across Open/Close. Set it while no operation runs.
     void SetLockWaitCallback(LockWaitCallback callback);
+    // Whether Open listens to the printer's status reports (true, the default). A host that never
+    // subscribes to OnPrinterStatusChanged and OnPrintInterrupt can say false: Open then registers
+    // no listener, so it starts no status monitor thread and does not open the HID node, and those
+    // two events are not raised for this gateway until it is opened again with true. Nothing else
+    // changes: Open still makes its first folder query unless another gateway of this process
+    // listens. Kept across Open/Close; takes effect at the next Open. Set it while no operation runs.
+    void SetStatusEvents(bool enabled);
 
 private:
     struct Impl; // the native facade, its listener and the callbacks

@@ -223,6 +223,25 @@ TEST_F(GatewayOnSimulator, EveryWireValueOfEveryStatusFieldMeansWhatTheHostIsTol
     EXPECT_EQ(m_gateway.GetFilteredPrinterErrorStatus().size(), 11u);
 }
 
+TEST_F(GatewayOnSimulator, WithoutStatusEventsOpenProbesButStartsNoMonitor) {
+    m_gateway.Close();
+    m_gateway.SetStatusEvents(false);
+    m_printer.Printer().ClearRequests();
+    m_gateway.Open(m_printer.Name());
+    EXPECT_FALSE(StatusMonitorState::Instance()->thread.Exists());
+    EXPECT_EQ(m_gateway.GetPrinterStatus().size(), 11u);
+    std::vector<RequestKind> kinds;
+    for (const auto& request : m_printer.Printer().Requests()) {
+        kinds.push_back(request.kind);
+    }
+    EXPECT_EQ(kinds, (std::vector<RequestKind>{RequestKind::folderDetail, RequestKind::statusQuery}));
+
+    m_gateway.Close(); // kept across Close: the next Open listens again once told to
+    m_gateway.SetStatusEvents(true);
+    m_gateway.Open(m_printer.Name());
+    EXPECT_TRUE(StatusMonitorState::Instance()->thread.Exists());
+}
+
 TEST_F(GatewayOnSimulator, StatusAndInterruptEventsFromTheMonitorThread) {
     vela::test::HostEventLog events(m_gateway);
     const host::PrinterStatusItem jam{host::EPrintStatusItem::cutterStatus,

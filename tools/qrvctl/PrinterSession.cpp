@@ -70,8 +70,8 @@ const std::vector<hc::PrinterInfo>& PrinterSession::Rediscover() {
     return Printers();
 }
 
-vela::kom::ManagedQRVDeviceGateway& PrinterSession::Open() {
-    if (m_gateway.IsOpen()) {
+vela::kom::ManagedQRVDeviceGateway& PrinterSession::Open(StatusEvents events) {
+    if (m_gateway.IsOpen() && m_events == events) {
         return m_gateway;
     }
     m_printer = ChoosePrinter(Printers(), m_options.printer);
@@ -101,6 +101,8 @@ vela::kom::ManagedQRVDeviceGateway& PrinterSession::Open() {
         m_console.ErrorLine("qrvctl: waiting for another program that uses '" + name + "'" + holder +
                             "; it waits up to 10 s");
     });
+    m_gateway.SetStatusEvents(events == StatusEvents::shown);
+    m_events = events;
     m_gateway.Open(NameToOpen());
     return m_gateway;
 }

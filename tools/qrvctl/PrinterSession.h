@@ -33,13 +33,18 @@ public:
     // Lists again (`status --watch` looks for a printer that has come back).
     const std::vector<vela::printer::communication::PrinterInfo>& Rediscover();
 
+    // What a command needs of the printer's status reports: a command that shows no status
+    // event opens without them, so that no monitor thread is started and no HID node opened.
+    enum class StatusEvents { none, shown };
+
     // Chooses the printer (--printer, the simulator, or the only one), checks that this user may
-    // open its channel, and opens the gateway on it. Repeat calls return the open gateway.
+    // open its channel, and opens the gateway on it. Repeat calls with the same `events` return
+    // the open gateway.
     // A wait of more than about 1 s for the printer's access lock is told on the error stream.
     // Throws CommandError (printerNotFound, usage, accessDenied) and the gateway's host kinds.
     // Blocks on discovery and the gateway's Open (a first folder query; up to about 4 s when the
     // printer's channel fails).
-    vela::kom::ManagedQRVDeviceGateway& Open();
+    vela::kom::ManagedQRVDeviceGateway& Open(StatusEvents events = StatusEvents::none);
     // Closes the gateway (the next Open opens it again).
     void Close();
 
@@ -65,6 +70,7 @@ private:
     std::optional<std::vector<vela::printer::communication::PrinterInfo>> m_printers;
     vela::printer::communication::PrinterInfo m_printer;
     vela::kom::ManagedQRVDeviceGateway m_gateway;
+    StatusEvents m_events = StatusEvents::none; // of the open gateway
 };
 
 } // namespace vela::qrvctl

@@ -182,7 +182,7 @@ void StatusCommand::Show(Console& console, PrinterSession& session) {
 
 void StatusCommand::Watch(Console& console, PrinterSession& session) {
     InterruptSignal::Phase interrupts(InterruptSignal::Mode::stop);
-    auto& gateway = session.Open();
+    auto& gateway = session.Open(PrinterSession::StatusEvents::shown);
     const std::string problem = session.StatusReportProblem();
     if (!problem.empty()) {
         throw CommandError(problem.find("cannot read") == 0 ? ExitCode::accessDenied : ExitCode::failure,
@@ -264,7 +264,7 @@ void StatusCommand::Watch(Console& console, PrinterSession& session) {
         } else if (!present) {
             try {
                 session.Rediscover();
-                auto& reopened = session.Open();
+                auto& reopened = session.Open(PrinterSession::StatusEvents::shown);
                 subscription.emplace(reopened, queue);
                 WatchEvent event;
                 event.time = std::chrono::system_clock::now();
