@@ -76,7 +76,7 @@ TEST(PrintQueueMatcher, AcceptsTheFormsTheBackendWritesAndNothingElse) {
     PrintQueueMatcher printer({{"VELA", "VELA Labels"}, {"QRV 410", "VELA QRV 410"}, {"SIM0001"}});
     for (const char* uri : {
              "USB://vela/qrv%20410?SERIAL=sim0001",
-             "usb://VELA/VELA%20QRV%20410?interface=0&serial=SIM0001",
+             "usb://VELA/VELA%20QRV%20410?interface=0&serial=SI%4D0001",
              "usb://VELA%20Labels/QRV%20410?serial=%53I%4d0001",
          }) {
         EXPECT_TRUE(printer.Matches(uri)) << uri;
