@@ -38,6 +38,13 @@ static void on_status(const qrv_status_item* items, size_t count, void* user) {
     (void)user;
 }
 
+static void on_interrupt(uint32_t issue, uint32_t code, uint32_t value, void* user) {
+    (void)issue;
+    (void)code;
+    (void)value;
+    (void)user;
+}
+
 /* Writes `size` bytes of a fixed pattern, or with `check` tells whether the file holds exactly them. */
 static int pattern_file(const char* path, size_t size, int check) {
     FILE* f = fopen(path, check ? "rb" : "wb");
@@ -58,6 +65,7 @@ int main(int argc, char** argv) {
     qrv_printer* printer = NULL;
     qrv_status status;
     qrv_subscription on_change = 0;
+    qrv_subscription on_jam = 0;
     uint64_t put = 0;
     char* folder = NULL;
     size_t count = 0;
@@ -97,8 +105,10 @@ int main(int argc, char** argv) {
           strstr(qrv_last_error_message(), missing) != NULL);
     CHECK(qrv_get_status(printer, &status) == QRV_OK && qrv_last_error_message()[0] == '\0');
 
-    /* a subscription ends once */
+    /* a subscription ends once, and only itself: each event counts its tokens from 1 */
     CHECK(qrv_on_status_changed(printer, on_status, NULL, &on_change) == QRV_OK);
+    CHECK(qrv_on_print_interrupt(printer, on_interrupt, NULL, &on_jam) == QRV_OK);
+    CHECK(qrv_unsubscribe(printer, on_jam) == QRV_OK);
     CHECK(qrv_unsubscribe(printer, on_change) == QRV_OK);
     CHECK(qrv_unsubscribe(printer, on_change) == QRV_ERROR_INVALID_ARGUMENT);
     CHECK(qrv_delete(printer, file) == QRV_OK);
