@@ -5,6 +5,7 @@
 #include "common/StringConverter.h"
 #include "common/SystemError.h"
 #include "kom/QRVException.h"
+#include "qrv/LogSink.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -12,6 +13,7 @@
 #include <atomic>
 #include <chrono>
 #include <thread>
+#include <vector>
 
 using namespace vela::common;
 using namespace vela::kom;
@@ -43,6 +45,19 @@ TEST(LogSink, APerCentSignReachesTheSinkAsItStandsAndLevelsFilter) {
     EXPECT_EQ(log.Lines()[0].text, L"src: PathException: 100%s %d done");
     EXPECT_EQ(log.Lines()[1].text, L"rate 100%s %d");
     EXPECT_EQ(log.Lines()[1].level, LogLevel::warning);
+}
+
+// A host that sets its own sink gets the lines, and the sink it replaced back to restore later.
+TEST(LogSink, TheHostsSinkTakesTheLinesAndIsHandedBackWhenReplaced) {
+    namespace hc = vela::printer::communication;
+    std::vector<std::wstring> lines;
+    const hc::LogSink before =
+        hc::SetLogSink([&](hc::LogLevel, const std::wstring& line) { lines.push_back(line); });
+    Log::LogWarning(L"to the host");
+    const hc::LogSink mine = hc::SetLogSink(before);
+    ASSERT_TRUE(mine);
+    mine(hc::LogLevel::warning, L"handed back");
+    EXPECT_EQ(lines, (std::vector<std::wstring>{L"to the host", L"handed back"}));
 }
 
 TEST(LogFormat, ConversionsAreTypeSafe) {
